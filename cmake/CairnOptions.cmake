@@ -1,0 +1,35 @@
+# Compile options of the whole project: one language level, one set of warnings, one way to
+# switch a sanitizer on. Include once, from the top.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+
+find_program(CAIRN_CCACHE ccache)
+if(CAIRN_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_CXX_COMPILER_LAUNCHER
+      ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros ${CAIRN_CCACHE})
+endif()
+
+add_compile_options(-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+# No path of the building machine in the objects: __FILE__ reads "Brisk/SlotTable.cpp".
+add_compile_options(-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/src/=
+                    -fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  # Unique symbols would pin the shared library in memory: it could not be unloaded.
+  add_compile_options(-fno-gnu-unique -fpch-preprocess)
+endif()
+
+if(CAIRN_SANITIZE)
+  add_compile_options(-fsanitize=${CAIRN_SANITIZE} -fno-omit-frame-pointer -g1
+                      -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${CAIRN_SANITIZE})
+  add_compile_definitions(CAIRN_SANITIZED=1)
+endif()
+
+# The standard headers of every translation unit of the two libraries.
+set(CAIRN_PRECOMPILED
+    <algorithm> <array> <atomic> <bit> <cerrno> <chrono> <cstddef> <cstdint> <cstdio> <cstdlib>
+    <cstring> <functional> <map> <memory> <optional> <ostream> <span> <sstream> <string>
+    <string_view> <type_traits> <typeinfo> <utility> <vector> <fmt/format.h>)

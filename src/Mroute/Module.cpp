@@ -1,0 +1,1 @@
+// Holds the place of the product library until its modules stand here.
