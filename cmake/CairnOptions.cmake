@@ -28,6 +28,11 @@ if(CAIRN_SANITIZE)
   add_compile_definitions(CAIRN_SANITIZED=1)
 endif()
 
+if(CAIRN_COVERAGE)
+  add_compile_options(--coverage -fprofile-update=atomic -O1 -g1)
+  add_link_options(--coverage)
+endif()
+
 # The standard headers of every translation unit of the two libraries.
 set(CAIRN_PRECOMPILED
     <algorithm> <array> <atomic> <bit> <cerrno> <chrono> <cstddef> <cstdint> <cstdio> <cstdlib>
