@@ -45,8 +45,13 @@ struct TaskSchedulerRoot::Impl {
     std::mutex taskMutex;
     std::deque<Task> critical, normal;
     std::atomic<bool> stopping{false};
+    std::once_flag opened;
 
-    Impl() {
+    // Opened at first use, so that loading the library opens nothing.
+    void open() {
+        std::call_once(opened, [this] { openDescriptors(); });
+    }
+    void openDescriptors() {
         epoll = epoll_create1(EPOLL_CLOEXEC);
         timer = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
         wakeup = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
@@ -130,6 +135,7 @@ TaskSchedulerRoot::~TaskSchedulerRoot() = default;
 
 void TaskSchedulerRoot::fdAdd(int fd, U32 events, FdCallback callback) {
     Impl& d = *impl_;
+    d.open();
     bool const known = d.watches.contains(fd);
     epoll_event event{};
     event.events = events;
@@ -140,12 +146,13 @@ void TaskSchedulerRoot::fdAdd(int fd, U32 events, FdCallback callback) {
 }
 
 void TaskSchedulerRoot::fdDel(int fd) {
-    if (impl_->watches.erase(fd) == 0) return;
+    if (impl_->watches.erase(fd) == 0) return; // nothing is watched before the epoll is open
     epoll_ctl(impl_->epoll, EPOLL_CTL_DEL, fd, nullptr);
 }
 
 TaskSchedulerRoot::TimerId TaskSchedulerRoot::timerAdd(double seconds, Task callback) {
     Impl& d = *impl_;
+    d.open();
     double const wait = std::max(0.0, std::min(seconds, 1e9));
     U64 const due = Rdtsc::monotonicNanoseconds() + static_cast<U64>(wait * 1e9);
     TimerId const id = d.nextTimer++;
@@ -166,6 +173,7 @@ void TaskSchedulerRoot::timerDel(TimerId id) {
 
 void TaskSchedulerRoot::taskAdd(Priority priority, Task task) {
     Impl& d = *impl_;
+    d.open();
     {
         std::lock_guard const lock(d.taskMutex);
         (priority == Priority::critical ? d.critical : d.normal).push_back(std::move(task));
@@ -177,6 +185,7 @@ void TaskSchedulerRoot::runCriticalPriorityTasks() { impl_->runTasks(impl_->crit
 
 bool TaskSchedulerRoot::runOnce(double timeout) {
     Impl& d = *impl_;
+    d.open();
     int wait = timeout < 0 ? -1 : static_cast<int>(std::min(std::ceil(timeout * 1e3), 2e9));
     if (d.tasksQueued()) wait = 0;
     std::array<epoll_event, 64> events;
@@ -225,10 +234,14 @@ void TaskSchedulerRoot::run() {
 
 void TaskSchedulerRoot::stop() {
     impl_->stopping = true;
+    impl_->open();
     impl_->ring();
 }
 
-int TaskSchedulerRoot::pollFd() const { return impl_->epoll; }
+int TaskSchedulerRoot::pollFd() const {
+    impl_->open();
+    return impl_->epoll;
+}
 
 double TaskSchedulerRoot::now() const {
     return static_cast<double>(Rdtsc::monotonicNanoseconds()) * 1e-9;

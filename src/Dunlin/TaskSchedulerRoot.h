@@ -65,7 +65,7 @@ private:
     std::unique_ptr<Impl> impl_;
 };
 
-// The process's loop; made at first use of the library, never null.
+// The process's loop, never null. It opens its descriptors at first use.
 extern TaskSchedulerRoot* schedulerRootDunlin;
 
 } // namespace Dunlin

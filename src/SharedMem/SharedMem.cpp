@@ -1,0 +1,243 @@
+#include "SharedMem/SharedMem.h"
+
+#include "Dunlin/Exception.h"
+#include "SharedMem/StepHooks.h"
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace Mem {
+namespace {
+
+std::atomic<std::size_t> bytesTracked{0};
+
+std::size_t lengthOf(int fd) {
+    struct stat status;
+    return ::fstat(fd, &status) == 0 ? static_cast<std::size_t>(status.st_size) : 0;
+}
+
+std::string temporaryName(std::string const& fileName) {
+    return fileName + ".new";
+}
+
+} // namespace
+
+std::size_t trackedBytes() {
+    return bytesTracked;
+}
+
+SharedMemWrapper::SharedMemWrapper(RootPath const& rootPath, std::string const& fileName,
+                                   Backing backing)
+    : directory_(rootPath.text()), fileName_(rootPath.file(fileName)),
+      local_(backing == Backing::heap ? Local::HEAP : Local::ANONYMOUS), backing_(backing) {}
+
+SharedMemWrapper::~SharedMemWrapper() {
+    unmap();
+}
+
+std::size_t SharedMemWrapper::memSize() const {
+    if (backing_ != Backing::file) return size_;
+    if (fd_ >= 0) return lengthOf(fd_);
+    struct stat status;
+    if (::stat(fileName_.c_str(), &status) != 0) return 0;
+    return static_cast<std::size_t>(status.st_size);
+}
+
+bool SharedMemWrapper::replaced() const {
+    if (fd_ < 0) return false;
+    struct stat mine, named;
+    if (::fstat(fd_, &mine) != 0 || ::stat(fileName_.c_str(), &named) != 0) return true;
+    return mine.st_dev != named.st_dev || mine.st_ino != named.st_ino;
+}
+
+void SharedMemWrapper::enable() {
+    if (trackMemory_) return;
+    trackMemory_ = true;
+    bytesTracked += size_;
+}
+
+void SharedMemWrapper::dumpToCoreIs(bool include) {
+    dumpToCore_ = include;
+    applyDump();
+}
+
+void SharedMemWrapper::applyDump() {
+    if (!data_ || dumpToCore_ == 2 || backing_ == Backing::heap) return;
+    ::madvise(data_, size_, dumpToCore_ ? MADV_DODUMP : MADV_DONTDUMP);
+}
+
+void SharedMemWrapper::cleanup() {
+    if (backing_ != Backing::file) return;
+    StepHooks::store();
+    ::unlink(fileName_.c_str());
+    ::unlink(temporaryName(fileName_).c_str());
+}
+
+void* SharedMemWrapper::fail(char const* what, int error) {
+    reason_ = fmt::format("{}: {}", what, std::strerror(error));
+    return nullptr;
+}
+
+void SharedMemWrapper::sizeIs(std::size_t size) {
+    if (trackMemory_) bytesTracked += size - size_; // modulo 2^64, so a smaller size subtracts
+    size_ = size;
+}
+
+// Makes sure that every page of the range has its storage: a store into a hole of a full file
+// system would end the process by SIGBUS. Holes left by a former shrink are filled as well.
+bool SharedMemWrapper::reserve(std::size_t from, std::size_t to) {
+    if (to <= from) return true;
+    int error;
+    do {
+        error = ::posix_fallocate(fd_, static_cast<off_t>(from), static_cast<off_t>(to - from));
+    } while (error == EINTR);
+    if (error != 0) fail("cannot reserve space", error);
+    return error == 0;
+}
+
+void SharedMemWrapper::closeFile() {
+    if (fd_ >= 0) ::close(fd_);
+    fd_ = -1;
+}
+
+void* SharedMemWrapper::mapDescriptor(std::size_t size, void const* hint) {
+    int const protection = mode_ == Mode::writer ? PROT_READ | PROT_WRITE : PROT_READ;
+    void* const base = ::mmap(const_cast<void*>(hint), size, protection, MAP_SHARED, fd_, 0);
+    if (base == MAP_FAILED) {
+        fail("mmap", errno);
+        closeFile();
+        return nullptr;
+    }
+    data_ = base;
+    sizeIs(size);
+    applyDump();
+    return data_;
+}
+
+void* SharedMemWrapper::map(std::size_t size, Mode mode, void const* hint) {
+    unmap();
+    mode_ = mode;
+    if (backing_ != Backing::file) {
+        data_ = local_.attach(size);
+        if (!data_) return fail(local_.kindName(), ENOMEM);
+        sizeIs(size);
+        applyDump();
+        return data_;
+    }
+    if (mappingShallFail()) return fail("mmap", ENOMEM);
+    if (size == 0) return fail("empty mapping", EINVAL);
+    if (mode == Mode::writer) {
+        try {
+            makeDirectory(directory_);
+        } catch (Dunlin::InvalidInitializeException const& error) {
+            reason_ = error.message();
+            return nullptr;
+        }
+    }
+    int const flags = mode == Mode::writer ? O_RDWR | O_CREAT : O_RDONLY;
+    StepHooks::store();
+    fd_ = ::open(fileName_.c_str(), flags | O_CLOEXEC, 0644);
+    if (fd_ < 0) return fail("open", errno);
+    if (mode == Mode::writer) {
+        if (!reserve(0, size)) {
+            closeFile();
+            return nullptr;
+        }
+    } else if (std::size_t const length = lengthOf(fd_); roundToPage(length) < size) {
+        reason_ = fmt::format("the file has {} bytes, wanted {}", length, size);
+        closeFile();
+        return nullptr;
+    }
+    return mapDescriptor(size, hint);
+}
+
+void* SharedMemWrapper::mapNew(std::size_t size) {
+    if (backing_ != Backing::file) return map(size, Mode::writer, nullptr);
+    unmap();
+    mode_ = Mode::writer;
+    if (mappingShallFail()) return fail("mmap", ENOMEM);
+    std::string const name = temporaryName(fileName_);
+    try {
+        makeDirectory(directory_);
+    } catch (Dunlin::InvalidInitializeException const& error) {
+        reason_ = error.message();
+        return nullptr;
+    }
+    // Left by a writer that died while it built one; the writer lock makes us the only one now.
+    ::unlink(name.c_str());
+    StepHooks::store();
+    fd_ = ::open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+    if (fd_ < 0) return fail("open", errno);
+    uncommitted_ = true;
+    void* base = nullptr;
+    if (reserve(0, size)) base = mapDescriptor(size, nullptr);
+    if (!base) unmap();
+    return base;
+}
+
+bool SharedMemWrapper::renameNew() {
+    if (!uncommitted_) return true;
+    StepHooks::store();
+    if (::rename(temporaryName(fileName_).c_str(), fileName_.c_str()) != 0) {
+        fail("rename", errno);
+        return false;
+    }
+    uncommitted_ = false;
+    return true;
+}
+
+void* SharedMemWrapper::remap(std::size_t size) {
+    if (!data_) return fail("resize of a detached mapping", EINVAL);
+    if (backing_ != Backing::file) {
+        void* const base = local_.resize(size);
+        if (!base) return fail(local_.kindName(), ENOMEM);
+        data_ = base;
+        sizeIs(size);
+        applyDump();
+        return data_;
+    }
+    if (mappingShallFail()) return fail("mremap", ENOMEM);
+    if (size == 0) return fail("empty mapping", EINVAL);
+    if (mode_ == Mode::writer) {
+        if (!reserve(size_, size)) return nullptr;
+    } else if (std::size_t const length = lengthOf(fd_); roundToPage(length) < size) {
+        reason_ = fmt::format("the file has {} bytes, wanted {}", length, size);
+        return nullptr;
+    }
+    void* const base = ::mremap(data_, size_, size, MREMAP_MAYMOVE);
+    if (base == MAP_FAILED) return fail("mremap", errno);
+    data_ = base;
+    if (mode_ == Mode::writer && size < size_) {
+        std::size_t const end = roundToPage(size);
+        std::size_t const length = lengthOf(fd_);
+        StepHooks::store();
+        // Where holes are not supported the pages just stay; their contents are never believed.
+        if (length > end)
+            ::fallocate(fd_, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, static_cast<off_t>(end),
+                        static_cast<off_t>(length - end));
+    }
+    sizeIs(size);
+    applyDump();
+    return data_;
+}
+
+void SharedMemWrapper::unmap() {
+    if (backing_ != Backing::file) {
+        local_.detach();
+    } else {
+        if (data_) ::munmap(data_, size_);
+        closeFile();
+        if (uncommitted_) ::unlink(temporaryName(fileName_).c_str());
+        uncommitted_ = false;
+    }
+    data_ = nullptr;
+    sizeIs(0);
+}
+
+} // namespace Mem

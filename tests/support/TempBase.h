@@ -1,0 +1,34 @@
+// A fresh base directory for the tables of one test, removed with it.
+#pragma once
+
+#include "Dunlin/Util.h"
+
+#include <filesystem>
+#include <string>
+#include <unistd.h>
+
+namespace Support {
+
+class TempBase {
+public:
+    TempBase() {
+        char name[] = "/dev/shm/cairn-test-XXXXXX";
+        if (!::mkdtemp(name)) throw std::runtime_error("mkdtemp");
+        path_ = name;
+        Dunlin::Util::baseDirectoryIs(path_);
+    }
+    ~TempBase() {
+        Dunlin::Util::baseDirectoryIs("");
+        std::error_code ignored;
+        if (owner_ == ::getpid()) std::filesystem::remove_all(path_, ignored);
+    }
+    TempBase(TempBase const&) = delete;
+    TempBase& operator=(TempBase const&) = delete;
+    std::string const& path() const { return path_; }
+
+private:
+    std::string path_;
+    ::pid_t owner_ = ::getpid();
+};
+
+} // namespace Support
