@@ -1,0 +1,68 @@
+// The tool's ears: one subscribed rtnetlink socket for notifications, and a second one for
+// questions, so that an answer never queues behind a storm of notifications.
+//
+// Order matters to whoever mirrors: all groups share the one socket, so that a route and the
+// interface it names come in the order in which the kernel made them. Subscribe (make a KernelFeed)
+// before the first dump, and apply what is queued after it.
+#pragma once
+
+#include "KernelRoute.h"
+
+#include <functional>
+#include <stdexcept>
+
+namespace Cairn {
+
+class KernelError : public std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+// A descriptor that closes itself.
+class Descriptor {
+public:
+    explicit Descriptor(int fd = -1) : fd_(fd) {}
+    ~Descriptor();
+    Descriptor(Descriptor&& o) noexcept : fd_(o.fd_) { o.fd_ = -1; }
+    Descriptor& operator=(Descriptor&&) = delete;
+    int get() const { return fd_; }
+
+private:
+    int fd_;
+};
+
+class KernelFeed {
+public:
+    // Opens both sockets in the named network namespace (`ip netns`), or in the present one if the
+    // name is empty. Raises KernelError.
+    explicit KernelFeed(std::string const& netns = {});
+
+    // Readable when notifications wait.
+    int fd() const { return feed_.get(); }
+
+    struct Drained {
+        U32 messages = 0;
+        bool overrun = false; // the kernel dropped notifications: what is known may be wrong
+        bool more = false;    // stopped at `maxMessages`
+    };
+    // Takes what is queued, in order, without waiting.
+    Drained drain(std::function<void(KernelEvent const&)> const& handler, U32 maxMessages);
+
+    // Questions; each waits for its answer, two seconds at most, and raises KernelError.
+    std::vector<KernelLink> links();
+    // All entries of a family (1 IPv4, 2 IPv6) in all tables, pending ones included. Under churn a
+    // dump may leave out entries and give others twice: see MirrorState::resync.
+    std::vector<KernelRoute> routes(U32 family);
+    // The one entry, or nothing if the kernel has none.
+    std::optional<KernelRoute> route(RouteId const& id);
+
+private:
+    int ask(std::vector<U8> const& request, U32 sequence,
+            std::function<void(std::span<U8 const>)> const& handler);
+
+    Descriptor feed_;
+    Descriptor query_;
+    U32 sequence_ = 0;
+    std::vector<U8> buffer_;
+};
+
+} // namespace Cairn

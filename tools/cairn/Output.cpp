@@ -1,0 +1,98 @@
+#include "Output.h"
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include <unistd.h>
+
+namespace Cairn {
+namespace {
+
+char const* escapeOf(Row::Hue hue) {
+    switch (hue) {
+    case Row::Hue::plain:
+        return nullptr;
+    case Row::Hue::address:
+        return "\033[35m";
+    case Row::Hue::interface:
+        return "\033[36m";
+    case Row::Hue::good:
+        return "\033[32m";
+    case Row::Hue::bad:
+        return "\033[31m";
+    }
+    return nullptr;
+}
+
+} // namespace
+
+bool wantsColour(Colour colour, std::FILE* stream) {
+    if (colour != Colour::automatic) return colour == Colour::always;
+    char const* const refused = std::getenv("NO_COLOR");
+    char const* const terminal = std::getenv("TERM");
+    return !(refused && *refused) && !(terminal && std::string_view(terminal) == "dumb") &&
+           ::isatty(::fileno(stream));
+}
+
+std::string printable(std::string_view text) {
+    std::string safe;
+    for (char const c : text) {
+        auto const byte = static_cast<U8>(c);
+        if (byte < 0x20 || byte == 0x7f)
+            safe += fmt::format("\\x{:02x}", byte);
+        else
+            safe += c;
+    }
+    return safe;
+}
+
+std::string Row::text(bool colour) const {
+    std::string line;
+    auto const put = [&](Field const& field, std::string const& value) {
+        if (!line.empty()) line += ' ';
+        line += field.name;
+        line += ' ';
+        char const* const escape = colour ? escapeOf(field.hue) : nullptr;
+        if (escape) line += escape;
+        line += printable(value);
+        if (escape) line += "\033[0m";
+    };
+    for (auto const& field : fields_) {
+        std::visit(
+            [&]<class T>(T const& value) {
+                if constexpr (std::is_same_v<T, std::vector<std::string>>)
+                    for (auto const& member : value) put(field, member);
+                else if constexpr (std::is_same_v<T, std::string>)
+                    put(field, value.empty() ? "-" : value);
+                else if constexpr (std::is_same_v<T, bool>)
+                    put(field, value ? "yes" : "no");
+                else
+                    put(field, fmt::format("{}", value));
+            },
+            field.value);
+    }
+    return line;
+}
+
+std::string Row::json() const {
+    nlohmann::ordered_json object = nlohmann::ordered_json::object();
+    for (auto const& field : fields_)
+        std::visit([&](auto const& value) { object[field.name] = value; }, field.value);
+    // Names are bytes: what is not UTF-8 is replaced, so that the array stays valid.
+    return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+void Listing::print(Row const& row) {
+    if (json_)
+        fmt::print(stream_, "{}{}", rows_ == 0 ? "[\n" : ",\n", row.json());
+    else
+        fmt::print(stream_, "{}\n", row.text(colour_));
+    ++rows_;
+}
+
+void Listing::finish() {
+    if (std::exchange(finished_, true) || !json_) return;
+    std::fputs(rows_ == 0 ? "[]\n" : "\n]\n", stream_);
+}
+
+} // namespace Cairn

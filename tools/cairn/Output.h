@@ -1,0 +1,68 @@
+// What every listing of the tool looks like: a row of named fields, printed as one line of
+// alternating names and values that can be typed back as a filter, or as one flat JSON object.
+#pragma once
+
+#include "Dunlin/Types.h"
+
+#include <cstdio>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace Cairn {
+
+enum class Colour : U8 { automatic, always, never };
+
+// Whether to colour what goes to `stream`: by terminal, NO_COLOR and the user's word.
+bool wantsColour(Colour colour, std::FILE* stream);
+
+// A text made safe for a terminal: control characters as \xNN. Names come from files that any
+// process may have written.
+std::string printable(std::string_view text);
+
+class Row {
+public:
+    // A list prints as one name and value pair for each member, and as an array.
+    using Value = std::variant<std::string, U64, double, bool, std::vector<std::string>>;
+    // What a value is, for its colour.
+    enum class Hue : U8 { plain, address, interface, good, bad };
+
+    Row& add(std::string name, Value value, Hue hue = Hue::plain) {
+        fields_.push_back({std::move(name), std::move(value), hue});
+        return *this;
+    }
+    std::string text(bool colour) const;
+    std::string json() const;
+
+private:
+    struct Field {
+        std::string name; // snake_case
+        Value value;
+        Hue hue;
+    };
+    std::vector<Field> fields_;
+};
+
+// Prints rows to a stream; as JSON always one valid array, closed by `finish` or the destructor.
+class Listing {
+public:
+    Listing(std::FILE* stream, bool json, bool colour)
+        : stream_(stream), json_(json), colour_(colour) {}
+    ~Listing() { finish(); }
+    Listing(Listing const&) = delete;
+    Listing& operator=(Listing const&) = delete;
+
+    void print(Row const& row);
+    void finish();
+    std::size_t rows() const { return rows_; }
+
+private:
+    std::FILE* stream_;
+    bool json_;
+    bool colour_;
+    bool finished_ = false;
+    std::size_t rows_ = 0;
+};
+
+} // namespace Cairn
