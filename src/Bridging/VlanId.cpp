@@ -1,0 +1,46 @@
+#include "Bridging/VlanId.h"
+
+#include "Vomo/Frame.h"
+
+#include <ostream>
+
+template <> struct Vomo::Describe<Bridging::VlanId> {
+    using T = Bridging::VlanId;
+    static constexpr auto name = "Bridging::VlanId";
+    static constexpr auto attributes = rows({ctor<&T::value_>(2, "value")});
+};
+template <> struct Vomo::Describe<Bridging::VlanIdOrNone> {
+    using T = Bridging::VlanIdOrNone;
+    static constexpr auto name = "Bridging::VlanIdOrNone";
+    static constexpr auto attributes = rows({ctor<&T::value_>(2, "value")});
+};
+
+namespace Bridging {
+namespace {
+
+void check(U16 value) {
+    if (value < VlanId::min || value > VlanId::max)
+        Vomo::throwRangeException("Bridging::VlanId::value < 1 or > 4094 not allowed");
+}
+
+} // namespace
+
+VlanId::VlanId(U16 value) : value_(value) { check(value_); }
+VlanId::VlanId(Vomo::CharRange& range) {
+    Vomo::parse(*this, range);
+    check(value_);
+}
+VlanId::VlanId(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) : VlanId(in->nextU16()) {}
+VlanIdOrNone::VlanIdOrNone(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+VlanIdOrNone::VlanIdOrNone(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) : value_(in->nextU16()) {}
+
+Vomo::String valueToStrep(VlanId v) { return Vomo::text(v); }
+Vomo::String valueToStrep(VlanIdOrNone v) { return Vomo::text(v); }
+std::ostream& operator<<(std::ostream& stream, VlanId v) { return stream << v.value(); }
+std::ostream& operator<<(std::ostream& stream, VlanIdOrNone v) { return stream << v.value(); }
+Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, VlanId v) { return out << v.value(); }
+Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, VlanIdOrNone v) {
+    return out << v.value();
+}
+
+} // namespace Bridging

@@ -1,0 +1,71 @@
+// VLAN numbers.
+#pragma once
+
+#include "Vomo/Fwd.h"
+
+namespace Bridging {
+class VlanId;
+class VlanIdOrNone;
+} // namespace Bridging
+
+namespace Vomo {
+extern "C" {
+extern VomoModule const _VlanId_c2b91fe4f92f5433_vomoModule;
+}
+template <> struct IdOf<Bridging::VlanId> : InModule<&_VlanId_c2b91fe4f92f5433_vomoModule, 0> {};
+template <>
+struct IdOf<Bridging::VlanIdOrNone> : InModule<&_VlanId_c2b91fe4f92f5433_vomoModule, 1> {};
+} // namespace Vomo
+
+namespace Bridging {
+
+// 1 to 4094 (IEEE 802.1Q); another number raises RangeException "Bridging::VlanId::value < 1 or >
+// 4094 not allowed". Text: the number.
+class VlanId {
+public:
+    static constexpr U16 min = 1;
+    static constexpr U16 max = 4094;
+
+    constexpr VlanId() = default;
+    explicit VlanId(U16 value);
+    explicit VlanId(Vomo::CharRange& range);
+    VlanId(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
+    constexpr U16 value() const { return value_; }
+    constexpr U32 hash() const { return value_; }
+
+    friend constexpr bool operator==(VlanId, VlanId) = default;
+    friend constexpr auto operator<=>(VlanId, VlanId) = default;
+
+private:
+    friend Vomo::Describe<VlanId>;
+    U16 value_ = 1;
+};
+
+// A VLAN, or 0 for none.
+class VlanIdOrNone {
+public:
+    constexpr VlanIdOrNone() = default;
+    constexpr explicit VlanIdOrNone(U16 value) : value_(value) {}
+    constexpr VlanIdOrNone(VlanId v) : value_(v.value()) {}
+    explicit VlanIdOrNone(Vomo::CharRange& range);
+    VlanIdOrNone(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
+    constexpr U16 value() const { return value_; }
+    constexpr U32 hash() const { return value_; }
+    constexpr explicit operator bool() const { return value_ != 0; }
+
+    friend constexpr bool operator==(VlanIdOrNone, VlanIdOrNone) = default;
+    friend constexpr auto operator<=>(VlanIdOrNone, VlanIdOrNone) = default;
+
+private:
+    friend Vomo::Describe<VlanIdOrNone>;
+    U16 value_ = 0;
+};
+
+Vomo::String valueToStrep(VlanId v);
+Vomo::String valueToStrep(VlanIdOrNone v);
+std::ostream& operator<<(std::ostream& stream, VlanId v);
+std::ostream& operator<<(std::ostream& stream, VlanIdOrNone v);
+Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, VlanId v);
+Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, VlanIdOrNone v);
+
+} // namespace Bridging

@@ -1,0 +1,74 @@
+#include "Kelpie/IpPrefix.h"
+
+#include "Vomo/NboAttrLog.h"
+#include "Vomo/SerDes.h"
+
+#include <charconv>
+#include <ostream>
+
+namespace Kelpie {
+namespace {
+
+S32 parseLength(Vomo::CharRange& range, U32 max) {
+    range.needString("/");
+    U32 const len = Vomo::deserializeAttr<U32>(range, "len");
+    if (len > max)
+        Vomo::throwRangeException(fmt::format("prefix length {} exceeds {}", len, max));
+    return static_cast<S32>(len);
+}
+
+} // namespace
+
+Prefix::Prefix(Vomo::CharRange& range) : address_(range) { len_ = parseLength(range, 32); }
+Prefix::Prefix(Vomo::NboAttrLog::In* in, Vomo::StreamBogon tag)
+    : address_(in, tag), len_(static_cast<S32>(in->nextU32())) {}
+Vomo::String Prefix::stringValue() const { return fmt::format("{}/{}", address_.stringValue(), len_); }
+Vomo::String valueToStrep(Prefix const& v) { return v.stringValue(); }
+std::ostream& operator<<(std::ostream& stream, Prefix const& v) { return stream << v.stringValue(); }
+Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, Prefix const& v) {
+    return out << v.address() << static_cast<U32>(v.len());
+}
+
+IpGenPrefix::IpGenPrefix(Vomo::CharRange& range) : address_(range) {
+    len_ = parseLength(range, af() == ipv4() ? 32 : af() == ipv6() ? 128 : 0);
+}
+IpGenPrefix::IpGenPrefix(Vomo::NboAttrLog::In* in, Vomo::StreamBogon tag)
+    : address_(in, tag), len_(static_cast<S32>(in->nextU32())) {}
+
+U32 IpGenPrefix::hash(U32 seed) const {
+    U64 const head = U64{af().value()} << 32 | static_cast<U32>(len_);
+    U64 const state = Tumbrel::mix64(Tumbrel::mix64(seed, head), v6Addr().u64(0));
+    return Tumbrel::fold(Tumbrel::mix64(state, v6Addr().u64(1)));
+}
+
+Vomo::String IpGenPrefix::stringValue() const {
+    return fmt::format("{}/{}", address_.stringValue(), len_);
+}
+
+bool operator<(IpGenPrefix const& a, IpGenPrefix const& b) {
+    if (a.af() != b.af()) return a.af() < b.af();
+    auto const& left = a.v6Addr();
+    auto const& right = b.v6Addr();
+    S32 const shared = std::min(a.len(), b.len());
+    if (shared >= 1 && shared <= (a.af() == ipv4() ? 32 : 128)) {
+        // The top `n` bits of a half; n is 0 to 64.
+        auto const top = [](U64 word, S32 n) { return n <= 0 ? 0 : word >> (64 - std::min(n, 64)); };
+        for (unsigned half = 0; half < 2; ++half) {
+            S32 const bits = shared - static_cast<S32>(64 * half);
+            U64 const x = top(left.u64(half), bits), y = top(right.u64(half), bits);
+            if (x != y) return x < y;
+        }
+    }
+    if (a.len() != b.len()) return a.len() > b.len();
+    return left < right;
+}
+
+Vomo::String valueToStrep(IpGenPrefix const& v) { return v.stringValue(); }
+std::ostream& operator<<(std::ostream& stream, IpGenPrefix const& v) {
+    return stream << v.stringValue();
+}
+Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, IpGenPrefix const& v) {
+    return out << v.address() << static_cast<U32>(v.len());
+}
+
+} // namespace Kelpie

@@ -1,0 +1,135 @@
+#include "Kelpie/NamesFile.h"
+
+#include "Dunlin/Trace.h"
+#include "Dunlin/Util.h"
+
+#include <cerrno>
+#include <charconv>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace Kelpie {
+namespace {
+
+class File {
+public:
+    File(std::string const& path, int flags) : fd_(::open(path.c_str(), flags | O_CLOEXEC, 0644)) {}
+    ~File() {
+        if (fd_ >= 0) ::close(fd_);
+    }
+    File(File const&) = delete;
+    File& operator=(File const&) = delete;
+    int fd() const { return fd_; }
+
+private:
+    int fd_;
+};
+
+} // namespace
+
+NamesFile& NamesFile::instance() {
+    static NamesFile file;
+    return file;
+}
+
+// A base directory set anew has a file of its own.
+void NamesFile::follow() {
+    std::string path = Dunlin::Util::baseDirectory() + "/interface-names";
+    if (path == path_) return;
+    path_ = std::move(path);
+    offset_ = 0;
+    words_.clear();
+    names_.clear();
+}
+
+// Takes over the whole lines behind `offset_`. A line without its end is being written, or its
+// writer died: it is left for later.
+void NamesFile::readFrom(int fd) {
+    struct stat status {};
+    if (::fstat(fd, &status) != 0) return;
+    auto const size = static_cast<U64>(status.st_size);
+    if (size < offset_) { // another file stands there now
+        offset_ = 0;
+        words_.clear();
+        names_.clear();
+    }
+    std::string text(size - offset_, '\0');
+    ssize_t const got = ::pread(fd, text.data(), text.size(), static_cast<off_t>(offset_));
+    if (got < 0) return;
+    text.resize(static_cast<std::size_t>(got));
+    std::string_view rest = text;
+    while (rest.size() > 18) {
+        U64 word = 0;
+        std::size_t length = 0;
+        char const* const end = rest.data() + rest.size();
+        auto const first = std::from_chars(rest.data(), rest.data() + 16, word, 16);
+        auto const second = std::from_chars(rest.data() + 17, end, length);
+        auto const head = static_cast<std::size_t>(second.ptr - rest.data()) + 1;
+        if (first.ptr != rest.data() + 16 || second.ec != std::errc() || length > rest.size() ||
+            head + length >= rest.size())
+            break;
+        std::string name(rest.substr(head, length));
+        words_.emplace(name, word);
+        names_.emplace(word, std::move(name));
+        rest.remove_prefix(head + length + 1);
+    }
+    offset_ += text.size() - rest.size();
+}
+
+// Under the file's lock: reads what others entered, then enters `name` if it is still unknown.
+U64 NamesFile::append(std::string_view name, U64 proposed, U64 form) {
+    std::error_code ignored;
+    std::filesystem::create_directories(std::filesystem::path(path_).parent_path(), ignored);
+    File const file(path_, O_RDWR | O_CREAT);
+    bool written = false;
+    U64 word = proposed;
+    if (file.fd() >= 0 && ::flock(file.fd(), LOCK_EX) == 0) {
+        readFrom(file.fd());
+        if (auto const known = words_.find(std::string(name)); known != words_.end())
+            return known->second;
+        while (names_.contains(word)) word = (word + 1) | form;
+        std::string const line = fmt::format("{:016x} {} {}\n", word, name.size(), name);
+        // A part of a line that a dead process left behind goes.
+        written = ::ftruncate(file.fd(), static_cast<off_t>(offset_)) == 0 &&
+                  ::pwrite(file.fd(), line.data(), line.size(), static_cast<off_t>(offset_)) ==
+                      static_cast<ssize_t>(line.size());
+        if (written) offset_ += line.size();
+    }
+    if (!written) {
+        static auto const handler = Dunlin::Platform::getDebugHandler("IntfId", false);
+        FMTRACE(*handler, 0, "cannot enter the name {} in {}: {}", name, path_,
+                std::system_category().message(errno));
+    }
+    words_.emplace(name, word);
+    names_.emplace(word, name);
+    return word;
+}
+
+U64 NamesFile::wordOf(std::string_view name, U64 proposed, U64 form) {
+    std::lock_guard const lock(mutex_);
+    follow();
+    if (auto const known = words_.find(std::string(name)); known != words_.end())
+        return known->second;
+    if (File const file(path_, O_RDONLY); file.fd() >= 0) {
+        readFrom(file.fd());
+        if (auto const known = words_.find(std::string(name)); known != words_.end())
+            return known->second;
+    }
+    return append(name, proposed, form);
+}
+
+std::string NamesFile::nameOf(U64 word) {
+    std::lock_guard const lock(mutex_);
+    follow();
+    auto known = names_.find(word);
+    if (known == names_.end()) {
+        if (File const file(path_, O_RDONLY); file.fd() >= 0) readFrom(file.fd());
+        known = names_.find(word);
+    }
+    return known == names_.end() ? std::string() : known->second;
+}
+
+} // namespace Kelpie

@@ -1,0 +1,260 @@
+#include "Mroute/Mfib.h"
+
+#include "Mroute/RouteKeyBits.h"
+#include "Vomo/Frame.h"
+
+#include <cstdio>
+#include <ostream>
+#include <sstream>
+
+template <> struct Vomo::Describe<Routing::Multicast::Fib::Counter> {
+    using T = Routing::Multicast::Fib::Counter;
+    static constexpr auto name = "Routing::Multicast::Fib::Counter";
+    static constexpr auto attributes = rows({
+        ctor<&T::key_>(2, "key"),
+        mutates<&T::value_>(3, "value"),
+        mutates<&T::lastRefreshTime_>(4, "lastRefreshTime"),
+        mutates<&T::active_>(5, "active"),
+    });
+};
+template <> struct Vomo::Describe<Routing::Multicast::Fib::Intf> {
+    using T = Routing::Multicast::Fib::Intf;
+    static constexpr auto name = "Routing::Multicast::Fib::Intf";
+    static constexpr auto attributes = rows({
+        ctor<&T::intfId_>(2, "intfId"),
+        mutates<&T::intfFlags_>(3, "intfFlags"),
+    });
+};
+template <> struct Vomo::Describe<Routing::Multicast::Fib::RouteKeyTypeConverter> {
+    using T = Routing::Multicast::Fib::RouteKeyTypeConverter;
+    static constexpr auto name = "Routing::Multicast::Fib::RouteKeyTypeConverter";
+    static constexpr auto attributes = rows({ctor<&T::value_>(2, "value")});
+};
+
+namespace Routing::Multicast::Fib {
+
+using namespace RouteKeyBits;
+
+Vomo::String mountPath(Kelpie::AddressFamily af) {
+    if (af == Kelpie::ipv4()) return "routing/multicast/fib";
+    if (af == Kelpie::ipv6()) return "routing6/multicast/fib";
+    PLAINASSERT(false, "false && \"Unsupported address family\"");
+    __builtin_unreachable();
+}
+
+U32 RouteKey::hash() const { return prefixHash(s_) ^ prefixHash(g_); }
+RouteKeyType RouteKey::kind() const { return kindOf(g_.address()); }
+
+Bridging::VlanId RouteKey::vlanId() const {
+    PLAINASSERT(kind() != RouteKeyType::mroute, "key.kind() != mroute_");
+    return Bridging::VlanId(vlanBits(g_.address()));
+}
+
+Kelpie::EthAddr RouteKey::ethAddr() const {
+    RouteKeyType const type = kind();
+    PLAINASSERT(type != RouteKeyType::mroute, "type != mroute_");
+    return type == RouteKeyType::ethGroup ? macOf(s_.address(), g_.address()) : Kelpie::EthAddr();
+}
+
+GroupKey RouteKey::mcastGroup() const {
+    PLAINASSERT(kind() == RouteKeyType::mcastGroup, "type == mcastGroup_");
+    return groupOf(s_.address());
+}
+
+Kelpie::IpGenAddr RouteKey::evpnTepIp() const {
+    PLAINASSERT(kind() == RouteKeyType::evpnMultihomeFloodset, "type == evpnMultihomeFloodset_");
+    return s_.address();
+}
+
+Vomo::String RouteKey::pretty() const {
+    RouteKeyType const type = kind();
+    if (type != RouteKeyType::mroute) return prettyFlood(*this, type);
+    if (s_.len() == 0) return fmt::format("(*,{})", g_.address());
+    auto const text = [](Kelpie::Prefix p) {
+        return p.len() == 32 ? p.address().stringValue() : p.stringValue();
+    };
+    return fmt::format("({},{})", text(s_), text(g_));
+}
+
+namespace {
+
+bool prefixLess(Kelpie::Prefix a, Kelpie::Prefix b) {
+    S32 const shared = std::min(a.len(), b.len());
+    if (shared >= 1 && shared <= 32) {
+        U32 const x = a.address().word() >> (32 - shared), y = b.address().word() >> (32 - shared);
+        if (x != y) return x < y;
+    }
+    return a.len() > b.len();
+}
+
+} // namespace
+
+bool operator<(RouteKey const& a, RouteKey const& b) {
+    return a.g_ == b.g_ ? prefixLess(a.s_, b.s_) : prefixLess(a.g_, b.g_);
+}
+
+Vomo::String valueToStrep(RouteKey const& v) {
+    using enum RouteKeyType;
+    RouteKeyType const type = v.kind();
+    Vomo::String text = "Value('Routing::Multicast::Fib::IpGenRouteKey', ** {'kind': ";
+    text += valueToStrep(type);
+    switch (type) {
+    case RouteKeyType::vlanFloodset:
+    case RouteKeyType::multicastFloodset:
+    case RouteKeyType::vxlanCoreSideFloodset:
+    case RouteKeyType::multicastV6Floodset: text += fmt::format(", 'vlanId': {}", v.vlanId()); break;
+    case RouteKeyType::ethGroup:
+        text += fmt::format(", 'vlanId': {}, 'ethGroup': {}", v.vlanId(), v.ethAddr());
+        break;
+    case RouteKeyType::mcastGroup:
+        text += fmt::format(", 'kind': {}, 'index': {}", v.mcastGroup().kind(),
+                            v.mcastGroup().index());
+        break;
+    case RouteKeyType::evpnMultihomeFloodset:
+        // The capital D is part of the form.
+        text += fmt::format(", 'vlanID': {}, 'Peer VTEP IP': {}", v.vlanId(), v.evpnTepIp());
+        break;
+    case RouteKeyType::mroute: text += fmt::format(", 's': {}, 'g': {}", v.s(), v.g()); break;
+    default: break;
+    }
+    return text + "})";
+}
+
+namespace {
+
+constexpr std::size_t scanned = 64; // what a scan takes at most; every width below is 63
+
+Bridging::VlanId scannedVlan(unsigned number) {
+    return Bridging::VlanId(static_cast<U16>(number));
+}
+template <class T> T scannedValue(char const* text) {
+    Vomo::CharRange range{std::string_view(text)};
+    return T(range);
+}
+
+// The parts that stand behind the kind.
+IpGenRouteKey scanParts(RouteKeyType type, char const* text) {
+    unsigned first = 0, second = 0;
+    char a[scanned], b[scanned];
+    int matches;
+    switch (type) {
+    case RouteKeyType::vlanFloodset:
+    case RouteKeyType::multicastFloodset:
+    case RouteKeyType::vxlanCoreSideFloodset:
+        matches = std::sscanf(text, "'vlanId': %u", &first);
+        PLAINASSERT(matches == 1, "matches == 1");
+        break;
+    case RouteKeyType::multicastV6Floodset:
+        matches = std::sscanf(text, "'vlanId' : %u", &first);
+        PLAINASSERT(matches == 1, "matches == 1");
+        break;
+    case RouteKeyType::ethGroup:
+        matches = std::sscanf(text, "'vlanId': %u, 'ethGroup': %63[:0-9a-zA-Z]", &first, a);
+        PLAINASSERT(matches == 2, "matches == 2");
+        break;
+    case RouteKeyType::mcastGroup:
+        matches = std::sscanf(text, "'kind': %u, 'index' : %u", &first, &second);
+        PLAINASSERT(matches == 2, "matches == 2");
+        break;
+    case RouteKeyType::evpnMultihomeFloodset:
+        matches = std::sscanf(text, "'vlanId': %u, 'Peer VTEP IP': %63[./0-9]", &first, a);
+        PLAINASSERT(matches == 2, "matches == 2");
+        break;
+    case RouteKeyType::mroute:
+        matches = std::sscanf(text, "'s': %63[./0-9], 'g': %63[./0-9]", a, b);
+        PLAINASSERT(matches == 2, "matches == 2");
+        break;
+    default: return {};
+    }
+    switch (type) {
+    case RouteKeyType::vlanFloodset: return makeRouteKeyVlanFloodset(scannedVlan(first));
+    case RouteKeyType::multicastFloodset: return makeRouteKeyMulticastFloodset(scannedVlan(first));
+    case RouteKeyType::vxlanCoreSideFloodset:
+        return makeRouteKeyVxlanCoreSideFloodset(scannedVlan(first));
+    case RouteKeyType::multicastV6Floodset:
+        return makeRouteKeyMulticastV6Floodset(scannedVlan(first));
+    case RouteKeyType::ethGroup:
+        return makeRouteKeyEthGroup(scannedVlan(first), scannedValue<Kelpie::EthAddr>(a));
+    case RouteKeyType::mcastGroup:
+        return makeRouteKeyMcastGroup({static_cast<U16>(first), static_cast<U16>(second)});
+    case RouteKeyType::evpnMultihomeFloodset:
+        return makeRouteKeyEvpnMultihomeFloodset(scannedVlan(first),
+                                                 scannedValue<Kelpie::IpGenAddr>(a));
+    default:
+        return makeRouteKeyMroute(scannedValue<Kelpie::Prefix>(a), scannedValue<Kelpie::Prefix>(b));
+    }
+}
+
+} // namespace
+
+RouteKey sequenceToValue(Vomo::CharRange& range, RouteKey*) {
+    // A copy, for sscanf reads up to a NUL that the range need not have.
+    std::string const text(range.text());
+    char name[scanned];
+    int const matches = std::sscanf(
+        text.c_str(), "Value('Routing::Multicast::Fib::IpGenRouteKey', ** {'kind': '%63[_a-zA-Z]",
+        name);
+    PLAINASSERT(matches == 1, "matches == 1");
+    RouteKeyType const type = RouteKeyTypeInstance(Vomo::String(name));
+    // Behind the name: its quote, the comma, the blank.
+    std::size_t const behind = text.find(name) + std::string_view(name).size() + 3;
+    range += static_cast<U32>(behind);
+    RouteKey const key = scanParts(type, text.c_str() + behind);
+    range += range.remainingSize();
+    return key;
+}
+
+RouteKey::RouteKey(Vomo::CharRange& range) : RouteKey(sequenceToValue(range, this)) {}
+RouteKey::RouteKey(Vomo::NboAttrLog::In* in, Vomo::StreamBogon tag) : s_(in, tag), g_(in, tag) {}
+std::ostream& operator<<(std::ostream& stream, RouteKey const& v) {
+    return stream << valueToStrep(v);
+}
+Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, RouteKey const& v) {
+    return out << v.s() << v.g();
+}
+
+Vomo::String Counter::briskString() const {
+    std::ostringstream text;
+    text << "[" << key_.g() << "," << key_.s() << "] " << value_;
+    return text.str();
+}
+
+bool operator<(Counter const& a, Counter const& b) {
+    if (a.active_ != b.active_) return b.active_;
+    if (a.lastRefreshTime_ < b.lastRefreshTime_) return true;
+    if (b.lastRefreshTime_ < a.lastRefreshTime_) return false;
+    if (a.key_.g() != b.key_.g()) return a.key_.g() < b.key_.g();
+    if (a.key_.s() != b.key_.s()) return a.key_.s() < b.key_.s();
+    return a.value_ < b.value_;
+}
+
+RouteKeyTypeConverter::RouteKeyTypeConverter(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+RouteKeyTypeConverter::RouteKeyTypeConverter(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
+    Vomo::read(*this, in);
+}
+Intf::Intf(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+Intf::Intf(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
+Counter::Counter(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+Counter::Counter(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
+
+Vomo::String valueToStrep(RouteKeyTypeConverter v) { return Vomo::text(v); }
+Vomo::String valueToStrep(Intf const& v) { return Vomo::text(v); }
+Vomo::String valueToStrep(Counter const& v) { return Vomo::text(v); }
+std::ostream& operator<<(std::ostream& stream, RouteKeyTypeConverter v) {
+    return stream << valueToStrep(v);
+}
+std::ostream& operator<<(std::ostream& stream, Intf const& v) { return stream << valueToStrep(v); }
+std::ostream& operator<<(std::ostream& stream, Counter const& v) {
+    return stream << valueToStrep(v);
+}
+Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, RouteKeyTypeConverter v) {
+    return Vomo::write(out, v), out;
+}
+Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, Intf const& v) {
+    return Vomo::write(out, v), out;
+}
+Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, Counter const& v) {
+    return Vomo::write(out, v), out;
+}
+
+} // namespace Routing::Multicast::Fib

@@ -1,0 +1,129 @@
+// The multicast FIB around the routes: interfaces with flags, counters, the view of a key's kind.
+#pragma once
+
+#include "Kelpie/IntfId.h"
+#include "Mroute/MfibTypes.h"
+
+namespace Routing::Multicast::Fib {
+class Counter;
+class Intf;
+class RouteKeyTypeConverter;
+} // namespace Routing::Multicast::Fib
+
+namespace Vomo {
+extern "C" {
+extern VomoModule const _Mfib_81f0b1a1b6aa3812_vomoModule;
+}
+template <>
+struct IdOf<Routing::Multicast::Fib::Counter> : InModule<&_Mfib_81f0b1a1b6aa3812_vomoModule, 0> {};
+template <>
+struct IdOf<Routing::Multicast::Fib::Intf> : InModule<&_Mfib_81f0b1a1b6aa3812_vomoModule, 1> {};
+template <>
+struct IdOf<Routing::Multicast::Fib::RouteKeyTypeConverter>
+    : InModule<&_Mfib_81f0b1a1b6aa3812_vomoModule, 2> {};
+} // namespace Vomo
+
+namespace Routing::Multicast::Fib {
+
+// A kind of route key with its number. Text: that of the kind.
+class RouteKeyTypeConverter {
+public:
+    constexpr RouteKeyTypeConverter() = default;
+    constexpr explicit RouteKeyTypeConverter(RouteKeyType value) : value_(value) {}
+    explicit RouteKeyTypeConverter(Vomo::CharRange& range);
+    RouteKeyTypeConverter(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
+
+    constexpr RouteKeyType value() const { return value_; }
+    constexpr U32 intValue() const { return static_cast<U32>(value_); }
+    constexpr explicit operator bool() const { return intValue() != 0; }
+
+    friend constexpr bool operator==(RouteKeyTypeConverter, RouteKeyTypeConverter) = default;
+
+private:
+    friend Vomo::Describe<RouteKeyTypeConverter>;
+    RouteKeyType value_ = RouteKeyType::unknownRouteKeyType;
+};
+
+// An interface with its flags.
+class Intf {
+public:
+    constexpr Intf() = default;
+    constexpr explicit Intf(Kelpie::IntfId intfId) : intfId_(intfId) {}
+    explicit Intf(Vomo::CharRange& range);
+    Intf(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
+
+    constexpr Kelpie::IntfId intfId() const { return intfId_; }
+    constexpr IntfFlags intfFlags() const { return intfFlags_; }
+    constexpr void intfFlagsIs(IntfFlags v) { intfFlags_ = v; }
+    constexpr bool forward() const { return intfFlags_.forward(); }
+    constexpr void forwardIs(bool v) { intfFlags_.forwardIs(v); }
+    constexpr bool accept() const { return intfFlags_.accept(); }
+    constexpr void acceptIs(bool v) { intfFlags_.acceptIs(v); }
+    constexpr bool notify() const { return intfFlags_.notify(); }
+    constexpr void notifyIs(bool v) { intfFlags_.notifyIs(v); }
+    constexpr bool noRpf() const { return intfFlags_.noRpf(); }
+    constexpr void noRpfIs(bool v) { intfFlags_.noRpfIs(v); }
+    constexpr bool fastdrop() const { return intfFlags_.fastdrop(); }
+    constexpr void fastdropIs(bool v) { intfFlags_.fastdropIs(v); }
+    constexpr bool frr() const { return intfFlags_.frr(); }
+    constexpr void frrIs(bool v) { intfFlags_.frrIs(v); }
+    constexpr explicit operator bool() const { return !(*this == Intf()); }
+
+    friend constexpr bool operator==(Intf const&, Intf const&) = default;
+
+private:
+    friend Vomo::Describe<Intf>;
+    Kelpie::IntfId intfId_;
+    IntfFlags intfFlags_;
+    Vomo::Pad<7> pad_;
+};
+static_assert(sizeof(Intf) == 16 && alignof(Intf) == 8);
+
+// The traffic of one route: the value of the counter table. `value` counts packets or bytes, by the
+// counter mode in force.
+class Counter {
+public:
+    constexpr Counter() = default;
+    constexpr explicit Counter(IpGenRouteKey const& key) : key_(key) {}
+    explicit Counter(Vomo::CharRange& range);
+    Counter(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
+
+    constexpr IpGenRouteKey const& key() const { return key_; }
+    constexpr U64 value() const { return value_; }
+    constexpr void valueIs(U64 v) { value_ = v; }
+    constexpr U64 valueInc(U64 n) & { return value_ += n; }
+    constexpr U64 valueDec(U64 n) & { return value_ -= n; }
+    constexpr Vomo::Seconds lastRefreshTime() const { return lastRefreshTime_; }
+    constexpr void lastRefreshTimeIs(Vomo::Seconds v) { lastRefreshTime_ = v; }
+    constexpr bool active() const { return active_; }
+    constexpr void activeIs(bool v) { active_ = v; }
+    // "[group,source] value"
+    Vomo::String briskString() const;
+    explicit operator bool() const { return !(*this == Counter()); }
+
+    // A time that is no number makes a counter unequal to itself.
+    friend bool operator==(Counter const&, Counter const&) = default;
+    // For listing: inactive first, then the earlier time, the group, the source, the smaller value.
+    friend bool operator<(Counter const& a, Counter const& b);
+
+private:
+    friend Vomo::Describe<Counter>;
+    IpGenRouteKey key_;
+    U64 value_ = 0;
+    Vomo::Seconds lastRefreshTime_ = 0;
+    bool active_ = false;
+    Vomo::Pad<7> pad_;
+};
+static_assert(sizeof(Counter) == 72 && alignof(Counter) == 8);
+
+Vomo::String valueToStrep(RouteKeyTypeConverter v);
+Vomo::String valueToStrep(Intf const& v);
+Vomo::String valueToStrep(Counter const& v);
+std::ostream& operator<<(std::ostream& stream, RouteKeyTypeConverter v);
+std::ostream& operator<<(std::ostream& stream, Intf const& v);
+std::ostream& operator<<(std::ostream& stream, Counter const& v);
+Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, RouteKeyTypeConverter v);
+Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, Intf const& v);
+Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, Counter const& v);
+
+} // namespace Routing::Multicast::Fib

@@ -1,0 +1,241 @@
+#include "Mroute/MfibBriskTypes.h"
+
+#include "Vomo/Frame.h"
+
+#include <bit>
+#include <ostream>
+#include <sstream>
+
+template <> struct Vomo::Describe<Brisk::Multicast::Fib::BidirGroup> {
+    using T = Brisk::Multicast::Fib::BidirGroup;
+    static constexpr auto name = "Brisk::Multicast::Fib::BidirGroup";
+    static constexpr auto attributes = rows({
+        ctor<&T::key_>(2, "key"),
+        mutates<&T::rpa_>(3, "rpa"),
+    });
+};
+template <> struct Vomo::Describe<Brisk::Multicast::Fib::DfProfile> {
+    using T = Brisk::Multicast::Fib::DfProfile;
+    static constexpr auto name = "Brisk::Multicast::Fib::DfProfile";
+    static constexpr auto attributes = rows({
+        ctor<&T::key_>(2, "key"),
+        mutates<&T::dfBitmap_>(3, "dfBitmap"),
+    });
+};
+template <> struct Vomo::Describe<Brisk::Multicast::Fib::IntfOifIndex> {
+    using T = Brisk::Multicast::Fib::IntfOifIndex;
+    static constexpr auto name = "Brisk::Multicast::Fib::IntfOifIndex";
+    static constexpr auto attributes = rows({
+        ctor<&T::key_>(2, "key"),
+        ctor<&T::oifIndex_>(3, "oifIndex"),
+    });
+};
+template <> struct Vomo::Describe<Brisk::Multicast::Fib::OifIndex> {
+    using T = Brisk::Multicast::Fib::OifIndex;
+    static constexpr auto name = "Brisk::Multicast::Fib::OifIndex";
+    static constexpr auto attributes = rows({ctor<&T::value_>(2, "value")});
+};
+template <> struct Vomo::Describe<Brisk::Multicast::Fib::OifIndexIntf> {
+    using T = Brisk::Multicast::Fib::OifIndexIntf;
+    static constexpr auto name = "Brisk::Multicast::Fib::OifIndexIntf";
+    static constexpr auto attributes = rows({
+        ctor<&T::key_>(2, "key"),
+        ctor<&T::intf_>(3, "intf"),
+        mutates<&T::refCount_>(4, "refCount"),
+    });
+};
+template <> struct Vomo::Describe<Brisk::Multicast::Fib::Route> {
+    using T = Brisk::Multicast::Fib::Route;
+    static constexpr auto name = "Brisk::Multicast::Fib::Route";
+    static constexpr auto attributes = rows({
+        ctor<&T::key_>(2, "key"),
+        mutates<&T::iif_>(3, "iif"),
+        mutates<&T::iifFrr_>(4, "iifFrr"),
+        mutates<&T::notify_>(5, "notify"),
+        mutates<&T::fastdrop_>(6, "fastdrop"),
+        mutates<&T::notifyProgrammable_>(7, "notifyProgrammable"),
+        mutates<&T::routeFlags_>(8, "routeFlags"),
+        mutates<&T::iifFlags_>(17, "iifFlags"),
+        mutates<&T::rpaId_>(19, "rpaId"),
+        mutates<&T::maxOifIndex_>(24, "maxOifIndex"),
+        mutates<&T::routePriority_>(25, "routePriority"),
+        mutates<&T::version_>(26, "version"),
+        mutates<&T::oifBitmap_, 0>(29, "oifBitmap1"),
+        mutates<&T::oifBitmap_, 1>(30, "oifBitmap2"),
+        mutates<&T::oifBitmap_, 2>(31, "oifBitmap3"),
+        mutates<&T::oifBitmap_, 3>(32, "oifBitmap4"),
+        mutates<&T::oifBitmap_, 4>(33, "oifBitmap5"),
+        mutates<&T::oifBitmap_, 5>(34, "oifBitmap6"),
+        mutates<&T::oifBitmap_, 6>(35, "oifBitmap7"),
+        mutates<&T::oifBitmap_, 7>(36, "oifBitmap8"),
+    });
+};
+
+namespace Brisk::Multicast::Fib {
+
+void OifIndex::throwOutOfRange() {
+    Vomo::throwRangeException(
+        "Brisk::Multicast::Fib::OifIndex::value < Brisk::Multicast::Fib::OifIndex::min or > "
+        "Brisk::Multicast::Fib::OifIndex::null not allowed");
+}
+
+OifIndex::OifIndex(Vomo::CharRange& range) {
+    Vomo::parse(*this, range);
+    if (value_ > null) throwOutOfRange();
+}
+OifIndex::OifIndex(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) : OifIndex(in->nextU16()) {}
+
+void Route::checkLayout() {
+    static_assert(std::is_trivially_copyable_v<Route> && std::is_standard_layout_v<Route>);
+    static_assert(offsetof(Route, key_) == 0 && offsetof(Route, iif_) == 48 &&
+                  offsetof(Route, iifFrr_) == 56 && offsetof(Route, notify_) == 64 &&
+                  offsetof(Route, fastdrop_) == 72 && offsetof(Route, notifyProgrammable_) == 80 &&
+                  offsetof(Route, routeFlags_) == 81 && offsetof(Route, iifFlags_) == 82 &&
+                  offsetof(Route, rpaId_) == 84 && offsetof(Route, maxOifIndex_) == 86 &&
+                  offsetof(Route, routePriority_) == 88 && offsetof(Route, version_) == 92 &&
+                  offsetof(Route, oifBitmap_) == 96);
+}
+void OifIndexIntf::checkLayout() {
+    static_assert(std::is_trivially_copyable_v<OifIndexIntf>);
+    static_assert(offsetof(OifIndexIntf, key_) == 0 && offsetof(OifIndexIntf, intf_) == 8 &&
+                  offsetof(OifIndexIntf, refCount_) == 16);
+}
+
+U8 Route::oifs() const {
+    int count = 0;
+    for (U64 const bits : oifBitmap_) count += std::popcount(bits);
+    return static_cast<U8>(count);
+}
+
+OifIndex Route::nextOif(OifIndex i) const {
+    if (!maxOifIndex_) return OifIndex();
+    unsigned const last = word(maxOifIndex_);
+    unsigned at = 0;
+    U64 passed = 0; // bits of the first word that lie at or before `i`
+    if (i) {
+        at = word(i);
+        if (at > last) return OifIndex();
+        passed = (U64{2} << (i.value() & 63)) - 1;
+    }
+    for (; at <= last; ++at, passed = 0)
+        if (U64 const left = oifBitmap_[at] & ~passed)
+            return OifIndex(static_cast<U16>(at * bitsPerWord +
+                                             static_cast<unsigned>(std::countr_zero(left))));
+    return OifIndex();
+}
+
+Route::OifIteratorConst Route::oifIteratorConst() const { return {*this, nextOif(OifIndex())}; }
+Route::OifIteratorConst Route::oifIteratorConst(OifIndex i) const {
+    return {*this, i && oif(i) ? i : nextOif(i)};
+}
+
+bool Route::isStarG() const { return !(*this == Route()) && key_.s().len() == 0 && !rpaId_; }
+
+Route Route::operator^(Route const& other) const {
+    Route result(key_);
+    for (unsigned w = 0; w < numWords; ++w)
+        result.oifBitmap_[w] = oifBitmap_[w] ^ other.oifBitmap_[w];
+    auto const differing = [](Kelpie::IntfId mine, Kelpie::IntfId theirs) {
+        if (mine == theirs) return Kelpie::IntfId();
+        return mine ? mine : theirs;
+    };
+    result.iif_ = differing(iif_, other.iif_);
+    result.notify_ = differing(notify_, other.notify_);
+    result.fastdrop_ = differing(fastdrop_, other.fastdrop_);
+    result.iifFrr_ = differing(iifFrr_, other.iifFrr_);
+    result.routeFlags_ = routeFlags_ ^ other.routeFlags_;
+    result.iifFlags_ = iifFlags_ ^ other.iifFlags_;
+    result.maxOifIndex_ = OifIndex(OifIndex::max);
+    return result;
+}
+
+Route Route::operator&(Route const& other) const {
+    Route result(key_);
+    for (unsigned w = 0; w < numWords; ++w)
+        result.oifBitmap_[w] = oifBitmap_[w] & other.oifBitmap_[w];
+    if (iif_) {
+        result.iif_ = other.iif_;
+        result.iifFlags_ = other.iifFlags_;
+    }
+    if (notify_) result.notify_ = other.notify_;
+    if (fastdrop_) result.fastdrop_ = other.fastdrop_;
+    if (iifFrr_) result.iifFrr_ = other.iifFrr_;
+    result.routeFlags_ = other.routeFlags_;
+    result.version_ = other.version_;
+    result.maxOifIndex_ = OifIndex(OifIndex::max);
+    return result;
+}
+
+Vomo::String Route::briskString() const {
+    std::ostringstream text;
+    text << "[" << key_.pretty() << "] F 0x" << std::hex;
+    text << static_cast<char>(routeFlags_.value()) << " 0x" << static_cast<char>(iifFlags_.value());
+    text << " I " << iif_ << " N " << notify_ << " S " << fastdrop_ << " F " << iifFrr_;
+    text << " O";
+    for (unsigned w = numWords; w-- > 0;) text << " 0x" << oifBitmap_[w];
+    text << " max " << std::dec << maxOifIndex_ << " ver " << version_ << " priority "
+         << routePriority_;
+    return text.str();
+}
+
+Vomo::String OifIndexIntf::briskString() const {
+    std::ostringstream text;
+    text << "[" << key_ << "] " << intf_ << " RC: " << refCount_;
+    return text.str();
+}
+Vomo::String DfProfile::briskString() const {
+    std::ostringstream text;
+    text << "[" << key_ << "]" << dfBitmap_;
+    return text.str();
+}
+Vomo::String BidirGroup::briskString() const {
+    std::ostringstream text;
+    text << "[" << key_ << "]" << rpa_;
+    return text.str();
+}
+
+Route::Route(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+Route::Route(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
+OifIndexIntf::OifIndexIntf(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+OifIndexIntf::OifIndexIntf(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
+IntfOifIndex::IntfOifIndex(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+IntfOifIndex::IntfOifIndex(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
+DfProfile::DfProfile(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+DfProfile::DfProfile(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
+BidirGroup::BidirGroup(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+BidirGroup::BidirGroup(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
+
+Vomo::String valueToStrep(OifIndex v) { return Vomo::text(v); }
+Vomo::String valueToStrep(Route const& v) { return Vomo::text(v); }
+Vomo::String valueToStrep(OifIndexIntf const& v) { return Vomo::text(v); }
+Vomo::String valueToStrep(IntfOifIndex const& v) { return Vomo::text(v); }
+Vomo::String valueToStrep(DfProfile const& v) { return Vomo::text(v); }
+Vomo::String valueToStrep(BidirGroup const& v) { return Vomo::text(v); }
+Vomo::String valueToStrep(TableInfo) { return {}; }
+
+std::ostream& operator<<(std::ostream& stream, OifIndex v) { return stream << v.value(); }
+std::ostream& operator<<(std::ostream& stream, Route const& v) { return stream << valueToStrep(v); }
+std::ostream& operator<<(std::ostream& stream, OifIndexIntf const& v) {
+    return stream << valueToStrep(v);
+}
+std::ostream& operator<<(std::ostream& stream, IntfOifIndex const& v) {
+    return stream << valueToStrep(v);
+}
+std::ostream& operator<<(std::ostream& stream, DfProfile const& v) {
+    return stream << valueToStrep(v);
+}
+std::ostream& operator<<(std::ostream& stream, BidirGroup const& v) {
+    return stream << valueToStrep(v);
+}
+std::ostream& operator<<(std::ostream& stream, TableInfo) { return stream; }
+
+using Vomo::NboAttrLog::Out;
+Out& operator<<(Out& out, OifIndex v) { return out << v.value(); }
+Out& operator<<(Out& out, Route const& v) { return Vomo::write(out, v), out; }
+Out& operator<<(Out& out, OifIndexIntf const& v) { return Vomo::write(out, v), out; }
+Out& operator<<(Out& out, IntfOifIndex const& v) { return Vomo::write(out, v), out; }
+Out& operator<<(Out& out, DfProfile const& v) { return Vomo::write(out, v), out; }
+Out& operator<<(Out& out, BidirGroup const& v) { return Vomo::write(out, v), out; }
+Out& operator<<(Out& out, TableInfo) { return out; }
+
+} // namespace Brisk::Multicast::Fib

@@ -1,0 +1,264 @@
+#include "Mroute/MfibTypes.h"
+
+#include "Mroute/RouteKeyBits.h"
+#include "Vomo/EnumType.h"
+#include "Vomo/Frame.h"
+
+#include <ostream>
+#include <sstream>
+
+template <> struct Vomo::Describe<Routing::Multicast::Fib::IifFlags> {
+    static constexpr auto name = "Routing::Multicast::Fib::IifFlags";
+    static constexpr auto attributes = rows({flag(2, "noRpf")});
+};
+template <> struct Vomo::Describe<Routing::Multicast::Fib::IntfFlags> {
+    static constexpr auto name = "Routing::Multicast::Fib::IntfFlags";
+    static constexpr auto attributes = rows({
+        flag(2, "forward"),
+        flag(3, "accept"),
+        flag(4, "notify"),
+        flag(5, "noRpf"),
+        flag(6, "fastdrop"),
+        flag(7, "frr"),
+    });
+};
+template <> struct Vomo::Describe<Routing::Multicast::Fib::RouteFlags> {
+    static constexpr auto name = "Routing::Multicast::Fib::RouteFlags";
+    static constexpr auto attributes = rows({
+        flag(2, "valid"),
+        flag(3, "toCpu"),
+        flag(4, "iifRegister"),
+        flag(5, "oifRegister"),
+        flag(6, "programmable"),
+        flag(7, "skipSoftwareProgramming"),
+        flag(8, "iifPmsi"),
+        flag(9, "virtualRoute"),
+    });
+};
+template <> struct Vomo::Describe<Routing::Multicast::Fib::RouteKeyType> {
+    static constexpr auto name = "Routing::Multicast::Fib::RouteKeyType";
+    static constexpr auto attributes = rows({
+        literal(2, "unknownRouteKeyType", 0),
+        literal(3, "vlanFloodset", 1),
+        literal(4, "multicastFloodset", 2),
+        literal(5, "ethGroup", 3),
+        literal(6, "mcastGroup", 4),
+        literal(7, "vxlanCoreSideFloodset", 5),
+        literal(8, "evpnMultihomeFloodset", 6),
+        literal(9, "multicastV6Floodset", 7),
+        literal(10, "mroute", 8),
+    });
+};
+template <> struct Vomo::Describe<Routing::Multicast::Fib::RoutePriority> {
+    using T = Routing::Multicast::Fib::RoutePriority;
+    static constexpr auto name = "Routing::Multicast::Fib::RoutePriority";
+    static constexpr auto attributes = rows({ctor<&T::value_>(2, "value")});
+};
+
+namespace Routing::Multicast::Fib {
+
+using namespace RouteKeyBits;
+
+namespace {
+using KindText = Vomo::EnumType<U32>;
+constexpr Vomo::VomoTypeBase kindType = Vomo::IdOf<RouteKeyType>::type;
+} // namespace
+
+RouteKeyType RouteKeyTypeInstance(unsigned int number) {
+    return static_cast<RouteKeyType>(KindText::instance(kindType, number));
+}
+RouteKeyType RouteKeyTypeInstance(Vomo::String const& name) {
+    return static_cast<RouteKeyType>(KindText::instance(kindType, name));
+}
+std::ostream& operator<<(std::ostream& stream, RouteKeyType const& v) {
+    return KindText::operatorLessLess(stream, kindType, static_cast<U32>(v));
+}
+Vomo::String valueToStrep(RouteKeyType const& v) {
+    return KindText::valueToStrep(kindType, static_cast<U32>(v));
+}
+RouteKeyType sequenceToValue(Vomo::CharRange& range, RouteKeyType*) {
+    return static_cast<RouteKeyType>(KindText::sequenceToValue(range, kindType));
+}
+Vomo::String stringValue(RouteKeyType v) {
+    return KindText::stringValue(kindType, static_cast<U32>(v));
+}
+
+U32 IpGenRouteKey::hash() const { return prefixHash(s_) ^ prefixHash(g_); }
+
+RouteKeyType IpGenRouteKey::kind() const {
+    if (g_.isMulticast()) return RouteKeyType::mroute;
+    if (g_ == Kelpie::IpGenPrefix()) return RouteKeyType::unknownRouteKeyType;
+    PLAINASSERT(g().af() == Kelpie::ipv4(), "g().af() == Kelpie::ipv4()");
+    return kindOf(g_.v4Addr());
+}
+
+Bridging::VlanId IpGenRouteKey::vlanId() const {
+    using enum RouteKeyType;
+    RouteKeyType const type = kind();
+    PLAINASSERT(
+        type == vlanFloodset || type == multicastV6Floodset || type == RouteKeyType::multicastFloodset ||
+            type == vxlanCoreSideFloodset || type == ethGroup || type == evpnMultihomeFloodset,
+        "type == vlanFloodset_ or type == multicastV6Floodset_ or type == multicastFloodset_ or "
+        "type == vxlanCoreSideFloodset_ or type == ethGroup_ or type == evpnMultihomeFloodset_");
+    return Bridging::VlanId(vlanBits(g_.v4Addr()));
+}
+
+Kelpie::EthAddr IpGenRouteKey::ethAddr() const {
+    RouteKeyType const type = kind();
+    if (type == RouteKeyType::mroute) return g_.address().mcastEtherAddress();
+    return type == RouteKeyType::ethGroup ? macOf(s_.v4Addr(), g_.v4Addr()) : Kelpie::EthAddr();
+}
+
+GroupKey IpGenRouteKey::mcastGroup() const {
+    PLAINASSERT(kind() == RouteKeyType::mcastGroup, "type == mcastGroup_");
+    return groupOf(s_.v4Addr());
+}
+
+Kelpie::IpGenAddr IpGenRouteKey::evpnTepIp() const {
+    PLAINASSERT(kind() == RouteKeyType::evpnMultihomeFloodset, "type == evpnMultihomeFloodset_");
+    return s_.v4Prefix().address();
+}
+
+namespace {
+
+// A flood set has the IPv4 zero prefix for a source.
+IpGenRouteKey floodset(RouteKeyType type, Bridging::VlanId vlan) {
+    return {Kelpie::Prefix(), Kelpie::Prefix(groupAddress(type, vlan.value()), 32)};
+}
+
+} // namespace
+
+IpGenRouteKey IpGenRouteKey::makeRouteKeyVlanFloodset(Bridging::VlanId vlan) {
+    return floodset(RouteKeyType::vlanFloodset, vlan);
+}
+IpGenRouteKey IpGenRouteKey::makeRouteKeyMulticastFloodset(Bridging::VlanId vlan) {
+    return floodset(RouteKeyType::multicastFloodset, vlan);
+}
+IpGenRouteKey IpGenRouteKey::makeRouteKeyEthGroup(Bridging::VlanId vlan,
+                                                  Kelpie::EthAddr const& mac) {
+    U32 const source = U32{mac.byte(2)} << 24 | U32{mac.byte(3)} << 16 | U32{mac.byte(4)} << 8 |
+                       mac.byte(5);
+    U32 const group = groupAddress(RouteKeyType::ethGroup, vlan.value()).word() |
+                      U32{mac.byte(0)} << 8 | mac.byte(1);
+    return {Kelpie::Prefix(Kelpie::IpAddr::fromWord(source), 32),
+            Kelpie::Prefix(Kelpie::IpAddr::fromWord(group), 32)};
+}
+IpGenRouteKey IpGenRouteKey::makeRouteKeyMcastGroup(GroupKey group) {
+    U32 const source = U32{group.kind()} << 16 | group.index();
+    return {Kelpie::Prefix(Kelpie::IpAddr::fromWord(source), 32),
+            Kelpie::Prefix(groupAddress(RouteKeyType::mcastGroup, 0), 32)};
+}
+IpGenRouteKey IpGenRouteKey::makeRouteKeyVxlanCoreSideFloodset(Bridging::VlanId vlan) {
+    return floodset(RouteKeyType::vxlanCoreSideFloodset, vlan);
+}
+IpGenRouteKey IpGenRouteKey::makeRouteKeyEvpnMultihomeFloodset(Bridging::VlanId vlan,
+                                                               Kelpie::IpGenAddr const& endpoint) {
+    return {Kelpie::IpGenPrefix(endpoint, 32),
+            Kelpie::Prefix(groupAddress(RouteKeyType::evpnMultihomeFloodset, vlan.value()), 32)};
+}
+IpGenRouteKey IpGenRouteKey::makeRouteKeyMulticastV6Floodset(Bridging::VlanId vlan) {
+    return floodset(RouteKeyType::multicastV6Floodset, vlan);
+}
+IpGenRouteKey IpGenRouteKey::makeRouteKeyMroute(Kelpie::Prefix const& s, Kelpie::Prefix const& g) {
+    return {s, g};
+}
+
+IpGenRouteKey makeRouteKeyVlanFloodset(Bridging::VlanId vlan) {
+    return IpGenRouteKey::makeRouteKeyVlanFloodset(vlan);
+}
+IpGenRouteKey makeRouteKeyMulticastFloodset(Bridging::VlanId vlan) {
+    return IpGenRouteKey::makeRouteKeyMulticastFloodset(vlan);
+}
+IpGenRouteKey makeRouteKeyEthGroup(Bridging::VlanId vlan, Kelpie::EthAddr const& mac) {
+    return IpGenRouteKey::makeRouteKeyEthGroup(vlan, mac);
+}
+IpGenRouteKey makeRouteKeyMcastGroup(GroupKey group) {
+    return IpGenRouteKey::makeRouteKeyMcastGroup(group);
+}
+IpGenRouteKey makeRouteKeyVxlanCoreSideFloodset(Bridging::VlanId vlan) {
+    return IpGenRouteKey::makeRouteKeyVxlanCoreSideFloodset(vlan);
+}
+IpGenRouteKey makeRouteKeyEvpnMultihomeFloodset(Bridging::VlanId vlan,
+                                                Kelpie::IpGenAddr const& endpoint) {
+    return IpGenRouteKey::makeRouteKeyEvpnMultihomeFloodset(vlan, endpoint);
+}
+IpGenRouteKey makeRouteKeyMulticastV6Floodset(Bridging::VlanId vlan) {
+    return IpGenRouteKey::makeRouteKeyMulticastV6Floodset(vlan);
+}
+IpGenRouteKey makeRouteKeyMroute(Kelpie::Prefix const& s, Kelpie::Prefix const& g) {
+    return IpGenRouteKey::makeRouteKeyMroute(s, g);
+}
+
+IpGenRouteKey::IpGenRouteKey(RouteKey const& key) : s_(key.s()), g_(key.g()) {}
+IpGenRouteKey::IpGenRouteKey(Vomo::CharRange& range) {
+    s_ = Vomo::deserializeAttr<Kelpie::IpGenPrefix>(range, "s");
+    range.needString(",");
+    g_ = Vomo::deserializeAttr<Kelpie::IpGenPrefix>(range, "g");
+}
+IpGenRouteKey::IpGenRouteKey(Vomo::NboAttrLog::In* in, Vomo::StreamBogon tag)
+    : s_(in, tag), g_(in, tag) {}
+
+IpGenRouteKey sequenceToValue(Vomo::CharRange& range, IpGenRouteKey*) {
+    return IpGenRouteKey(range);
+}
+Vomo::String valueToStrep(IpGenRouteKey const& v) {
+    return fmt::format("{},{}", v.s(), v.g());
+}
+std::ostream& operator<<(std::ostream& stream, IpGenRouteKey const& v) {
+    return stream << v.pretty();
+}
+std::ostream& operator<<(std::ostream& stream, IpGenRouteKey const* v) {
+    return stream << "(" << v->s() << ", " << v->g() << ")";
+}
+Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, IpGenRouteKey const& v) {
+    return out << v.s() << v.g();
+}
+
+Vomo::String IpGenRouteKey::pretty() const {
+    RouteKeyType const type = kind();
+    if (type != RouteKeyType::mroute) return prettyFlood(*this, type);
+    if (s_.len() == 0) return fmt::format("(*,{})", g_.address());
+    auto const text = [](Kelpie::IpGenPrefix const& p) {
+        return p.isHost() ? p.address().stringValue() : p.stringValue();
+    };
+    return fmt::format("({},{})", text(s_), text(g_));
+}
+
+RouteFlags::RouteFlags(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+RouteFlags::RouteFlags(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
+IntfFlags::IntfFlags(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+IntfFlags::IntfFlags(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
+IifFlags::IifFlags(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+IifFlags::IifFlags(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
+RoutePriority::RoutePriority(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+RoutePriority::RoutePriority(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
+
+Vomo::String valueToStrep(RouteFlags v) { return Vomo::text(v); }
+Vomo::String valueToStrep(IntfFlags v) { return Vomo::text(v); }
+Vomo::String valueToStrep(IifFlags v) { return Vomo::text(v); }
+Vomo::String valueToStrep(RoutePriority v) { return Vomo::text(v); }
+Vomo::String valueToStrep(RpaIndex v) { return valueToStrep(static_cast<BitMapper::BitIndex>(v)); }
+
+std::ostream& operator<<(std::ostream& stream, RouteFlags v) { return stream << valueToStrep(v); }
+std::ostream& operator<<(std::ostream& stream, IntfFlags v) { return stream << valueToStrep(v); }
+std::ostream& operator<<(std::ostream& stream, IntfFlags const* v) {
+    stream << "Flags: ";
+    if (v->value() == 0) return stream << "None";
+    if (v->forward()) stream << 'F';
+    if (v->accept()) stream << 'A';
+    if (v->notify()) stream << 'N';
+    if (v->noRpf()) stream << 'R';
+    return stream;
+}
+std::ostream& operator<<(std::ostream& stream, IifFlags v) { return stream << valueToStrep(v); }
+std::ostream& operator<<(std::ostream& stream, RoutePriority v) { return stream << +v.value(); }
+std::ostream& operator<<(std::ostream& stream, RpaIndex v) { return stream << v.value(); }
+
+using Vomo::NboAttrLog::Out;
+Out& operator<<(Out& out, RouteFlags v) { return Vomo::write(out, v), out; }
+Out& operator<<(Out& out, IntfFlags v) { return Vomo::write(out, v), out; }
+Out& operator<<(Out& out, IifFlags v) { return Vomo::write(out, v), out; }
+Out& operator<<(Out& out, RoutePriority v) { return out << v.value(); }
+Out& operator<<(Out& out, RpaIndex v) { return out << v.value(); }
+
+} // namespace Routing::Multicast::Fib

@@ -1,1 +1,0 @@
-// Holds the place of the product library until its modules stand here.

@@ -1,0 +1,42 @@
+// A set of up to eight flags in one byte.
+#pragma once
+
+#include "Vomo/Exception.h"
+#include "Vomo/Fwd.h"
+
+namespace Vomo {
+
+// Base of the flag set T, whose declared bits are `mask`, from bit 0 upward.
+template <class T, U8 mask> class FlagSet {
+public:
+    static constexpr U8 definedBits = mask;
+
+    constexpr U8 value() const { return bits_; }
+    constexpr explicit operator bool() const { return bits_ != 0; }
+
+    friend constexpr bool operator==(T a, T b) { return a.value() == b.value(); }
+    friend constexpr auto operator<=>(T a, T b) { return a.value() <=> b.value(); }
+    friend constexpr T operator&(T a, T b) { return of(a.value() & b.value()); }
+    friend constexpr T operator|(T a, T b) { return of(a.value() | b.value()); }
+    friend constexpr T operator^(T a, T b) { return of(a.value() ^ b.value()); }
+    // The flags of a that are not in b.
+    friend constexpr T operator-(T a, T b) { return of(a.value() & ~b.value()); }
+    friend constexpr T operator~(T a) { return of(~a.value()); }
+
+protected:
+    constexpr FlagSet() = default;
+    // Raises RangeException for a bit that is not declared.
+    constexpr explicit FlagSet(U8 bits) : bits_(bits & mask) {
+        if (bits > mask) throwDenseEnumBoolSetRangeException(IdOf<T>::type, bits);
+    }
+    constexpr bool bit(unsigned n) const { return bits_ >> n & 1; }
+    constexpr void bitIs(unsigned n, bool on) {
+        bits_ = static_cast<U8>((bits_ & ~(1U << n)) | static_cast<unsigned>(on) << n);
+    }
+    U8 bits_ = 0;
+
+private:
+    static constexpr T of(int bits) { return T(static_cast<U8>(bits & mask)); }
+};
+
+} // namespace Vomo

@@ -1,0 +1,41 @@
+// Hashes of values and of collection keys. The same in every process and build, but for the seed.
+#pragma once
+
+#include "Tumbrel/HashMix.h"
+
+#include <cstring>
+#include <string_view>
+
+namespace Vomo {
+
+// A seeded hash of a composite of small integers: one `hashMix` per field, in declared order.
+class Hash {
+public:
+    constexpr explicit Hash(U32 seed) : seed_(seed) {}
+    template <unsigned width> void hashMix(void const* field) {
+        static_assert(width == 2 || width == 4);
+        U32 word = 0;
+        std::memcpy(&word, field, width); // little endian: a U16 keeps its value
+        state_ = Tumbrel::mix64(state_ ^ U64{seed_} << 32, word | U64{width} << 32);
+    }
+    U32 result() const { return Tumbrel::fold(state_); }
+
+private:
+    U32 seed_;
+    U64 state_ = 0;
+};
+
+// The hash of a collection's key; a seed of 0 is as good as any.
+U32 hashSingleAttr(U32 seed, U16 key);
+U32 hashSingleAttr(U32 seed, U32 key);
+U32 hashSingleAttr(U32 seed, U64 key);
+U32 hashSingleAttr(U32 seed, std::string_view key);
+
+namespace HashHelper {
+// The seed of this process's seeded collections, drawn at random at first use.
+U32 hashSeed32();
+// Fixes the seed, for tests; before the first collection is made.
+void hashSeed32Is(U32 seed);
+} // namespace HashHelper
+
+} // namespace Vomo

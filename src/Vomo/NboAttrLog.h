@@ -1,0 +1,99 @@
+// The attribute log's writer and reader of plain bytes: big endian, no padding.
+#pragma once
+
+#include "Vomo/Fwd.h"
+
+#include <bit>
+#include <cstring>
+#include <span>
+
+namespace Vomo {
+
+namespace NboAttrLog {
+
+// A growing run of bytes that values are written to.
+class Out {
+public:
+    Out() = default;
+    Out(Out const&) = delete;
+    Out& operator=(Out const&) = delete;
+    ~Out();
+
+    std::span<U8 const> bytes() const { return {begin_, next_}; }
+    std::size_t size() const { return static_cast<std::size_t>(next_ - begin_); }
+    void clear() { next_ = begin_; }
+    void append(void const* data, std::size_t n) {
+        if (n != 0) std::memcpy(room(n), data, n);
+    }
+    // Room for `n` bytes, which the caller fills.
+    U8* room(std::size_t n) {
+        if (static_cast<std::size_t>(end_ - next_) < n) [[unlikely]] grow(n);
+        U8* const at = next_;
+        next_ += n;
+        return at;
+    }
+    // Appends an integer, high byte first.
+    template <class Int> void putInt(Int v) {
+        if constexpr (sizeof v == 8) v = static_cast<Int>(__builtin_bswap64(v));
+        if constexpr (sizeof v == 4) v = static_cast<Int>(__builtin_bswap32(v));
+        if constexpr (sizeof v == 2) v = static_cast<Int>(__builtin_bswap16(v));
+        std::memcpy(room(sizeof v), &v, sizeof v);
+    }
+
+private:
+    void grow(std::size_t n);
+
+    U8* begin_ = nullptr;
+    U8* next_ = nullptr;
+    U8* end_ = nullptr;
+};
+
+inline Out& operator<<(Out& out, U8 v) { return out.putInt(v), out; }
+inline Out& operator<<(Out& out, U16 v) { return out.putInt(v), out; }
+inline Out& operator<<(Out& out, U32 v) { return out.putInt(v), out; }
+inline Out& operator<<(Out& out, U64 v) { return out.putInt(v), out; }
+inline Out& operator<<(Out& out, bool v) { return out.putInt(static_cast<U8>(v)), out; }
+inline Out& operator<<(Out& out, Seconds v) { return out.putInt(std::bit_cast<U64>(v)), out; }
+Out& operator<<(Out& out, String const& v);
+
+// Reads what Out wrote. Running out raises AttrLogRecordException.
+class In {
+public:
+    explicit In(std::span<U8 const> bytes)
+        : next_(bytes.data()), end_(bytes.data() + bytes.size()) {}
+
+    std::size_t remaining() const { return static_cast<std::size_t>(end_ - next_); }
+    U8 nextU8() { return nextInt<U8>(); }
+    U16 nextU16() { return nextInt<U16>(); }
+    U32 nextU32() { return nextInt<U32>(); }
+    U64 nextU64() { return nextInt<U64>(); }
+    bool nextBool() { return nextInt<U8>() != 0; }
+    Seconds nextSeconds() { return std::bit_cast<Seconds>(nextInt<U64>()); }
+    String nextString();
+    // Raises RangeException for a string of more than `max` bytes.
+    String nextValidString(U32 max);
+    // The next `n` bytes as they stand.
+    U8 const* take(std::size_t n) {
+        if (remaining() < n) [[unlikely]] throwShort(n);
+        U8 const* const at = next_;
+        next_ += n;
+        return at;
+    }
+
+private:
+    template <class Int> Int nextInt() {
+        Int v;
+        std::memcpy(&v, take(sizeof v), sizeof v);
+        if constexpr (sizeof v == 8) v = static_cast<Int>(__builtin_bswap64(v));
+        if constexpr (sizeof v == 4) v = static_cast<Int>(__builtin_bswap32(v));
+        if constexpr (sizeof v == 2) v = static_cast<Int>(__builtin_bswap16(v));
+        return v;
+    }
+    [[noreturn]] void throwShort(std::size_t wanted) const;
+
+    U8 const* next_;
+    U8 const* end_;
+};
+
+} // namespace NboAttrLog
+} // namespace Vomo
