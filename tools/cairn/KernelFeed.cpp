@@ -21,8 +21,6 @@ namespace {
 constexpr std::size_t batch = 64;
 constexpr std::size_t datagramSize = 8192;
 constexpr std::size_t answerSize = 65536;
-// Room for about 40,000 notifications between two turns of the loop; the default holds 257.
-constexpr int receiveBuffer = 32 << 20;
 
 [[noreturn]] void fail(std::string const& what, int error) {
     throw KernelError(fmt::format("{}: {}", what, std::strerror(error)));
@@ -59,12 +57,20 @@ private:
     bool entered_ = false;
 };
 
-int openRtnetlink(int flags) {
+int openRtnetlink(int flags, U32 receiveBuffer) {
     int const fd = ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | flags, NETLINK_ROUTE);
     if (fd < 0) fail("rtnetlink socket", errno);
     // Only root may go beyond the limit of the system; others get what it allows.
     if (::setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &receiveBuffer, sizeof receiveBuffer) != 0)
         ::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
+    // An unbound socket has the kernel's own port number, and hears none of its notifications.
+    sockaddr_nl any{};
+    any.nl_family = AF_NETLINK;
+    if (::bind(fd, reinterpret_cast<sockaddr const*>(&any), sizeof any) != 0) {
+        int const error = errno;
+        ::close(fd);
+        fail("rtnetlink socket", error);
+    }
     return fd;
 }
 
@@ -74,14 +80,14 @@ Descriptor::~Descriptor() {
     if (fd_ >= 0) ::close(fd_);
 }
 
-KernelFeed::KernelFeed(std::string const& netns)
+KernelFeed::KernelFeed(std::string const& netns, U32 receiveBuffer)
     : feed_([&] {
           Namespace const inside(netns);
-          return openRtnetlink(SOCK_NONBLOCK);
+          return openRtnetlink(SOCK_NONBLOCK, receiveBuffer);
       }()),
       query_([&] {
           Namespace const inside(netns);
-          return openRtnetlink(0);
+          return openRtnetlink(0, defaultReceiveBuffer);
       }()),
       buffer_(std::max(batch * datagramSize, answerSize)) {
     for (int const group : {RTNLGRP_LINK, RTNLGRP_IPV4_NETCONF, RTNLGRP_IPV6_NETCONF,

@@ -32,9 +32,13 @@ private:
 
 class KernelFeed {
 public:
+    // In bytes. The kernel doubles it and counts about 830 for a notification: room for some 80,000
+    // of them. Its own default holds 257.
+    static constexpr U32 defaultReceiveBuffer = 32u << 20;
+
     // Opens both sockets in the named network namespace (`ip netns`), or in the present one if the
     // name is empty. Raises KernelError.
-    explicit KernelFeed(std::string const& netns = {});
+    explicit KernelFeed(std::string const& netns, U32 receiveBuffer = defaultReceiveBuffer);
 
     // Readable when notifications wait.
     int fd() const { return feed_.get(); }

@@ -56,6 +56,8 @@ public:
     // The kernel dropped notifications.
     void overrun();
 
+    // Asks for a resync; the first reason counts.
+    void wantResync(char const* reason);
     // Why a resync is due, or an empty text.
     std::string const& resyncReason() const { return resyncReason_; }
     // Whether a sign of a silent change was seen since the last call.
@@ -94,7 +96,6 @@ private:
     void foldGone(KernelRoute const& route, double now);
     void remove(RouteId const& id, Entry& entry, bool ownerDied, double now);
     void foldLink(KernelLink const& link);
-    void wantResync(char const* reason);
     NamedRoute named(KernelRoute const& route) const;
 
     double holdSeconds_;

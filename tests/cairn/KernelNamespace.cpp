@@ -1,0 +1,170 @@
+#include "tests/cairn/KernelNamespace.h"
+
+#include "RouteFile.h"
+
+#include <fmt/format.h>
+
+#include <csignal>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace CairnTest {
+
+using namespace Cairn;
+using namespace std::chrono_literals;
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr unsigned numInterfaces = 8;
+
+void must(int exitCode, std::string const& what) {
+    if (exitCode != 0) throw std::runtime_error(fmt::format("{}: exit code {}", what, exitCode));
+}
+
+} // namespace
+
+int startProgram(std::vector<std::string> const& arguments, std::string const& outputFile,
+                 std::string const& inputFile) {
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    if (!inputFile.empty())
+        posix_spawn_file_actions_addopen(&files, 0, inputFile.c_str(), O_RDONLY, 0);
+    if (!outputFile.empty())
+        posix_spawn_file_actions_addopen(&files, 1, outputFile.c_str(),
+                                         O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    std::vector<char*> argv;
+    for (auto const& a : arguments) argv.push_back(const_cast<char*>(a.c_str()));
+    argv.push_back(nullptr);
+    pid_t pid = 0;
+    int const error = ::posix_spawnp(&pid, argv[0], &files, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&files);
+    if (error) throw std::runtime_error(fmt::format("{}: {}", arguments[0], std::strerror(error)));
+    return pid;
+}
+
+int waitProgram(int pid) {
+    int status = 0;
+    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+int runProgram(std::vector<std::string> const& arguments, std::string const& outputFile,
+               std::string const& inputFile) {
+    return waitProgram(startProgram(arguments, outputFile, inputFile));
+}
+
+bool programExists(std::string const& name) {
+    std::istringstream path(std::getenv("PATH") ? std::getenv("PATH") : "");
+    for (std::string directory; std::getline(path, directory, ':');)
+        if (::access((directory + "/" + name).c_str(), X_OK) == 0) return true;
+    return false;
+}
+
+std::string KernelNamespace::missing() {
+    if (::geteuid() != 0) return "needs root, to make a network namespace";
+    for (char const* program : {"ip", "smcrouted", "smcroutectl"})
+        if (!programExists(program)) return fmt::format("needs the program {}", program);
+    std::string const probe = fmt::format("cairn-probe-{}", ::getpid());
+    if (runProgram({"ip", "netns", "add", probe}, "/dev/null") != 0)
+        return "needs network namespaces, which this system does not allow";
+    runProgram({"ip", "netns", "del", probe});
+    return {};
+}
+
+KernelNamespace::KernelNamespace(unsigned routes) {
+    static int count = 0;
+    name_ = fmt::format("cairn-test-{}-{}", ::getpid(), count++);
+    directory_ = fmt::format("{}/{}", fs::temp_directory_path().string(), name_);
+    fs::create_directories(directory_);
+    must(runProgram({"ip", "netns", "add", name_}), "ip netns add");
+    for (unsigned i = 0; i < numInterfaces; i += 2)
+        must(ip({"link", "add", fmt::format("v{}", i), "type", "veth", "peer", "name",
+                 fmt::format("v{}", i + 1)}),
+             "ip link add");
+    for (unsigned i = 0; i < numInterfaces; ++i)
+        must(ip({"link", "set", fmt::format("v{}", i), "up"}), "ip link set");
+    for (unsigned i = 0; i < routes; ++i) {
+        pool_.push_back({"10.0.0.1", fmt::format("239.1.{}.{}", i / 250, i % 250)});
+        pool_.push_back({"2001:db8::1", fmt::format("ff0e::{:x}", i + 1)});
+    }
+    std::ofstream conf(path("smcroute.conf"));
+    for (unsigned i = 0; i < numInterfaces; ++i) conf << "phyint v" << i << " enable\n";
+    for (auto const& route : pool_)
+        conf << "mroute from v0 source " << route.source << " group " << route.group << " to v"
+             << 1 + random_() % 3 << " v" << 4 + random_() % 4 << "\n";
+    conf.close();
+    startDaemon();
+}
+
+KernelNamespace::~KernelNamespace() {
+    killDaemon();
+    runProgram({"ip", "netns", "del", name_});
+    fs::remove_all(directory_);
+}
+
+void KernelNamespace::startDaemon() {
+    daemon_ = startProgram({"ip", "netns", "exec", name_, "smcrouted", "-n", "-N", "-l", "err",
+                            "-f", path("smcroute.conf"), "-u", path("smcroute.sock"), "-P",
+                            path("smcroute.pid")},
+                           "/dev/null");
+    std::size_t known = 0;
+    for (int wait = 0; wait < 200; ++wait) {
+        std::this_thread::sleep_for(50ms);
+        auto const now = routes().size();
+        if (now >= pool_.size() && now == known) return;
+        known = now;
+    }
+    throw std::runtime_error(
+        fmt::format("smcrouted set {} of {} routes in 10 s", known, pool_.size()));
+}
+
+void KernelNamespace::killDaemon() {
+    if (daemon_ <= 0) return;
+    ::kill(daemon_, SIGKILL);
+    waitProgram(daemon_);
+    daemon_ = 0;
+}
+
+int KernelNamespace::ip(std::vector<std::string> arguments, std::string const& outputFile) const {
+    std::vector<std::string> all{"ip", "-n", name_};
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    return runProgram(all, outputFile);
+}
+
+void KernelNamespace::change(unsigned changes) {
+    std::ofstream batch(path("batch"));
+    for (unsigned i = 0; i < changes; ++i) {
+        auto& route = pool_[random_() % pool_.size()];
+        // The daemon adds an interface to a route it has, and makes one that it has not.
+        if (route.present && random_() % 2 == 0) {
+            batch << "remove v0 " << route.source << " " << route.group << "\n";
+            route.present = false;
+        } else {
+            batch << "add v0 " << route.source << " " << route.group << " v" << 1 + random_() % 7
+                  << "\n";
+            route.present = true;
+        }
+    }
+    batch.close();
+    must(runProgram({"smcroutectl", "-u", path("smcroute.sock"), "-b"}, "/dev/null", path("batch")),
+         "smcroutectl");
+}
+
+std::map<RouteName, NamedRoute> KernelNamespace::routes() const {
+    std::map<RouteName, NamedRoute> all;
+    for (char const* family : {"-4", "-6"}) {
+        auto const file = path(std::string("ip") + family);
+        must(ip({family, "-j", "mroute", "show", "table", "all"}, file), "ip mroute show");
+        for (auto& route : readRouteFile(file).routes) all[route.name] = route;
+    }
+    return all;
+}
+
+} // namespace CairnTest

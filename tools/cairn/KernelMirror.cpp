@@ -1,0 +1,119 @@
+#include "KernelMirror.h"
+
+#include <fmt/format.h>
+
+#include <sys/epoll.h>
+
+namespace Cairn {
+namespace {
+
+// What one turn of the loop takes at most, so that a storm without end cannot keep changes from
+// being told; a multiple of what the kernel makes in the time of a write.
+constexpr U32 messagesPerTurn = 50'000;
+// How long after the last sign of a silent change the routes are read once more: the kernel may
+// announce forwarding on a vif a moment before it puts the vif's number in use.
+constexpr double echoSeconds = 0.1;
+constexpr double retrySeconds = 1;
+
+} // namespace
+
+KernelMirror::KernelMirror(Dunlin::TaskSchedulerRoot& loop, Settings settings, Sink sink,
+                           Notice notice)
+    : loop_(loop), settings_(std::move(settings)), sink_(std::move(sink)),
+      notice_(std::move(notice)), feed_(settings_.netns, settings_.receiveBuffer),
+      state_(settings_.holdSeconds) {}
+
+KernelMirror::~KernelMirror() {
+    if (started_) loop_.fdDel(feed_.fd());
+    for (auto const id : {publishTimer_, resyncTimer_, echoTimer_, sweepTimer_})
+        if (id) loop_.timerDel(id);
+}
+
+void KernelMirror::askKernel() {
+    auto const links = feed_.links();
+    auto routes = feed_.routes(1);
+    auto v6 = feed_.routes(2);
+    std::move(v6.begin(), v6.end(), std::back_inserter(routes));
+    state_.resync(
+        links, routes, [&](RouteId const& id) { return feed_.route(id); }, loop_.now());
+}
+
+void KernelMirror::start() {
+    askKernel();
+    started_ = true;
+    loop_.fdAdd(feed_.fd(), EPOLLIN, [this](U32) {
+        drain();
+        wake();
+    });
+    drain();
+    publish();
+}
+
+// Replaces a timer; `due` is on the loop's clock.
+void KernelMirror::timer(Dunlin::TaskSchedulerRoot::TimerId& id, double due,
+                         std::function<void()> task) {
+    if (id) loop_.timerDel(id);
+    id = loop_.timerAdd(std::max(0.0, due - loop_.now()), [&id, task = std::move(task)] {
+        id = 0;
+        task();
+    });
+}
+
+void KernelMirror::drain() {
+    auto const drained = feed_.drain(
+        [this](KernelEvent const& event) { state_.fold(event, loop_.now()); }, messagesPerTurn);
+    if (drained.overrun) state_.overrun();
+    if (state_.takeSilentSign())
+        timer(echoTimer_, loop_.now() + echoSeconds, [this] {
+            state_.wantResync("once more after a change of an interface");
+            wake();
+        });
+}
+
+// Does what is due now, and sets the timers of the rest.
+void KernelMirror::wake() {
+    double const now = loop_.now();
+    state_.sweep(now);
+    if (!state_.resyncReason().empty()) {
+        if (now >= nextResync_)
+            resync();
+        else if (!resyncTimer_)
+            timer(resyncTimer_, nextResync_, [this] { wake(); });
+    }
+    if (state_.dirty()) {
+        if (settings_.settleSeconds <= 0)
+            publish();
+        else if (!publishTimer_)
+            timer(publishTimer_, now + settings_.settleSeconds, [this] { publish(); });
+    }
+    if (auto const due = state_.nextSweep(); due && !sweepTimer_)
+        timer(sweepTimer_, *due, [this] { wake(); });
+}
+
+void KernelMirror::resync() {
+    double const begin = loop_.now();
+    std::string const reason = state_.resyncReason();
+    auto const before = state_.counters();
+    try {
+        askKernel();
+    } catch (KernelError const& error) {
+        notice_(fmt::format("resync failed, tried again in {} s: {}", retrySeconds, error.what()));
+        nextResync_ = loop_.now() + retrySeconds;
+        timer(resyncTimer_, nextResync_, [this] { wake(); });
+        return;
+    }
+    drain(); // what came while the kernel answered
+    double const end = loop_.now();
+    nextResync_ = end + (end - begin);
+    auto const& after = state_.counters();
+    notice_(fmt::format("resync: {}; {} routes, {} missing in the dump, {} of them still there, "
+                        "{:.1f} ms",
+                        reason, state_.size(), after.confirmations - before.confirmations,
+                        after.spared - before.spared, (end - begin) * 1e3));
+}
+
+void KernelMirror::publish() {
+    if (state_.dirty()) sink_(state_.takeChanges());
+}
+
+} // namespace Cairn

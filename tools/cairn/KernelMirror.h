@@ -1,0 +1,57 @@
+// Keeps a sink in step with the kernel's multicast routes: joins the feed, the belief (MirrorState)
+// and the event loop. The sink is told each difference once, in bundles.
+#pragma once
+
+#include "KernelFeed.h"
+#include "MirrorState.h"
+
+#include "Dunlin/TaskSchedulerRoot.h"
+
+namespace Cairn {
+
+class KernelMirror {
+public:
+    struct Settings {
+        std::string netns;        // empty: the present one
+        double settleSeconds = 0; // how long to gather changes before they are told
+        double holdSeconds = 0;   // how long routes outlive the daemon that put them in
+        U32 receiveBuffer = KernelFeed::defaultReceiveBuffer;
+    };
+    using Sink = std::function<void(std::vector<RouteChange>&&)>;
+    // One line for the operator: a resync and why, a question without an answer.
+    using Notice = std::function<void(std::string const&)>;
+
+    // Subscribes at once; raises KernelError. Nothing is told before `start`.
+    KernelMirror(Dunlin::TaskSchedulerRoot& loop, Settings settings, Sink sink, Notice notice);
+    ~KernelMirror();
+    KernelMirror(KernelMirror const&) = delete;
+    KernelMirror& operator=(KernelMirror const&) = delete;
+
+    // The belief; before `start`, seed it with what the sink holds already.
+    MirrorState& state() { return state_; }
+    // Takes the first dump, tells what differs, and follows from then on. Raises KernelError.
+    void start();
+
+private:
+    void askKernel();
+    void drain();
+    void wake();
+    void resync();
+    void publish();
+    void timer(Dunlin::TaskSchedulerRoot::TimerId& id, double due, std::function<void()> task);
+
+    Dunlin::TaskSchedulerRoot& loop_;
+    Settings settings_;
+    Sink sink_;
+    Notice notice_;
+    KernelFeed feed_;
+    MirrorState state_;
+    bool started_ = false;
+    double nextResync_ = 0; // not before: half of the time at most goes into dumps
+    Dunlin::TaskSchedulerRoot::TimerId publishTimer_ = 0;
+    Dunlin::TaskSchedulerRoot::TimerId resyncTimer_ = 0;
+    Dunlin::TaskSchedulerRoot::TimerId echoTimer_ = 0;
+    Dunlin::TaskSchedulerRoot::TimerId sweepTimer_ = 0;
+};
+
+} // namespace Cairn
