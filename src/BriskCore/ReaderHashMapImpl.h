@@ -1,0 +1,300 @@
+// Definitions of ReaderHashMap; included only where a table is instantiated.
+#pragma once
+
+#include "BriskCore/BucketOrder.h"
+#include "BriskCore/ReaderHashMap.h"
+
+namespace BriskCore {
+
+template <class R>
+ReaderHashMap<R>::ReaderHashMap(Dunlin::Platform::DebugHandler& handler,
+                                Mem::YokeRootPath const& rootPath, R& reader)
+    : Debuggable(handler), buckets(handler, rootPath, typename BucketReader<Link>::Options{}),
+      reader_(&reader) {}
+
+// Loads of the target stay before the second look at the link that led there.
+template <class R>
+bool ReaderHashMap<R>::Step::moved() const {
+    Mem::loadsStayBefore();
+    return Mem::peek(place->version) != link.version;
+}
+
+template <class R>
+auto ReaderHashMap<R>::bucketStep(U32 bucket) const -> Step {
+    Link const& place = buckets[bucket];
+    return {&place, Mem::observe(place)};
+}
+
+template <class R>
+void ReaderHashMap<R>::countStep(U32& slotCount) const {
+    U32 const capacity = reader_->slotTable().capacity();
+    if (++slotCount > capacity) [[unlikely]]
+        Dunlin::fmthrow<Dunlin::CorruptionDetectedException>(
+            "hash chain cycle detected, slotCount:{} capacity:{}", slotCount, capacity);
+}
+
+template <class R>
+void ReaderHashMap<R>::countRetry(U32 bucket) const {
+    ++reader_->slotTable().counters->hashRetries;
+    static_cast<void>(buckets[bucket]); // a smaller table since: out of range
+}
+
+template <class R>
+bool ReaderHashMap<R>::mayStandIn(Key const& key, U32 bucket) const {
+    return BriskCore::mayStandIn(reader_->slotTable().ops->hash(key), bucket, buckets.numBuckets);
+}
+
+template <class R>
+void ReaderHashMap<R>::notOccupied(U32 slot, Key const& key) {
+    Dunlin::fmthrow<Dunlin::CorruptionDetectedException>("slot:{} not marked as occupied key:{}",
+                                                         slot, Dunlin::dumpHex(&key, sizeof key));
+}
+
+template <class R>
+auto ReaderHashMap<R>::lookup(Key const& key, bool& found, void* out) const -> Value const* {
+    found = false;
+    if (buckets.numBuckets == 0) {
+        FMTRACE(debugHandler(), 5, "bucket table detached");
+        return &Ops::type_default();
+    }
+    auto& table = reader_->slotTable();
+    U32 const hash = table.ops->hash(key);
+    U32 const bucket = hash & (buckets.numBuckets - 1);
+    U32 const rhash = Dunlin::Util::reverse(hash);
+    if (!out) out = table.scratch();
+    for (;;) {
+        switch (lookupOnce(key, rhash, bucket, out)) {
+        case Outcome::yes: found = true; return static_cast<Value const*>(out);
+        case Outcome::no: return &Ops::type_default();
+        case Outcome::retry: countRetry(bucket);
+        }
+    }
+}
+
+// One walk along a chain.
+//
+//      load                          pairs with the writer's            what it makes sure of
+//  L1  bucket word                   link stores (publish)              the target is a whole slot
+//  L2  slotVersion, rhash, key,      rewrite and fill of a slot         a value of one moment
+//      value of a match, slotVersion
+//  L3  link version again            link stores                        L2 was read through a link
+//                                                                       that still stands
+//  L4  the slot's own link           link stores                        as L1
+//  L5  bucket version, on a miss     publishSize                        a miss is not due to a split
+template <class R>
+auto ReaderHashMap<R>::lookupOnce(Key const& key, U32 rhash, U32 bucket, void* out) const
+    -> Outcome {
+    auto& table = reader_->slotTable();
+    Step at = bucketStep(bucket); // L1
+    U32 slotCount = 0;
+    for (;;) {
+        if (at.link.endsChain()) {
+            if (!at.link.endsTable()) static_cast<void>(buckets[at.link.bucket()]);
+            Mem::loadsStayBefore();
+            buckets.checkResize(); // L5
+            return Outcome::no;
+        }
+        countStep(slotCount);
+        U32 const index = at.link.next;
+        auto const seen = table.readMatch(index, rhash, key, out); // L2
+        if (at.moved()) return Outcome::retry;                     // L3
+        Key const& slotKey = seen.key();
+        if ((seen.version & Brisk::occupiedBit) == 0) [[unlikely]]
+            notOccupied(index, slotKey);
+        if (seen.rhash == rhash && Ops::equal(slotKey, key)) {
+            if (at.moved()) return Outcome::retry;
+            table.anchorIs(index, seen.version);
+            return Outcome::yes;
+        }
+        bool const further =
+            seen.rhash < rhash || (seen.rhash == rhash && Ops::less(slotKey, key));
+        // Only the link of a slot that the walk goes on from is loaded.
+        Step next = at;
+        if (further) {
+            Link const& place = table.linkAt(index);
+            next = {&place, Mem::observe(place)}; // L4
+        }
+        if (at.moved()) return Outcome::retry;
+        if (!mayStandIn(slotKey, bucket)) [[unlikely]]
+            Dunlin::fmthrow<Dunlin::CorruptionDetectedException>(
+                "corrupt key detected. key:{} bucketIndex:{}",
+                Dunlin::dumpHex(&slotKey, sizeof slotKey), bucket);
+        if (!further) {
+            buckets.checkResize();
+            return Outcome::no;
+        }
+        at = next;
+    }
+}
+
+template <class R>
+bool ReaderHashMap<R>::first(U32 bucket, Value& value, Brisk::IterHint& hint) const {
+    static_cast<void>(buckets[bucket]);
+    U32 bucketCount = 0;
+    for (;;) {
+        switch (firstOnce(bucket, bucketCount, value, hint)) {
+        case Outcome::yes: return true;
+        case Outcome::no: return false;
+        case Outcome::retry: countRetry(bucket);
+        }
+    }
+}
+
+template <class R>
+auto ReaderHashMap<R>::firstOnce(U32& bucket, U32& bucketCount, Value& value,
+                                 Brisk::IterHint& hint) const -> Outcome {
+    auto& table = reader_->slotTable();
+    Step at = bucketStep(bucket);
+    while (at.link.endsChain()) {
+        if (at.link.endsTable()) {
+            verifyNextBucket(bucket, 0);
+            FMTRACE(debugHandler(), 8, "none found!");
+            return Outcome::no;
+        }
+        if (++bucketCount >= buckets.numBuckets)
+            Dunlin::fmthrow<Dunlin::CorruptionDetectedException>(
+                "has bucket cycle detected, bucketCount: {} numBuckets: {}", bucketCount,
+                buckets.numBuckets);
+        U32 const follow = at.link.bucket();
+        verifyNextBucket(bucket, follow);
+        at = bucketStep(follow);
+        bucket = follow;
+    }
+    U32 const index = at.link.next;
+    auto const seen = table.readSlot(index, &value);
+    if (at.moved()) return Outcome::retry;
+    Key const& key = Ops::key(value);
+    if ((seen.version & Brisk::occupiedBit) == 0) notOccupied(index, key);
+    if (!mayStandIn(key, bucket))
+        Dunlin::fmthrow<Dunlin::CorruptionDetectedException>(
+            "corrupt key detected, key:{} bucket:{}", Dunlin::dumpHex(&key, sizeof key), bucket);
+    hint = {seen.version, index, bucket};
+    FMTRACE(debugHandler(), 9, "{} found at bucket {}, saving {}", key, bucket, index);
+    return Outcome::yes;
+}
+
+template <class R>
+bool ReaderHashMap<R>::next(Key const& keyIs, Value& value, Brisk::IterHint& hint) const {
+    // The key may lie inside `value`, which a retry would find overwritten (H-link-4).
+    Key const key = keyIs;
+    auto& table = reader_->slotTable();
+    if (hint.slotIndex >= table.capacity() || hint.bucketIndex >= buckets.numBuckets)
+        return nextSlow(key, value, hint);
+    Link const& place = table.linkAt(hint.slotIndex);
+    Step const at{&place, Mem::observe(place)};
+    if (table.versionAt(hint.slotIndex) != hint.version) return nextSlow(key, value, hint);
+
+    if (at.link.endsChain()) {
+        // The hint's bucket may be older than a doubling while the slot is not: at a chain's end
+        // the bucket is that of the slot's own hash (A44, H-link-3).
+        U32 const rhash = table.rhashAt(hint.slotIndex);
+        if (at.moved()) return nextSlow(key, value, hint);
+        U32 const bucket = Dunlin::Util::reverse(rhash) & (buckets.numBuckets - 1);
+        if (at.link.endsTable()) {
+            verifyNextBucket(bucket, 0);
+            FMTRACE(debugHandler(), 9, "{} failed", key);
+            return false;
+        }
+        U32 const follow = at.link.bucket();
+        verifyNextBucket(bucket, follow);
+        FMTRACE(debugHandler(), 9, "{} next bucket {} using {}", key, follow, hint.slotIndex);
+        return first(follow, value, hint);
+    }
+    U32 const index = at.link.next;
+    auto const seen = table.readSlot(index, &value);
+    if (at.moved()) return nextSlow(key, value, hint);
+    Key const& found = Ops::key(value);
+    if ((seen.version & Brisk::occupiedBit) == 0) notOccupied(index, found);
+    if (!mayStandIn(found, hint.bucketIndex)) {
+        // Behind two doublings the hint's bucket is no proof any more; the key of the slot it
+        // stands on is.
+        U32 const own = table.ops->hash(key) & (buckets.numBuckets - 1);
+        if (!mayStandIn(found, own))
+            Dunlin::fmthrow<Dunlin::CorruptionDetectedException>(
+                "corrupt key detected. key:{} bucketIndex {}",
+                Dunlin::dumpHex(&found, sizeof found), hint.bucketIndex);
+        hint.bucketIndex = own;
+    }
+    FMTRACE(debugHandler(), 9, "{} success {} using {}, saving new slot hint {}", key, found,
+            hint.slotIndex, index);
+    hint.version = seen.version;
+    hint.slotIndex = index;
+    return true;
+}
+
+template <class R>
+bool ReaderHashMap<R>::nextSlow(Key const& key, Value& value, Brisk::IterHint& hint) const {
+    auto& table = reader_->slotTable();
+    ++table.counters->slowPathNexts;
+    U32 const hash = table.ops->hash(key);
+    U32 const rhash = Dunlin::Util::reverse(hash);
+    U32 const bucket = hash & (buckets.numBuckets - 1);
+    for (;;) {
+        U32 follow = Link::tableEnd;
+        switch (nextSlowOnce(key, rhash, bucket, value, hint, follow)) {
+        case Outcome::yes: return follow == Link::tableEnd ? true : first(follow, value, hint);
+        case Outcome::no: return false;
+        case Outcome::retry: countRetry(bucket);
+        }
+    }
+}
+
+// A fresh walk to the first slot that sorts behind `key`. `follow` is set if the chain ends before
+// it: then the successor is the head of the next bucket that is not empty.
+template <class R>
+auto ReaderHashMap<R>::nextSlowOnce(Key const& key, U32 rhash, U32 bucket, Value& value,
+                                    Brisk::IterHint& hint, U32& follow) const -> Outcome {
+    auto& table = reader_->slotTable();
+    Step at = bucketStep(bucket);
+    U32 slotCount = 0;
+    for (;;) {
+        if (at.link.endsTable()) {
+            verifyNextBucket(bucket, 0);
+            FMTRACE(debugHandler(), 9, "{} failed", key);
+            return Outcome::no;
+        }
+        if (at.link.endsChain()) {
+            follow = at.link.bucket();
+            verifyNextBucket(bucket, follow);
+            FMTRACE(debugHandler(), 9, "{} next bucket {}", key, follow);
+            return Outcome::yes;
+        }
+        countStep(slotCount);
+        U32 const index = at.link.next;
+        auto const seen = table.readSlot(index, &value);
+        Key const& found = Ops::key(value);
+        FMTRACE(debugHandler(), 9, "{} comparing slot {} {}", key, index, found);
+        if (at.moved()) return Outcome::retry;
+        if ((seen.version & Brisk::occupiedBit) == 0)
+            Dunlin::fmthrow<Dunlin::CorruptionDetectedException>(
+                "slow-path slot:{} not marked as occupied key:{} slotCount:{}", index,
+                Dunlin::dumpHex(&key, sizeof key), slotCount);
+        if (rhash < seen.rhash || (rhash == seen.rhash && Ops::less(key, found))) {
+            if (!mayStandIn(found, bucket))
+                Dunlin::fmthrow<Dunlin::CorruptionDetectedException>(
+                    "corrupt key detected. key:{} bucketIndex {}",
+                    Dunlin::dumpHex(&found, sizeof found), bucket);
+            hint = {seen.version, index, bucket};
+            FMTRACE(debugHandler(), 9, "{} success {}, saving {}", key, found, index);
+            return Outcome::yes;
+        }
+        Link const& place = table.linkAt(index);
+        Step const next{&place, Mem::observe(place)};
+        if (at.moved()) return Outcome::retry;
+        at = next;
+        FMTRACE(debugHandler(), 9, "{} next slot {} success", key, index);
+    }
+}
+
+template <class R>
+void ReaderHashMap<R>::verifyNextBucket(U32 current, U32 next) const {
+    U32 const bits = buckets.bucketFactor;
+    U32 const mask = buckets.numBuckets - 1;
+    auto const leads = [&](U32 b, U32 m) { return (successor(current, b) & m) == next; };
+    if (leads(bits, mask) || leads(bits - 1, mask >> 1) || leads(bits + 1, mask << 1 | 1)) return;
+    Dunlin::fmthrow<Dunlin::CorruptionDetectedException>(
+        "has bucket: {} with next bucket: {} and numBuckets: {}", current, next,
+        buckets.numBuckets);
+}
+
+} // namespace BriskCore

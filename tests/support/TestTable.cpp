@@ -1,0 +1,5 @@
+#include "support/TestTable.h"
+
+#include "Brisk/TableImpl.h"
+
+BRISK_TABLE_INSTANCE(support::TestOps);
