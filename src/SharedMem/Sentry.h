@@ -1,0 +1,121 @@
+// What watches a table's files for a front: whether a writer is there, and whether it is still the
+// same. Nothing polls: file events, the end of the writer's process and the front's own questions
+// lead to a new look. (Only an attach that failed beside a live writer is tried again by a timer.)
+#pragma once
+
+#include "Dunlin/TaskSchedulerRoot.h"
+#include "Dunlin/Trace.h"
+#include "SharedMem/Bolster.h"
+#include "SharedMem/DirectoryWatch.h"
+#include "SharedMem/FileUtil.h"
+#include "SharedMem/OrielFile.h"
+#include "SharedMem/RootPath.h"
+
+#include <memory>
+#include <string>
+
+namespace Mem {
+
+// Base of both: the watch and the events by which a front asks for a look.
+class Sentry : public Dunlin::Debuggable {
+public:
+    static constexpr char const* eventInit_ = "init";
+    static constexpr char const* eventTryAttach_ = "tryAttach";
+    static constexpr char const* eventNotifEnabled_ = "notifEnabled";
+    static constexpr char const* eventDisconnect_ = "disconnect";
+    static constexpr char const* eventFlushComplete_ = "flushComplete";
+    static constexpr char const* eventFiles_ = "files";
+    static constexpr char const* eventOwnerExit_ = "ownerExit";
+    static constexpr char const* eventRetry_ = "retry";
+
+    virtual ~Sentry();
+    Sentry(Sentry const&) = delete;
+    Sentry& operator=(Sentry const&) = delete;
+
+    // Examines the files and tells the notifiee. The flag is set when the sentry itself noticed
+    // something.
+    virtual void operator()(std::string const& event, bool noticed) = 0;
+    // Forgets what was noticed and not looked at yet.
+    void purgeInotifyRecord() { lookPosted_.reset(); }
+
+    // Off: questions and events are not answered.
+    bool watching = true;
+
+protected:
+    Sentry(Dunlin::Platform::DebugHandler& handler, RootPath const& rootPath);
+    // A look at the next turn of the loop.
+    void postLook(char const* event);
+
+    RootPath const rootPath_;
+
+private:
+    std::shared_ptr<Sentry*> alive_; // posted tasks look here first
+    std::shared_ptr<bool> lookPosted_;
+    DirectoryWatch watch_;
+};
+
+class ReaderSentry : public Sentry {
+public:
+    class Notifiee {
+    public:
+        virtual ~Notifiee() = default;
+        // Whether the client wants to hear anything now; if not, the reader is kept waiting.
+        virtual bool notifying() const = 0;
+        virtual SharedMem::OrielId orielId() const = 0;
+        virtual void detach(bool force) = 0;
+        virtual void attach(std::string const& event) = 0;
+        virtual bool localMem() const = 0;
+        virtual std::string modeStr() const = 0;
+        virtual bool readerFullyAttached() const = 0;
+        // Attached, but without a connection to the writer that it should have.
+        virtual bool disconnectedActiveReader() const = 0;
+    };
+
+    // Raises InvalidInitializeException where watching is not possible.
+    ReaderSentry(Dunlin::Platform::DebugHandler& handler, RootPath const& rootPath,
+                 Notifiee& notifiee);
+    ~ReaderSentry() override;
+    // A live writer whose files are there: attach. Another writer or another generation than the
+    // one attached to: detach, then attach. None: detach.
+    void operator()(std::string const& event, bool noticed) override;
+
+private:
+    struct Seen {
+        SharedMem::OrielId orielId = 0; // 0: no writer, or not ready yet
+        SharedMem::BolsterInfo owner;
+        friend bool operator==(Seen const&, Seen const&) = default;
+    };
+    Seen look() const;
+    void watchOwner(SharedMem::BolsterInfo const& owner);
+    void retryLater();
+
+    Notifiee& notifiee_;
+    Seen attachedTo_;
+    SharedMem::BolsterInfo watchedOwner_;
+    Fd pidfd_;
+    Dunlin::TaskSchedulerRoot::TimerId retry_ = 0;
+    bool looking_ = false;
+    bool lookAgain_ = false;
+    std::shared_ptr<ReaderSentry*> here_; // a notifiee may destroy the sentry that calls it
+};
+
+// The writer's side: notices when somebody takes the files of a living table away.
+class WriterSentry : public Sentry {
+public:
+    class Notifiee {
+    public:
+        virtual ~Notifiee() = default;
+        virtual SharedMem::OrielId orielId() const = 0;
+        virtual bool validate() = 0;
+        virtual bool validateFiles(std::string const& event, unsigned flags) = 0;
+    };
+
+    WriterSentry(Dunlin::Platform::DebugHandler& handler, Notifiee* notifiee,
+                 RootPath const& rootPath);
+    void operator()(std::string const& event, bool noticed) override;
+
+private:
+    Notifiee* notifiee_;
+};
+
+} // namespace Mem
