@@ -1,6 +1,7 @@
 #include "Dunlin/TaskSchedulerRoot.h"
 
 #include "Dunlin/Exception.h"
+#include "Dunlin/Fork.h"
 #include "Dunlin/Rdtsc.h"
 
 #include <sys/epoll.h>
@@ -45,11 +46,33 @@ struct TaskSchedulerRoot::Impl {
     std::mutex taskMutex;
     std::deque<Task> critical, normal;
     std::atomic<bool> stopping{false};
-    std::once_flag opened;
+    std::mutex openMutex;
+    std::atomic<U32> openedIn{0}; // fork generation + 1 of the process that opened; 0 not open
 
-    // Opened at first use, so that loading the library opens nothing.
+    // Opened at first use, so that loading the library opens nothing. A forked child starts afresh:
+    // the epoll and what it watches belong to the parent.
     void open() {
-        std::call_once(opened, [this] { openDescriptors(); });
+        U32 const here = forkGeneration() + 1;
+        if (openedIn.load(std::memory_order_acquire) == here) [[likely]]
+            return;
+        std::lock_guard const lock(openMutex);
+        U32 const opened = openedIn.load(std::memory_order_relaxed);
+        if (opened == here) return;
+        if (opened != 0) {
+            closeDescriptors();
+            watches.clear();
+            timers.clear();
+            dueTimes.clear();
+            critical.clear();
+            normal.clear();
+            armedFor = 0;
+        }
+        openDescriptors();
+        openedIn.store(here, std::memory_order_release);
+    }
+    void closeDescriptors() {
+        for (int const fd : {epoll, timer, wakeup})
+            if (fd >= 0) close(fd);
     }
     void openDescriptors() {
         epoll = epoll_create1(EPOLL_CLOEXEC);
@@ -63,10 +86,7 @@ struct TaskSchedulerRoot::Impl {
             if (epoll_ctl(epoll, EPOLL_CTL_ADD, fd, &event) != 0) failed("epoll_ctl");
         }
     }
-    ~Impl() {
-        for (int const fd : {epoll, timer, wakeup})
-            if (fd >= 0) close(fd);
-    }
+    ~Impl() { closeDescriptors(); }
 
     void arm() {
         U64 const due = timers.empty() ? 0 : std::max<U64>(timers.begin()->first.first, 1);
@@ -84,7 +104,8 @@ struct TaskSchedulerRoot::Impl {
     }
     static void drain(int fd) {
         U64 count;
-        while (::read(fd, &count, sizeof count) > 0) {}
+        while (::read(fd, &count, sizeof count) > 0) {
+        }
     }
     // Runs what is queued at the moment of the call, one at a time, so that a task may throw or
     // re-enter without losing another.
@@ -146,7 +167,8 @@ void TaskSchedulerRoot::fdAdd(int fd, U32 events, FdCallback callback) {
 }
 
 void TaskSchedulerRoot::fdDel(int fd) {
-    if (impl_->watches.erase(fd) == 0) return; // nothing is watched before the epoll is open
+    impl_->open();
+    if (impl_->watches.erase(fd) == 0) return;
     epoll_ctl(impl_->epoll, EPOLL_CTL_DEL, fd, nullptr);
 }
 
@@ -164,6 +186,7 @@ TaskSchedulerRoot::TimerId TaskSchedulerRoot::timerAdd(double seconds, Task call
 
 void TaskSchedulerRoot::timerDel(TimerId id) {
     Impl& d = *impl_;
+    d.open();
     auto const found = d.dueTimes.find(id);
     if (found == d.dueTimes.end()) return;
     d.timers.erase({found->second, id});
@@ -181,7 +204,9 @@ void TaskSchedulerRoot::taskAdd(Priority priority, Task task) {
     d.ring();
 }
 
-void TaskSchedulerRoot::runCriticalPriorityTasks() { impl_->runTasks(impl_->critical); }
+void TaskSchedulerRoot::runCriticalPriorityTasks() {
+    impl_->runTasks(impl_->critical);
+}
 
 bool TaskSchedulerRoot::runOnce(double timeout) {
     Impl& d = *impl_;

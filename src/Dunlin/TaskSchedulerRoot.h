@@ -5,6 +5,7 @@
 //
 // One thread runs the loop and calls every member, except `stop()` and `taskAdd()`, which any
 // thread may call. Callbacks may add and remove descriptors, timers and tasks, their own included.
+// A forked child finds the loop empty, with descriptors of its own.
 #pragma once
 
 #include "Dunlin/Types.h"

@@ -1,21 +1,51 @@
-// The process's one listening endpoint of the doorbell.
+// The process's one listening endpoint of the doorbell: a path socket in the directory "sockets"
+// below the base directory, on which readers ask for a table by its number.
 #pragma once
 
+#include "Dunlin/Types.h"
+#include "SharedMem/FileUtil.h"
+
+#include <functional>
+#include <map>
 #include <string>
 
 namespace Wren {
 
+struct Hello;
+
 class BolsterAcceptSm {
 public:
-    // The endpoint; made at first use, listening from the first table that is offered on.
+    // Takes over a connection whose Hello asks for a table; false refuses it.
+    using Acceptor = std::function<void(Mem::Fd connection, Hello const& hello)>;
+
+    // The endpoint; made at first use, listening from the first table that is offered on. Its
+    // socket is removed when the process ends.
     static BolsterAcceptSm& bolsterAcceptSm();
+    ~BolsterAcceptSm();
+    BolsterAcceptSm(BolsterAcceptSm const&) = delete;
+    BolsterAcceptSm& operator=(BolsterAcceptSm const&) = delete;
 
     // The name under which readers find it, "<process>-<pid>".
-    std::string const& socketName() const { return socketName_; }
+    std::string const& socketName();
+
+    // Offers a table. Raises InvalidInitializeException if the socket cannot be made.
+    void tableAdd(U32 tableId, Acceptor acceptor);
+    void tableDel(U32 tableId);
 
 private:
-    BolsterAcceptSm();
+    BolsterAcceptSm() = default;
+    void ensureListening();
+    void leaveParents();
+    void stopListening(bool removePath);
+    void acceptAll();
+    void greet(int fd);
+
     std::string socketName_;
+    std::string path_;
+    U32 generation_ = ~0U;
+    Mem::Fd listening_;
+    std::map<U32, Acceptor> tables_;
+    std::map<int, Mem::Fd> strangers_; // connected, no Hello yet
 };
 
 } // namespace Wren

@@ -1,37 +1,206 @@
 #include "Wren/WriterWrenSm.h"
 
+#include "Dunlin/TaskSchedulerRoot.h"
+#include "Wren/BolsterAcceptSm.h"
+#include "Wren/Protocol.h"
+
+#include <list>
+#include <sys/epoll.h>
+
 namespace Wren {
 namespace {
-U32 lastTableId = 0;
+
+Dunlin::TaskSchedulerRoot& loop() {
+    return *Dunlin::schedulerRootDunlin;
 }
+U32 lastTableId = 0;
+
+struct Reader {
+    Mem::Fd fd;
+    std::string name;
+    Sequence position = 0;
+    bool synced = false;
+    bool asleep = false;
+    bool failed = false; // a send failed: to be dropped at the next turn of the loop
+};
+
+} // namespace
 
 struct WriterWrenSm::Impl {
     WriterQueue& queue;
     bool localMem;
+    bool listening = false;
+    bool lastQuiesced = true;
+    bool checkPosted = false;
+    std::list<Reader> readers;
+    std::shared_ptr<WriterWrenSm*> alive; // posted tasks look here first
 };
 
 WriterWrenSm::WriterWrenSm(Dunlin::Platform::DebugHandler& handler, WriterQueue& queue,
                            bool localMem)
     : Debuggable(handler), impl_(std::make_unique<Impl>(queue, localMem)), tableId_(++lastTableId) {
+    impl_->alive = std::make_shared<WriterWrenSm*>(this);
 }
-WriterWrenSm::~WriterWrenSm() = default;
+
+WriterWrenSm::~WriterWrenSm() {
+    *impl_->alive = nullptr;
+    onDetach();
+}
 
 void WriterWrenSm::doEnableListen() {
+    if (impl_->localMem) return;
+    BolsterAcceptSm::bolsterAcceptSm().tableAdd(
+        tableId_,
+        [this](Mem::Fd connection, Hello const& hello) { accept(std::move(connection), hello); });
+    impl_->listening = true;
     impl_->queue.listening();
 }
-void WriterWrenSm::onDetach() {}
-void WriterWrenSm::ring() {}
+
+void WriterWrenSm::onDetach() {
+    if (!impl_->listening) return;
+    impl_->listening = false;
+    BolsterAcceptSm::bolsterAcceptSm().tableDel(tableId_);
+    for (Reader const& reader : impl_->readers) loop().fdDel(reader.fd.get());
+    impl_->readers.clear();
+    sleepingReaders_ = 0;
+}
+
+void WriterWrenSm::accept(Mem::Fd connection, Hello const& hello) {
+    WriterQueue const& queue = impl_->queue;
+    int const fd = connection.get();
+    if (hello.orielId != queue.orielId()) {
+        FMTRACE(debugHandler(), 1, "refusing {}: orielId {:#x} is not {:#x}", hello.name,
+                hello.orielId, queue.orielId());
+        send(fd, Refused{.reason = Refused::otherGeneration});
+        return;
+    }
+    if (hello.position > queue.sequence()) return;
+    if (!send(fd, Welcome{.incarnation = queue.incarnation(),
+                          .sequence = queue.sequence(),
+                          .prunedThrough = queue.prunedThrough()}))
+        return;
+    // A position of an earlier incarnation says nothing about this one.
+    bool const same = hello.incarnation == queue.incarnation();
+    impl_->readers.push_back(Reader{
+        .fd = std::move(connection), .name = hello.name, .position = same ? hello.position : 0});
+    FMTRACE(debugHandler(), 1, "reader {} at {}", hello.name, hello.position);
+    loop().fdAdd(fd, EPOLLIN, [this, fd](U32) { handleMessages(fd); });
+    checkQuiesced();
+}
+
+void WriterWrenSm::drop(int fd) {
+    auto const reader = std::find_if(impl_->readers.begin(), impl_->readers.end(),
+                                     [fd](Reader const& r) { return r.fd.get() == fd; });
+    if (reader == impl_->readers.end()) return;
+    FMTRACE(debugHandler(), 1, "reader {} has gone", reader->name);
+    loop().fdDel(fd);
+    if (reader->asleep) --sleepingReaders_;
+    impl_->readers.erase(reader);
+}
+
+void WriterWrenSm::handleMessages(int fd) {
+    auto const reader = std::find_if(impl_->readers.begin(), impl_->readers.end(),
+                                     [fd](Reader const& r) { return r.fd.get() == fd; });
+    if (reader == impl_->readers.end()) return;
+    // A reader has at most one Sleep and one Progress under way.
+    for (int i = 0; i < 4; ++i) {
+        Message message;
+        Received const received = receive(fd, message);
+        if (received == Received::nothing) break;
+        bool const sleeps = message.kind == Kind::sleep;
+        if (received == Received::closed || (!sleeps && message.kind != Kind::progress) ||
+            message.position.position > impl_->queue.sequence() || reader->asleep) {
+            drop(fd);
+            break;
+        }
+        ++sequencesProcessed_;
+        reader->position = message.position.position;
+        reader->synced = message.position.synced != 0;
+        if (!sleeps) continue;
+        // Nothing is announced between this look and the mark: the one thread does both.
+        if (reader->position < impl_->queue.sequence()) {
+            ++wrens_;
+            if (!send(fd, Wake{.sequence = impl_->queue.sequence()})) {
+                drop(fd);
+                break;
+            }
+        } else {
+            reader->asleep = true;
+            ++sleepingReaders_;
+        }
+    }
+    auto const alive = impl_->alive; // the table's owner may end it when it hears of the quiet
+    checkQuiesced();
+    if (*alive && impl_->listening) impl_->queue.positionsChanged();
+}
+
+void WriterWrenSm::ring() {
+    Wake const wake{.sequence = impl_->queue.sequence()};
+    bool failed = false;
+    for (Reader& reader : impl_->readers) {
+        if (!reader.asleep) continue;
+        reader.asleep = false;
+        ++wrens_;
+        // One Wake at most is under way, so the buffer has room unless the reader is broken.
+        if (!send(reader.fd.get(), wake)) reader.failed = failed = true;
+    }
+    sleepingReaders_ = 0;
+    // Dropping readers and telling of it would reach back into the table that is being changed.
+    if (failed || impl_->lastQuiesced) postCheck();
+}
+
+void WriterWrenSm::postCheck() {
+    if (impl_->checkPosted) return;
+    impl_->checkPosted = true;
+    loop().taskAdd(Dunlin::TaskSchedulerRoot::Priority::normal, [alive = impl_->alive] {
+        WriterWrenSm* const self = *alive;
+        if (!self) return;
+        self->impl_->checkPosted = false;
+        for (;;) {
+            auto const broken =
+                std::find_if(self->impl_->readers.begin(), self->impl_->readers.end(),
+                             [](Reader const& r) { return r.failed; });
+            if (broken == self->impl_->readers.end()) break;
+            self->drop(broken->fd.get());
+        }
+        self->checkQuiesced();
+        if (*alive && self->impl_->listening) self->impl_->queue.positionsChanged();
+    });
+}
+
+void WriterWrenSm::checkQuiesced() {
+    bool const now = quiesced();
+    if (now == impl_->lastQuiesced) return;
+    impl_->lastQuiesced = now;
+    impl_->queue.quiescedChanged(now);
+}
+
 Sequence WriterWrenSm::slowest(Sequence ifNone) const {
-    return ifNone;
+    Sequence slowest = ifNone;
+    for (Reader const& reader : impl_->readers) slowest = std::min(slowest, reader.position);
+    return slowest;
 }
+
 bool WriterWrenSm::quiesced() const {
-    return true;
+    Sequence const head = impl_->queue.sequence();
+    return std::all_of(impl_->readers.begin(), impl_->readers.end(),
+                       [&](Reader const& r) { return r.synced && r.position == head; });
 }
-bool WriterWrenSm::clientQuiesced(std::string const&) const {
-    return false;
+
+bool WriterWrenSm::clientQuiesced(std::string const& name) const {
+    if (name.empty()) return false;
+    Sequence const head = impl_->queue.sequence();
+    bool any = false;
+    for (Reader const& reader : impl_->readers) {
+        if (reader.name != name) continue;
+        if (!reader.synced || reader.position != head) return false;
+        any = true;
+    }
+    return any;
 }
+
 U32 WriterWrenSm::readers() const {
-    return 0;
+    return static_cast<U32>(impl_->readers.size());
 }
 
 } // namespace Wren

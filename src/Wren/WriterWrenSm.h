@@ -6,6 +6,7 @@
 #pragma once
 
 #include "Dunlin/Trace.h"
+#include "SharedMem/FileUtil.h"
 #include "SharedMem/OrielFile.h"
 #include "Wren/Sequence.h"
 
@@ -13,6 +14,8 @@
 #include <string>
 
 namespace Wren {
+
+struct Hello;
 
 // What the doorbell asks of the queue it rings for, and tells it.
 class WriterQueue {
@@ -66,6 +69,12 @@ public:
     U32 sleepingReaders() const { return sleepingReaders_; }
 
 private:
+    void accept(Mem::Fd connection, Hello const& hello);
+    void handleMessages(int fd);
+    void drop(int fd);
+    void postCheck();
+    void checkQuiesced();
+
     struct Impl;
     std::unique_ptr<Impl> impl_;
     U32 tableId_;

@@ -45,7 +45,7 @@ KernelEvent routeEvent(Kind kind, std::string const& source, std::string const& 
                        std::vector<U32> oifs, bool pending = false) {
     KernelEvent event;
     event.kind = kind;
-    event.route.id = {address(group).isV4() ? defaultTableV4 : defaultTableV6, address(source),
+    event.route.id = {isV4(address(group)) ? defaultTableV4 : defaultTableV6, address(source),
                       address(group)};
     event.route.iif = iif;
     event.route.oifs = std::move(oifs);
@@ -275,9 +275,9 @@ TEST_F(MirrorStateTest, EntriesThatAreNoRoutesArePassedOver) {
 
 TEST_F(MirrorStateTest, TablesHaveTheNamesOfTheirVrfs) {
     state.fold({Kind::linkNew, {}, {9, "blue", 77}}, 0);
-    EXPECT_EQ(state.vrfName(1, 253), "default");
-    EXPECT_EQ(state.vrfName(2, 254), "default");
-    EXPECT_EQ(state.vrfName(2, 253), "table-253");
-    EXPECT_EQ(state.vrfName(1, 77), "blue");
-    EXPECT_EQ(state.vrfName(1, 100), "table-100");
+    EXPECT_EQ(state.vrfName(true, 253), "default");
+    EXPECT_EQ(state.vrfName(false, 254), "default");
+    EXPECT_EQ(state.vrfName(false, 253), "table-253");
+    EXPECT_EQ(state.vrfName(true, 77), "blue");
+    EXPECT_EQ(state.vrfName(true, 100), "table-100");
 }

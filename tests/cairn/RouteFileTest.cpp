@@ -24,7 +24,7 @@ TEST(RouteFile, CsvTakesColumnsInAnyOrder) {
     EXPECT_EQ(file.routes[0].iif, "eth0");
     EXPECT_THAT(file.routes[0].oifs, ElementsAre("eth1", "eth2"));
     EXPECT_EQ(sourceText(file.routes[1].name.source), "*");
-    EXPECT_TRUE(file.routes[1].name.source.isV4());
+    EXPECT_TRUE(isV4(file.routes[1].name.source));
     EXPECT_EQ(file.routes[1].iif, "");
     EXPECT_EQ(toText(file.routes[2].name.group), "ff0e::1");
     EXPECT_EQ(file.passedOver, 1u);
@@ -130,8 +130,8 @@ TEST(IpAddress, PrefixesContainWhatTheyShould) {
         SCOPED_TRACE(row.prefix);
         auto const prefix = parsePrefix(row.prefix);
         ASSERT_TRUE(prefix);
-        EXPECT_TRUE(prefix->contains(address(row.in)));
-        EXPECT_FALSE(prefix->contains(address(row.out)));
+        EXPECT_TRUE(contains(*prefix, address(row.in)));
+        EXPECT_FALSE(contains(*prefix, address(row.out)));
     }
     for (char const* bad : {"", "/8", "1.2.3/8", "1.2.3.4/33", "1.2.3.4/", "1.2.3.4/8x", "::/129",
                             "1.2.3.4/-1", "eth0"})

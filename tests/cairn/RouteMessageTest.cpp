@@ -90,9 +90,10 @@ TEST(RouteMessage, DamagedBytesAreReadWithinBounds) {
 
 // A request that decodes as the route it asks for: the kernel reads the same attributes.
 TEST(RouteMessage, RequestNamesTableAndKey) {
-    for (RouteId const& id : {RouteId{253, address("10.0.0.1"), address("239.1.1.1")},
-                              RouteId{100, unspecifiedAddress(1), address("239.1.1.2")},
-                              RouteId{254, address("2001:db8::1"), address("ff0e::1")}}) {
+    for (RouteId const& id :
+         {RouteId{253, address("10.0.0.1"), address("239.1.1.1")},
+          RouteId{100, unspecifiedAddress(Kelpie::ipv4()), address("239.1.1.2")},
+          RouteId{254, address("2001:db8::1"), address("ff0e::1")}}) {
         auto bytes = routeRequest(id, 5);
         auto* head = reinterpret_cast<nlmsghdr*>(bytes.data());
         EXPECT_EQ(head->nlmsg_type, RTM_GETROUTE);

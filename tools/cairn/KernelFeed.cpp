@@ -170,15 +170,14 @@ std::vector<KernelLink> KernelFeed::links() {
     return links;
 }
 
-std::vector<KernelRoute> KernelFeed::routes(U32 family) {
+std::vector<KernelRoute> KernelFeed::routes(bool v4) {
     std::vector<KernelRoute> routes;
     U32 const sequence = ++sequence_;
-    int const error = ask(dumpRequest(family == 1 ? ipmrFamily : ip6mrFamily, sequence), sequence,
-                          [&](auto message) {
-                              auto event = decodeMessage(message);
-                              if (event.kind == KernelEvent::Kind::routeNew)
-                                  routes.push_back(std::move(event.route));
-                          });
+    int const error =
+        ask(dumpRequest(v4 ? ipmrFamily : ip6mrFamily, sequence), sequence, [&](auto message) {
+            auto event = decodeMessage(message);
+            if (event.kind == KernelEvent::Kind::routeNew) routes.push_back(std::move(event.route));
+        });
     // A kernel without multicast routing of a family has no routes of it.
     if (error && error != EOPNOTSUPP && error != EAFNOSUPPORT && error != ENOENT)
         fail("dump of the multicast routes", error);

@@ -53,9 +53,9 @@ public:
 
     // Questions; each waits for its answer, two seconds at most, and raises KernelError.
     std::vector<KernelLink> links();
-    // All entries of a family (1 IPv4, 2 IPv6) in all tables, pending ones included. Under churn a
+    // All entries of a family in all tables, pending ones included. Under churn a
     // dump may leave out entries and give others twice: see MirrorState::resync.
-    std::vector<KernelRoute> routes(U32 family);
+    std::vector<KernelRoute> routes(bool v4);
     // The one entry, or nothing if the kernel has none.
     std::optional<KernelRoute> route(RouteId const& id);
 

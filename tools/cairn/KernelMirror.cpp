@@ -31,8 +31,8 @@ KernelMirror::~KernelMirror() {
 
 void KernelMirror::askKernel() {
     auto const links = feed_.links();
-    auto routes = feed_.routes(1);
-    auto v6 = feed_.routes(2);
+    auto routes = feed_.routes(true);
+    auto v6 = feed_.routes(false);
     std::move(v6.begin(), v6.end(), std::back_inserter(routes));
     state_.resync(
         links, routes, [&](RouteId const& id) { return feed_.route(id); }, loop_.now());

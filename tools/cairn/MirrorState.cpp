@@ -54,7 +54,7 @@ void MirrorState::fold(KernelEvent const& event, double now) {
 
 // A (*,*) entry is no multicast route; a link-local group is never routed.
 bool MirrorState::routable(RouteId const& id) {
-    bool const yes = id.group.isMulticast() && !id.group.isLinkLocalMulticast();
+    bool const yes = id.group.isMulticast() && !isLinkLocalGroup(id.group);
     if (!yes) ++counters_.passedOver;
     return yes;
 }
@@ -178,7 +178,7 @@ std::vector<RouteChange> MirrorState::takeChanges() {
             change.route = named(found->second.route);
         } else {
             change.kind = state == State::held ? RouteChange::Kind::held : RouteChange::Kind::gone;
-            change.route.name = {vrfName(id.group.family, id.table), id.source, id.group};
+            change.route.name = {vrfName(isV4(id.group), id.table), id.source, id.group};
             if (state == State::gone && found != routes_.end()) routes_.erase(found);
         }
         changes.push_back(std::move(change));
@@ -193,7 +193,7 @@ NamedRoute MirrorState::named(KernelRoute const& route) const {
         return link == links_.end() ? std::string() : link->second.name;
     };
     NamedRoute result;
-    result.name = {vrfName(route.id.group.family, route.id.table), route.id.source, route.id.group};
+    result.name = {vrfName(isV4(route.id.group), route.id.table), route.id.source, route.id.group};
     result.iif = nameOf(route.iif);
     for (U32 const oif : route.oifs)
         if (auto name = nameOf(oif); !name.empty()) result.oifs.push_back(std::move(name));
@@ -201,8 +201,8 @@ NamedRoute MirrorState::named(KernelRoute const& route) const {
     return result;
 }
 
-std::string MirrorState::vrfName(U32 family, U32 table) const {
-    if (table == (family == 1 ? defaultTableV4 : defaultTableV6)) return "default";
+std::string MirrorState::vrfName(bool v4, U32 table) const {
+    if (table == (v4 ? defaultTableV4 : defaultTableV6)) return "default";
     for (auto const& [index, link] : links_)
         if (link.vrfTable == table) return link.name;
     return fmt::format("table-{}", table);

@@ -76,7 +76,7 @@ public:
     bool dirty() const { return !dirty_.empty(); }
 
     // The name of a kernel table: "default", a VRF device's name, or "table-N".
-    std::string vrfName(U32 family, U32 table) const;
+    std::string vrfName(bool v4, U32 table) const;
 
     std::size_t size() const { return routes_.size(); }
     std::set<RouteId> const& pending() const { return pending_; }

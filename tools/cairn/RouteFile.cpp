@@ -43,13 +43,13 @@ public:
     // Takes one route, its texts checked already but for how they go together.
     void add(NamedRoute route) {
         auto& [vrf, source, group] = route.name;
-        if (source.family == 0) source = unspecifiedAddress(group.family);
-        if (source.family != group.family)
+        if (source.af() == Kelpie::AddressFamily()) source = unspecifiedAddress(group.af());
+        if (source.af() != group.af())
             fail(fmt::format("source {} and group {} are of two address families", toText(source),
                              toText(group)));
         if (source.isMulticast())
             fail(fmt::format("source {} is a multicast address", toText(source)));
-        if (group.isUnspecified() || group.isLinkLocalMulticast()) {
+        if (isUnspecified(group) || isLinkLocalGroup(group)) {
             ++file_.passedOver;
             return;
         }

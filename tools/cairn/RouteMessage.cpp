@@ -204,13 +204,13 @@ std::vector<U8> dumpRequest(U8 rtnlFamily, U32 sequence) {
 
 std::vector<U8> routeRequest(RouteId const& id, U32 sequence) {
     Request request(RTM_GETROUTE, 0, sequence);
-    bool const v4 = id.group.isV4();
+    bool const v4 = isV4(id.group);
     std::size_t const size = v4 ? 4 : 16;
     auto* head = static_cast<rtmsg*>(mnl_nlmsg_put_extra_header(request.message, sizeof(rtmsg)));
     head->rtm_family = v4 ? ipmrFamily : ip6mrFamily;
     head->rtm_src_len = head->rtm_dst_len = static_cast<U8>(size * 8);
-    mnl_attr_put(request.message, RTA_SRC, size, id.source.bytes.data());
-    mnl_attr_put(request.message, RTA_DST, size, id.group.bytes.data());
+    mnl_attr_put(request.message, RTA_SRC, size, id.source.v6Addr().bytes().data());
+    mnl_attr_put(request.message, RTA_DST, size, id.group.v6Addr().bytes().data());
     // Without the table the kernel looks in its default one only, and for IPv6 not even there.
     mnl_attr_put_u32(request.message, RTA_TABLE, id.table);
     return request.bytes();

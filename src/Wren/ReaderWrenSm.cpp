@@ -1,0 +1,183 @@
+#include "Wren/ReaderWrenSm.h"
+
+#include "Dunlin/Exception.h"
+
+#include <cerrno>
+#include <cstring>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+namespace Wren {
+namespace {
+
+Dunlin::TaskSchedulerRoot& loop() {
+    return *Dunlin::schedulerRootDunlin;
+}
+
+// A second look in case a wake-up were lost. It is no part of the protocol, and an idle process
+// must not spend its time on it. Without a connection the look is for the writer.
+constexpr double tickSeconds = 5, retrySeconds = 1;
+
+} // namespace
+
+ReaderWrenSm::ReaderWrenSm(Dunlin::Platform::DebugHandler& handler, ReaderClient& client)
+    : Debuggable(handler), client_(client), alive_(std::make_shared<ReaderWrenSm*>(this)) {}
+
+ReaderWrenSm::~ReaderWrenSm() {
+    *alive_ = nullptr;
+    disconnect();
+}
+
+std::string ReaderWrenSm::readerName() {
+    std::string const own = SharedMem::BolsterName::own();
+    return own.substr(0, own.rfind('-'));
+}
+
+bool ReaderWrenSm::connect(SharedMem::BolsterInfo const& writer) {
+    if (state_ != State::idle) return true;
+    if (writer.empty()) return false;
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strcpy(address.sun_path, SharedMem::BolsterName::path(writer.socketName).c_str());
+    Mem::Fd fd(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (!fd) return false;
+    if (::connect(fd.get(), reinterpret_cast<sockaddr const*>(&address), sizeof address) != 0) {
+        FMTRACE(debugHandler(), 1, "{}: {}", writer.socketName, std::strerror(errno));
+        return false;
+    }
+    Hello hello;
+    hello.tableId = writer.tableId;
+    hello.orielId = client_.wrenOrielId();
+    hello.incarnation = client_.wrenIncarnation();
+    hello.position = client_.wrenSynced() ? client_.wrenPosition() : 0;
+    std::strncpy(hello.name, readerName().c_str(), sizeof hello.name - 1);
+    if (!send(fd.get(), hello)) return false;
+    fd_ = std::move(fd);
+    state_ = State::greeted;
+    loop().fdAdd(fd_.get(), EPOLLIN, [this](U32 events) { handleEvents(events); });
+    return true;
+}
+
+void ReaderWrenSm::enable() {
+    enabled_ = true;
+    if (state_ == State::awake) postSlice();
+    armTick();
+}
+
+void ReaderWrenSm::disconnect() {
+    if (fd_) loop().fdDel(fd_.get());
+    fd_.reset();
+    state_ = State::idle;
+    enabled_ = sleepUnsent_ = lagged_ = false;
+    loop().timerDel(timer_);
+    timer_ = 0;
+}
+
+void ReaderWrenSm::lost() {
+    FMTRACE(debugHandler(), 1, "connection to the writer is lost");
+    disconnect();
+    client_.handleDisconnect();
+}
+
+void ReaderWrenSm::notifyingIs(bool on) {
+    notifying_ = on;
+    if (on && enabled_) postSlice();
+}
+
+void ReaderWrenSm::handleEvents(U32 events) {
+    auto const alive = alive_;
+    if ((events & EPOLLOUT) != 0 && sleepUnsent_) {
+        loop().fdAdd(fd_.get(), EPOLLIN, [this](U32 later) { handleEvents(later); });
+        sendSleep();
+    }
+    // One Welcome and one Wake at most are under way.
+    for (int i = 0; i < 3 && *alive && fd_; ++i) {
+        Message message;
+        Received const received = receive(fd_.get(), message);
+        if (received == Received::nothing) return;
+        if (received == Received::message && message.kind == Kind::welcome &&
+            state_ == State::greeted) {
+            state_ = State::awake;
+            client_.wrenWelcome(message.welcome);
+            if (*alive && enabled_ && state_ == State::awake) slice();
+        } else if (received == Received::message && message.kind == Kind::wake &&
+                   state_ == State::asleep) {
+            state_ = State::awake;
+            slice();
+        } else {
+            if (received == Received::message && message.kind == Kind::refused)
+                FMTRACE(debugHandler(), 1, "refused, reason:{}", U32(message.refused.reason));
+            lost();
+            return;
+        }
+    }
+}
+
+// Takes notifications for one slice, then either goes on in the next turn or goes to sleep. The
+// callbacks may do anything, end this object included.
+void ReaderWrenSm::slice() {
+    if (!enabled_ || !notifying_) return;
+    auto const alive = alive_;
+    bool const drained = client_.wrenDrain(yieldTime_);
+    if (!*alive || !enabled_ || state_ != State::awake) return;
+    if (drained && notifying_) {
+        sendSleep();
+    } else {
+        Position const progress{.kind = Kind::progress,
+                                .synced = client_.wrenSynced(),
+                                .position = client_.wrenPosition()};
+        if (send(fd_.get(), progress)) ++sequencesSent_; // a full buffer: the next one tells more
+        postSlice();
+    }
+}
+
+void ReaderWrenSm::postSlice() {
+    if (slicePosted_) return;
+    slicePosted_ = true;
+    loop().taskAdd(Dunlin::TaskSchedulerRoot::Priority::normal, [alive = alive_] {
+        ReaderWrenSm* const self = *alive;
+        if (!self) return;
+        self->slicePosted_ = false;
+        if (self->state_ == State::awake) self->slice();
+    });
+}
+
+// The token goes to the writer, with the place up to which we have seen everything. If more was
+// published meanwhile, the writer sees that by the same number and wakes us at once.
+void ReaderWrenSm::sendSleep() {
+    Position const sleep{
+        .kind = Kind::sleep, .synced = client_.wrenSynced(), .position = client_.wrenPosition()};
+    sleepUnsent_ = false;
+    if (send(fd_.get(), sleep)) {
+        ++sequencesSent_;
+        state_ = State::asleep;
+    } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
+        sleepUnsent_ = true; // kept until the socket takes it
+        loop().fdAdd(fd_.get(), EPOLLIN | EPOLLOUT, [this](U32 events) { handleEvents(events); });
+    }
+    // Any other failure shows as the end of the connection.
+}
+
+void ReaderWrenSm::armTick() {
+    if (timer_ != 0) return;
+    timer_ = loop().timerAdd(state_ == State::idle ? retrySeconds : tickSeconds, [this] {
+        timer_ = 0;
+        tick();
+    });
+}
+
+void ReaderWrenSm::tick() {
+    if (!enabled_) return;
+    auto const alive = alive_;
+    armTick();
+    bool const behind = notifying_ && client_.wrenHead() > client_.wrenPosition();
+    if (behind && state_ == State::asleep && lagged_) ++lateWakes_;
+    lagged_ = behind;
+    if (state_ == State::idle) client_.wrenRetry();
+    // Works early, but sends no second Sleep: the token is with the writer.
+    if (*alive && enabled_ && behind && state_ != State::awake) client_.wrenDrain(yieldTime_);
+    if (*alive && enabled_ && state_ == State::awake && behind) postSlice();
+}
+
+} // namespace Wren

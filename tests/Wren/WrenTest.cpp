@@ -1,0 +1,256 @@
+// The doorbell between processes: who sleeps is woken, who is awake costs the writer nothing, and
+// whoever misbehaves loses the connection and nothing else.
+#include "Dunlin/TaskSchedulerRoot.h"
+#include "Wren/BolsterAcceptSm.h"
+#include "support/Child.h"
+#include "support/MiniTable.h"
+#include "support/TempBase.h"
+
+#include <list>
+#include <random>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+namespace {
+
+using namespace Wren;
+using Support::Child, Support::MiniReader, Support::Values, Support::Writer;
+constexpr U32 oriel = 7;
+
+Dunlin::TaskSchedulerRoot& loop() {
+    return *Dunlin::schedulerRootDunlin;
+}
+
+// Runs the loop until `condition` holds; false after ten seconds.
+template <class Condition>
+bool pump(Condition condition) {
+    double const end = loop().now() + 10;
+    while (!condition()) {
+        if (loop().now() > end) return false;
+        loop().runOnce(0.05);
+    }
+    return true;
+}
+
+struct Quiet : Yarrow::YarrowWriterNotifiee {
+    std::vector<bool> told;
+    int shrinks = 0;
+    void handleQuiesced(bool quiesced) override { told.push_back(quiesced); }
+    void shrink() override { ++shrinks; }
+};
+
+class Doorbell : public testing::Test {
+protected:
+    Doorbell() { make(); }
+    void make() {
+        writer_ = std::make_unique<Writer>(trace_, path_, options_, &quiet_);
+        writer_->attach(oriel);
+        writer_->wren().doEnableListen();
+    }
+    SharedMem::BolsterInfo address() {
+        return {BolsterAcceptSm::bolsterAcceptSm().socketName(), writer_->wren().tableId()};
+    }
+    void change(U32 slot) {
+        values_.change(slot);
+        writer_->notify(slot);
+    }
+    // A reading process that follows until it is told to end (by its pipe) and then says whether
+    // its copy is exact: exit code 0.
+    int follow(Child& self, SharedMem::BolsterInfo const& writer) {
+        MiniReader reader(trace_, path_, values_, oriel);
+        if (!reader.start(writer)) return 2;
+        bool end = false;
+        loop().fdAdd(self.hearFd(), EPOLLIN, [&](U32) {
+            self.hear();
+            end = true;
+        });
+        if (!pump([&] { return reader.wren.connected(); })) return 3;
+        self.tell(1);
+        while (!end) loop().runOnce(1);
+        if (!pump([&] { return reader.queue.quiesced(); })) return 4;
+        if (reader.wren.lateWakes() != 0) return 5;
+        self.tell(static_cast<std::int64_t>(reader.wren.sequencesSent()));
+        self.hear();
+        return reader.copy.exact() ? 0 : 6;
+    }
+
+    Support::TempBase base_;
+    Mem::RootPath path_{"t"};
+    Dunlin::Platform::DebugHandler trace_{"test", 0};
+    Values values_{2000};
+    Quiet quiet_;
+    Yarrow::YarrowWriterOptions options_;
+    std::unique_ptr<Writer> writer_;
+};
+
+TEST_F(Doorbell, EveryReaderEndsExactWhateverTheLoad) {
+    auto const writer = address();
+    std::list<Child> children;
+    for (int i = 0; i < 3; ++i)
+        children.emplace_back([&](Child& self) { return follow(self, writer); });
+    ASSERT_TRUE(pump([&] { return writer_->wren().readers() == 3; }));
+    for (Child& child : children) child.hear();
+
+    std::mt19937 random(5);
+    for (int round = 0; round < 4000; ++round) {
+        for (auto n = random() % 60; n-- > 0;) change(static_cast<U32>(random() % values_.size()));
+        loop().runOnce(random() % 50 == 0 ? 0.002 : 0);
+        if (round % 500 == 0) {
+            children.front().signal(SIGSTOP);
+            writer_->markShrinkStart();
+            for (U32 slot = 0; slot < 10; ++slot) change(slot);
+            writer_->markShrinkEnd();
+            EXPECT_NE(writer_->corralStart(), 0U); // they have yet to pass it
+        }
+        if (round % 500 == 250) {
+            children.front().signal(SIGCONT);
+            ASSERT_TRUE(pump([&] { return writer_->corralStart() == 0; }));
+        }
+    }
+    ASSERT_TRUE(pump([&] { return writer_->quiesced(); }));
+    EXPECT_TRUE(writer_->clientQuiesced(ReaderWrenSm::readerName()));
+    EXPECT_FALSE(writer_->clientQuiesced(""));
+    EXPECT_FALSE(writer_->clientQuiesced("nobody"));
+    EXPECT_EQ(writer_->wren().sleepingReaders(), 3U);
+    EXPECT_GT(quiet_.shrinks, 0);
+    ASSERT_FALSE(quiet_.told.empty());
+    EXPECT_TRUE(quiet_.told.back());
+
+    U64 sent = 0;
+    for (Child& child : children) child.tell(0);
+    for (Child& child : children) sent += static_cast<U64>(child.hear());
+    loop().runReady();
+    EXPECT_EQ(writer_->wren().sequencesProcessed(), sent);
+    for (Child& child : children) {
+        child.tell(0);
+        EXPECT_EQ(child.join(), 0);
+    }
+    ASSERT_TRUE(pump([&] { return writer_->wren().readers() == 0; }));
+    EXPECT_EQ(writer_->wren().sleepingReaders(), 0U);
+}
+
+TEST_F(Doorbell, OneWakePerSleepHoweverMuchHappens) {
+    auto const writer = address();
+    Child child([&](Child& self) { return follow(self, writer); });
+    ASSERT_TRUE(pump([&] { return writer_->wren().sleepingReaders() == 1; }));
+    U64 const before = writer_->wren().wrens();
+    child.signal(SIGSTOP);
+    for (U32 i = 0; i < 10'000; ++i) change(i % 2000);
+    EXPECT_EQ(writer_->wren().wrens(), before + 1);
+    EXPECT_EQ(writer_->wren().sleepingReaders(), 0U);
+    // Its place is held while it is connected: nothing it has not seen may go.
+    EXPECT_FALSE(writer_->quiesced());
+    EXPECT_LE(writer_->prunedThrough(), writer_->wren().slowest(0));
+    child.signal(SIGKILL);
+    ASSERT_TRUE(pump([&] { return writer_->wren().readers() == 0; }));
+    EXPECT_TRUE(writer_->quiesced()); // nobody is left to wait for
+    EXPECT_EQ(child.join(), 1000 + SIGKILL);
+}
+
+TEST_F(Doorbell, WhoBreaksTheProtocolLosesTheConnection) {
+    std::string const path = SharedMem::BolsterName::path(address().socketName);
+    auto const dial = [&] {
+        Mem::Fd fd(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0));
+        sockaddr_un to{};
+        to.sun_family = AF_UNIX;
+        std::strcpy(to.sun_path, path.c_str());
+        EXPECT_EQ(::connect(fd.get(), reinterpret_cast<sockaddr*>(&to), sizeof to), 0);
+        return fd;
+    };
+    auto const answer = [&](Mem::Fd const& fd, Message& message) {
+        Received received = Received::nothing;
+        EXPECT_TRUE(
+            pump([&] { return (received = receive(fd.get(), message)) != Received::nothing; }));
+        return received;
+    };
+    Hello hello;
+    hello.tableId = address().tableId;
+    hello.orielId = oriel;
+    struct {
+        void (*spoil)(Hello&);
+        Refused::Reason reason;
+    } const refused[] = {
+        {[](Hello& h) { h.version = 9; }, Refused::badVersion},
+        {[](Hello& h) { h.tableId += 1; }, Refused::unknownTable},
+        {[](Hello& h) { h.orielId += 1; }, Refused::otherGeneration},
+    };
+    for (auto const& row : refused) {
+        Hello spoilt = hello;
+        row.spoil(spoilt);
+        Mem::Fd const fd = dial();
+        ASSERT_TRUE(send(fd.get(), spoilt));
+        Message message;
+        ASSERT_EQ(answer(fd, message), Received::message);
+        EXPECT_EQ(message.kind, Kind::refused);
+        EXPECT_EQ(message.refused.reason, row.reason);
+        EXPECT_EQ(answer(fd, message), Received::closed);
+    }
+    // Each of these instead of a proper second message.
+    Position const past{.kind = Kind::sleep, .synced = 1, .position = 1'000'000};
+    Position const proper{.kind = Kind::sleep, .synced = 1, .position = 0};
+    Wake const wake;
+    for (auto const& bytes :
+         {std::string(reinterpret_cast<char const*>(&past), sizeof past),
+          std::string(reinterpret_cast<char const*>(&wake), sizeof wake),
+          std::string(reinterpret_cast<char const*>(&hello), sizeof hello),
+          std::string(reinterpret_cast<char const*>(&proper), sizeof proper - 1),
+          std::string(300, 'x'), std::string(1, 'y')}) {
+        Mem::Fd const fd = dial();
+        ASSERT_TRUE(send(fd.get(), hello));
+        Message message;
+        ASSERT_EQ(answer(fd, message), Received::message);
+        EXPECT_EQ(message.kind, Kind::welcome);
+        EXPECT_EQ(message.welcome.incarnation, 1U);
+        ASSERT_TRUE(sendMessage(fd.get(), bytes.data(), bytes.size()));
+        EXPECT_EQ(answer(fd, message), Received::closed);
+        EXPECT_EQ(writer_->wren().readers(), 0U);
+    }
+    // Two Sleeps without a Wake between; and one who never greets is no reader.
+    Mem::Fd const silent = dial();
+    Mem::Fd const twice = dial();
+    ASSERT_TRUE(send(twice.get(), hello));
+    ASSERT_TRUE(send(twice.get(), proper));
+    ASSERT_TRUE(pump([&] { return writer_->wren().sleepingReaders() == 1; }));
+    ASSERT_TRUE(send(twice.get(), proper));
+    ASSERT_TRUE(pump([&] { return writer_->wren().readers() == 0; }));
+    EXPECT_EQ(writer_->wren().sleepingReaders(), 0U);
+    change(1);
+    EXPECT_EQ(writer_->wren().wrens(), 0U);
+}
+
+TEST_F(Doorbell, ReadersHearOfTheWritersEnd) {
+    auto const writer = address();
+    MiniReader reader(trace_, path_, values_, oriel);
+    ASSERT_TRUE(reader.start(writer));
+    ASSERT_TRUE(pump([&] { return writer_->wren().sleepingReaders() == 1; }));
+    EXPECT_TRUE(reader.wren.connected());
+    EXPECT_EQ(reader.welcome.incarnation, 1U);
+    writer_->wren().onDetach();
+    ASSERT_TRUE(pump([&] { return reader.disconnects == 1; }));
+    EXPECT_FALSE(reader.wren.connected());
+    EXPECT_TRUE(reader.wren.connect(writer)); // the endpoint is there, the table is not
+    ASSERT_TRUE(pump([&] { return reader.disconnects == 2; }));
+    writer_.reset();
+    make();
+    EXPECT_EQ(writer_->incarnation(), 2U);
+    EXPECT_TRUE(reader.wren.connect(address()));
+    ASSERT_TRUE(pump([&] { return reader.wren.connected(); }));
+    EXPECT_EQ(reader.welcome.incarnation, 2U);
+}
+
+TEST_F(Doorbell, NotifyingOffLetsNotificationsWait) {
+    MiniReader reader(trace_, path_, values_, oriel);
+    reader.start(address());
+    ASSERT_TRUE(pump([&] { return writer_->wren().sleepingReaders() == 1; }));
+    reader.wren.notifyingIs(false);
+    change(5);
+    loop().runOnce(0.02);
+    loop().runOnce(0.02);
+    EXPECT_EQ(reader.copy.taken, 0U);
+    reader.wren.notifyingIs(true);
+    ASSERT_TRUE(pump([&] { return reader.copy.taken == 1; }));
+    ASSERT_TRUE(pump([&] { return writer_->quiesced(); }));
+}
+
+} // namespace
