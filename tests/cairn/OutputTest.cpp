@@ -25,7 +25,9 @@ std::string printed(bool json, std::vector<Row> const& rows, bool colour = false
 Row sample() {
     Row row;
     row.add("source", std::string("10.0.0.1"), Row::Hue::address)
-        .add("oif", std::vector<std::string>{"eth1", "eth2"})
+        .addEach("oif", "oifs", {"eth1", "eth2"})
+        .addEach("none", "nones", {})
+        .addJoined("flags", {"a", "b"})
         .add("version", U64{18446744073709551615u})
         .add("valid", true)
         .add("iif", std::string());
@@ -36,7 +38,7 @@ Row sample() {
 
 TEST(Output, LinesRepeatEveryField) {
     EXPECT_EQ(printed(false, {sample()}),
-              "source 10.0.0.1 oif eth1 oif eth2 version 18446744073709551615 valid yes iif -\n");
+              "source 10.0.0.1 oif eth1 oif eth2 none - flags a,b version 18446744073709551615 valid yes iif -\n");
     EXPECT_EQ(printed(false, {sample()}, true).substr(0, 24), "source \033[35m10.0.0.1\033[0m");
     EXPECT_EQ(printed(false, {}), "");
 }
@@ -45,7 +47,9 @@ TEST(Output, JsonIsOneValidArrayOfFlatObjects) {
     EXPECT_EQ(printed(true, {}), "[]\n");
     auto const all = nlohmann::json::parse(printed(true, {sample(), sample()}));
     ASSERT_EQ(all.size(), 2u);
-    EXPECT_EQ(all[1]["oif"], (std::vector<std::string>{"eth1", "eth2"}));
+    EXPECT_EQ(all[1]["oifs"], (std::vector<std::string>{"eth1", "eth2"}));
+    EXPECT_EQ(all[0]["nones"].size(), 0u);
+    EXPECT_EQ(all[0]["flags"].size(), 2u);
     EXPECT_EQ(all[0]["version"], 18446744073709551615u);
     EXPECT_EQ(all[0]["valid"], true);
 }

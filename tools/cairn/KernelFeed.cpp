@@ -33,7 +33,7 @@ public:
         if (name.empty()) return;
         if (name.find('/') != std::string::npos)
             throw KernelError(fmt::format("network namespace {}: not a name", name));
-        Descriptor const target(::open(("/run/netns/" + name).c_str(), O_RDONLY | O_CLOEXEC));
+        Mem::Fd const target(::open(("/run/netns/" + name).c_str(), O_RDONLY | O_CLOEXEC));
         if (target.get() < 0) fail(fmt::format("network namespace {}", name), errno);
         if (::setns(target.get(), CLONE_NEWNET) != 0)
             fail(fmt::format("network namespace {}", name), errno);
@@ -53,7 +53,7 @@ private:
         if (fd < 0) fail(path, errno);
         return fd;
     }
-    Descriptor home_;
+    Mem::Fd home_;
     bool entered_ = false;
 };
 
@@ -75,10 +75,6 @@ int openRtnetlink(int flags, U32 receiveBuffer) {
 }
 
 } // namespace
-
-Descriptor::~Descriptor() {
-    if (fd_ >= 0) ::close(fd_);
-}
 
 KernelFeed::KernelFeed(std::string const& netns, U32 receiveBuffer)
     : feed_([&] {

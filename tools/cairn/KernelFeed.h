@@ -8,6 +8,8 @@
 
 #include "KernelRoute.h"
 
+#include "SharedMem/FileUtil.h"
+
 #include <functional>
 #include <stdexcept>
 
@@ -15,19 +17,6 @@ namespace Cairn {
 
 class KernelError : public std::runtime_error {
     using std::runtime_error::runtime_error;
-};
-
-// A descriptor that closes itself.
-class Descriptor {
-public:
-    explicit Descriptor(int fd = -1) : fd_(fd) {}
-    ~Descriptor();
-    Descriptor(Descriptor&& o) noexcept : fd_(o.fd_) { o.fd_ = -1; }
-    Descriptor& operator=(Descriptor&&) = delete;
-    int get() const { return fd_; }
-
-private:
-    int fd_;
 };
 
 class KernelFeed {
@@ -63,8 +52,8 @@ private:
     int ask(std::vector<U8> const& request, U32 sequence,
             std::function<void(std::span<U8 const>)> const& handler);
 
-    Descriptor feed_;
-    Descriptor query_;
+    Mem::Fd feed_;
+    Mem::Fd query_;
     U32 sequence_ = 0;
     std::vector<U8> buffer_;
 };

@@ -60,9 +60,12 @@ std::string Row::text(bool colour) const {
     for (auto const& field : fields_) {
         std::visit(
             [&]<class T>(T const& value) {
-                if constexpr (std::is_same_v<T, std::vector<std::string>>)
-                    for (auto const& member : value) put(field, member);
-                else if constexpr (std::is_same_v<T, std::string>)
+                if constexpr (std::is_same_v<T, List>) {
+                    if (field.joined || value.empty())
+                        put(field, value.empty() ? "-" : fmt::format("{}", fmt::join(value, ",")));
+                    else
+                        for (auto const& member : value) put(field, member);
+                } else if constexpr (std::is_same_v<T, std::string>)
                     put(field, value.empty() ? "-" : value);
                 else if constexpr (std::is_same_v<T, bool>)
                     put(field, value ? "yes" : "no");
@@ -77,7 +80,7 @@ std::string Row::text(bool colour) const {
 std::string Row::json() const {
     nlohmann::ordered_json object = nlohmann::ordered_json::object();
     for (auto const& field : fields_)
-        std::visit([&](auto const& value) { object[field.name] = value; }, field.value);
+        std::visit([&](auto const& value) { object[field.jsonName] = value; }, field.value);
     // Names are bytes: what is not UTF-8 is replaced, so that the array stays valid.
     return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }

@@ -23,13 +23,23 @@ std::string printable(std::string_view text);
 
 class Row {
 public:
-    // A list prints as one name and value pair for each member, and as an array.
-    using Value = std::variant<std::string, U64, double, bool, std::vector<std::string>>;
+    using List = std::vector<std::string>;
+    using Value = std::variant<std::string, U64, double, bool, List>;
     // What a value is, for its colour.
     enum class Hue : U8 { plain, address, interface, good, bad };
 
     Row& add(std::string name, Value value, Hue hue = Hue::plain) {
-        fields_.push_back({std::move(name), std::move(value), hue});
+        fields_.push_back({name, name, std::move(value), hue});
+        return *this;
+    }
+    // A list: in a line one name and value pair for each member, in JSON an array by another name.
+    Row& addEach(std::string name, std::string jsonName, List values, Hue hue = Hue::plain) {
+        fields_.push_back({std::move(name), std::move(jsonName), std::move(values), hue});
+        return *this;
+    }
+    // A list: in a line joined by commas, in JSON an array.
+    Row& addJoined(std::string name, List values) {
+        fields_.push_back({name, name, std::move(values), Hue::plain, true});
         return *this;
     }
     std::string text(bool colour) const;
@@ -38,8 +48,10 @@ public:
 private:
     struct Field {
         std::string name; // snake_case
+        std::string jsonName;
         Value value;
         Hue hue;
+        bool joined = false;
     };
     std::vector<Field> fields_;
 };

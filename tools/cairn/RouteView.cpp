@@ -1,0 +1,171 @@
+#include "RouteView.h"
+
+#include "Mroute/Tables.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace Cairn {
+
+using Brisk::Multicast::Fib::OifIndex;
+using Brisk::Multicast::Fib::Route;
+using Routing::Multicast::Fib::IpGenRouteKey;
+
+struct RouteView::Tables {
+    explicit Tables(RouteTableName const& name)
+        : oifs(*Dunlin::Platform::getDebugHandler("cairn", false), name.oifIndexIntf().c_str(),
+               Mroute::OifIndexIntfTable::Ops{}, nullptr),
+          routes(*Dunlin::Platform::getDebugHandler("cairn", false), name.route().c_str(),
+                 Mroute::RouteTable::Ops{}, nullptr) {}
+
+    // The names of a route's interfaces. An index may get another interface once its last route is
+    // gone: the names count only if the route still stands afterwards.
+    std::optional<SeenRoute> named(RouteTableName const& where, Route route) const {
+        bool found = true;
+        while (found) {
+            SeenRoute seen;
+            seen.route.name = {where.vrf, route.key().s().address(), route.key().g().address()};
+            seen.route.iif = route.iif().stringValue();
+            for (U8 word = 0; word < Route::numWords; ++word)
+                for (U64 bits = route.oifBitmap(word); bits != 0; bits &= bits - 1)
+                    seen.route.oifs.push_back(interface(
+                        OifIndex(static_cast<U16>(word * 64 + std::countr_zero(bits)))));
+            std::sort(seen.route.oifs.begin(), seen.route.oifs.end());
+            seen.version = route.version();
+            seen.flags = flagNames(route);
+            Mroute::RouteTable::Value again;
+            Route const now = *routes.lookup(route.key(), found, &again);
+            if (found && now == route) return seen;
+            route = now;
+        }
+        return std::nullopt;
+    }
+    std::string interface(OifIndex index) const {
+        bool found = false;
+        Mroute::OifIndexIntfTable::Value value;
+        oifs.lookup(index, found, &value);
+        return found ? std::string(value.intf().stringValue())
+                     : fmt::format("oif-{}", index.value());
+    }
+    static std::vector<std::string> flagNames(Route const& route) {
+        std::vector<std::string> names;
+        auto const add = [&](bool on, char const* name) {
+            if (on) names.emplace_back(name);
+        };
+        add(route.valid(), "valid");
+        add(route.programmable(), "programmable");
+        add(route.toCpu(), "to_cpu");
+        add(route.iifRegister(), "iif_register");
+        add(route.oifRegister(), "oif_register");
+        add(route.skipSoftwareProgramming(), "skip_software_programming");
+        add(route.iifPmsi(), "iif_pmsi");
+        add(route.virtualRoute(), "virtual_route");
+        add(route.noRpf(), "no_rpf");
+        return names;
+    }
+
+    Mroute::OifIndexIntfTable::Reader oifs;
+    Mroute::RouteTable::Reader routes;
+};
+
+namespace {
+
+// Runs a read; a damaged table ends the command.
+template <class Read>
+auto guarded(RouteTableName const& name, Read read) {
+    try {
+        return read();
+    } catch (Dunlin::CorruptionDetectedException const& e) {
+        throw CommandError(damaged, fmt::format("table {}: {}", name.route(), e.what()));
+    } catch (Dunlin::Exception const& e) {
+        throw CommandError(noTable, fmt::format("table {}: {}", name.route(), e.what()));
+    }
+}
+
+} // namespace
+
+RouteView::RouteView(RouteTableName const& name)
+    : name_(name), tables_(std::make_unique<Tables>(name)) {
+    guarded(name_, [&] {
+        for (bool const there :
+             {tables_->oifs.initialize("cairn"), tables_->routes.initialize("cairn")})
+            if (!there)
+                throw CommandError(noTable, fmt::format("table {}: not there, or not readable",
+                                                        name_.route()));
+    });
+}
+
+RouteView::~RouteView() = default;
+
+void RouteView::forEach(std::function<void(SeenRoute const&)> const& visit) const {
+    guarded(name_, [&] {
+        std::vector<Route> all;
+        all.reserve(tables_->routes.members());
+        Mroute::RouteTable::Value value;
+        Brisk::IterHint hint;
+        for (bool more = tables_->routes.first(value, hint); more;
+             more = tables_->routes.next(value.key(), value, hint))
+            all.push_back(value);
+        // A walk through a table that is resized may meet a route twice.
+        std::stable_sort(all.begin(), all.end(),
+                         [](Route const& a, Route const& b) { return a.key() < b.key(); });
+        all.erase(std::unique(all.begin(), all.end(),
+                              [](Route const& a, Route const& b) { return a.key() == b.key(); }),
+                  all.end());
+        for (Route const& route : all)
+            if (auto const seen = tables_->named(name_, route)) visit(*seen);
+    });
+}
+
+std::optional<SeenRoute> RouteView::get(IpAddress const& source, IpAddress const& group) const {
+    S32 const length = isUnspecified(source) ? 0 : hostLength(source);
+    IpGenRouteKey const key(IpPrefix(source, length), IpPrefix(group, hostLength(group)));
+    return guarded(name_, [&]() -> std::optional<SeenRoute> {
+        bool found = false;
+        Mroute::RouteTable::Value value;
+        tables_->routes.lookup(key, found, &value);
+        if (!found) return std::nullopt;
+        return tables_->named(name_, value);
+    });
+}
+
+Row RouteView::row(SeenRoute const& seen) const {
+    Row row;
+    row.add("source", sourceText(seen.route.name.source), Row::Hue::address)
+        .add("group", toText(seen.route.name.group), Row::Hue::address)
+        .add("iif", seen.route.iif, Row::Hue::interface)
+        .addEach("oif", "oifs", seen.route.oifs, Row::Hue::interface)
+        .addJoined("flags", seen.flags)
+        .add("version", U64{seen.version})
+        .add("vrf", name_.vrf)
+        .add("name", name_.name);
+    return row;
+}
+
+std::vector<std::unique_ptr<RouteView>> routeViews(ViewFilter const& filter) {
+    std::vector<std::unique_ptr<RouteView>> views;
+    std::optional<CommandError> fault;
+    for (auto const& table : tablesPresent()) {
+        auto const name = RouteTableName::ofRoute(table);
+        if (!name || !(name->v4 ? filter.v4 : filter.v6) ||
+            (!filter.vrf.empty() && filter.vrf != name->vrf) ||
+            (!filter.name.empty() && filter.name != name->name))
+            continue;
+        try {
+            views.push_back(std::make_unique<RouteView>(*name));
+        } catch (CommandError const& e) {
+            if (e.code != noTable) throw;
+            fault = e;
+        }
+    }
+    if (views.empty())
+        throw fault.value_or(CommandError(
+            noTable, fmt::format("no route table{}{}{}{} below {}",
+                                 filter.vrf.empty() ? "" : " of VRF ", filter.vrf,
+                                 filter.name.empty() ? "" : " by the name ", filter.name,
+                                 Dunlin::Util::baseDirectory())));
+    return views;
+}
+
+} // namespace Cairn

@@ -1,0 +1,50 @@
+// The reading end: the routes of one VRF, looked up and walked in the tables of a writer that goes
+// on writing, and told with the names of their interfaces.
+#pragma once
+
+#include "NamedRoute.h"
+#include "Output.h"
+#include "TableNames.h"
+
+#include <functional>
+#include <memory>
+
+namespace Cairn {
+
+// A route as it stands in a table.
+struct SeenRoute {
+    NamedRoute route;
+    std::vector<std::string> flags;
+    U32 version = 0;
+};
+
+class RouteView {
+public:
+    // Raises CommandError if the tables are not there or cannot be read.
+    explicit RouteView(RouteTableName const& name);
+    ~RouteView();
+
+    RouteTableName const& name() const { return name_; }
+    // All routes that are there throughout, ordered by group and source. Raises CommandError for a
+    // damaged table.
+    void forEach(std::function<void(SeenRoute const&)> const& visit) const;
+    std::optional<SeenRoute> get(IpAddress const& source, IpAddress const& group) const;
+
+    // The row that is printed of a route.
+    Row row(SeenRoute const& seen) const;
+
+private:
+    struct Tables;
+    RouteTableName name_;
+    std::unique_ptr<Tables> tables_;
+};
+
+// The views of all tables that the filters let through: empty ones let all. Raises CommandError if
+// there are none. A table that vanishes meanwhile is left out.
+struct ViewFilter {
+    bool v4 = true, v6 = true;
+    std::string vrf, name;
+};
+std::vector<std::unique_ptr<RouteView>> routeViews(ViewFilter const& filter);
+
+} // namespace Cairn
