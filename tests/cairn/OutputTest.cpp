@@ -37,8 +37,8 @@ Row sample() {
 } // namespace
 
 TEST(Output, LinesRepeatEveryField) {
-    EXPECT_EQ(printed(false, {sample()}),
-              "source 10.0.0.1 oif eth1 oif eth2 none - flags a,b version 18446744073709551615 valid yes iif -\n");
+    EXPECT_EQ(printed(false, {sample()}), "source 10.0.0.1 oif eth1 oif eth2 none - flags a,b "
+                                          "version 18446744073709551615 valid yes iif -\n");
     EXPECT_EQ(printed(false, {sample()}, true).substr(0, 24), "source \033[35m10.0.0.1\033[0m");
     EXPECT_EQ(printed(false, {}), "");
 }

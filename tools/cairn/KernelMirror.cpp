@@ -38,7 +38,17 @@ void KernelMirror::askKernel() {
         links, routes, [&](RouteId const& id) { return feed_.route(id); }, loop_.now());
 }
 
-void KernelMirror::start() {
+void KernelMirror::start(std::vector<RouteName> const& kept) {
+    for (auto& link : feed_.links())
+        state_.fold({KernelEvent::Kind::linkNew, {}, std::move(link)}, loop_.now());
+    std::vector<RouteChange> strays; // of a VRF that is no more
+    for (auto const& name : kept) {
+        if (auto const id = state_.idOf(name))
+            state_.seed(*id);
+        else
+            strays.push_back({RouteChange::Kind::gone, {name, {}, {}}});
+    }
+    if (!strays.empty()) sink_(std::move(strays));
     askKernel();
     started_ = true;
     loop_.fdAdd(feed_.fd(), EPOLLIN, [this](U32) {

@@ -27,10 +27,11 @@ public:
     KernelMirror(KernelMirror const&) = delete;
     KernelMirror& operator=(KernelMirror const&) = delete;
 
-    // The belief; before `start`, seed it with what the sink holds already.
-    MirrorState& state() { return state_; }
-    // Takes the first dump, tells what differs, and follows from then on. Raises KernelError.
-    void start();
+    MirrorState const& state() const { return state_; }
+    // Takes the first dump, tells what differs, and follows from then on. `kept` are the routes
+    // that the sink holds from an earlier life: those that the kernel does not have go. Raises
+    // KernelError.
+    void start(std::vector<RouteName> const& kept = {});
 
 private:
     void askKernel();

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <charconv>
 
 namespace Cairn {
 
@@ -206,6 +207,20 @@ std::string MirrorState::vrfName(bool v4, U32 table) const {
     for (auto const& [index, link] : links_)
         if (link.vrfTable == table) return link.name;
     return fmt::format("table-{}", table);
+}
+
+std::optional<RouteId> MirrorState::idOf(RouteName const& name) const {
+    auto const idIn = [&](U32 table) { return RouteId{table, name.source, name.group}; };
+    if (name.vrf == "default") return idIn(isV4(name.group) ? defaultTableV4 : defaultTableV6);
+    for (auto const& [index, link] : links_)
+        if (link.vrfTable != 0 && link.name == name.vrf) return idIn(link.vrfTable);
+    std::string_view digits = name.vrf;
+    if (!digits.starts_with("table-")) return std::nullopt;
+    digits.remove_prefix(6);
+    U32 table = 0;
+    auto const [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), table);
+    if (error != std::errc{} || end != digits.data() + digits.size()) return std::nullopt;
+    return idIn(table);
 }
 
 } // namespace Cairn

@@ -77,6 +77,8 @@ public:
 
     // The name of a kernel table: "default", a VRF device's name, or "table-N".
     std::string vrfName(bool v4, U32 table) const;
+    // The kernel's id of a route by name; nothing if no table has the name of its VRF.
+    std::optional<RouteId> idOf(RouteName const& name) const;
 
     std::size_t size() const { return routes_.size(); }
     std::set<RouteId> const& pending() const { return pending_; }

@@ -86,8 +86,7 @@ public:
         route.validIs(true);
         route.programmableIs(!named.iif.empty());
         route.iifRegisterIs(isRegisterInterface(named.iif));
-        route.oifRegisterIs(
-            std::any_of(named.oifs.begin(), named.oifs.end(), isRegisterInterface));
+        route.oifRegisterIs(std::any_of(named.oifs.begin(), named.oifs.end(), isRegisterInterface));
         U16 highest = OifIndex::null;
         for (auto const& oif : named.oifs) {
             OifIndex const index = indexOf(intfId(oif));
@@ -232,7 +231,8 @@ private:
     std::unordered_map<std::string, Kelpie::IntfId> ids_;
 };
 
-RouteTables::RouteTables(std::string name) : name_(std::move(name)) {}
+RouteTables::RouteTables(std::string name, bool v4, bool v6)
+    : name_(std::move(name)), v4_(v4), v6_(v6) {}
 RouteTables::~RouteTables() = default;
 
 RouteTables::Vrf& RouteTables::vrf(bool v4, std::string const& name) {
@@ -250,10 +250,11 @@ RouteTables::Vrf& RouteTables::vrf(bool v4, std::string const& name) {
 }
 
 void RouteTables::open() {
-    vrf(true, "default");
-    vrf(false, "default");
+    if (v4_) vrf(true, "default");
+    if (v6_) vrf(false, "default");
     for (auto const& table : tablesPresent())
-        if (auto const name = RouteTableName::ofRoute(table); name && name->name == name_)
+        if (auto const name = RouteTableName::ofRoute(table);
+            name && name->name == name_ && (name->v4 ? v4_ : v6_))
             vrf(name->v4, name->vrf);
 }
 
@@ -273,6 +274,7 @@ std::size_t RouteTables::size() const {
 void RouteTables::apply(std::span<RouteChange const> changes) {
     for (auto const& change : changes) {
         RouteName const& name = change.route.name;
+        if (!(isV4(name.group) ? v4_ : v6_)) continue;
         unwritten_.erase(name);
         try {
             Vrf& tables = vrf(isV4(name.group), name.vrf);

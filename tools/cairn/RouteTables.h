@@ -27,12 +27,13 @@ public:
         U64 kept = 0;   // found at the start
     };
 
-    // Tables of the given writer's name. Touches no file.
-    explicit RouteTables(std::string name);
+    // Tables of the given writer's name, and of the given families: what concerns another family
+    // is passed over. Touches no file.
+    RouteTables(std::string name, bool v4, bool v6);
     ~RouteTables();
 
-    // Takes over the tables of the default VRF of both families, and of every other VRF that has
-    // tables of this name. Raises CommandError if another process writes them.
+    // Takes over the tables of the default VRF and of every other VRF that has tables of this name.
+    // Raises CommandError if another process writes them.
     void open();
     // Every route in the tables.
     void forEach(std::function<void(RouteName const&)> const& visit) const;
@@ -57,6 +58,7 @@ private:
     Vrf& vrf(bool v4, std::string const& name);
 
     std::string name_;
+    bool v4_, v6_;
     std::map<std::pair<bool, std::string>, std::unique_ptr<Vrf>> vrfs_;
     std::map<RouteName, RouteChange> unwritten_;
     Counters counters_;

@@ -29,8 +29,8 @@ struct RouteView::Tables {
             seen.route.iif = route.iif().stringValue();
             for (U8 word = 0; word < Route::numWords; ++word)
                 for (U64 bits = route.oifBitmap(word); bits != 0; bits &= bits - 1)
-                    seen.route.oifs.push_back(interface(
-                        OifIndex(static_cast<U16>(word * 64 + std::countr_zero(bits)))));
+                    seen.route.oifs.push_back(
+                        interface(OifIndex(static_cast<U16>(word * 64 + std::countr_zero(bits)))));
             std::sort(seen.route.oifs.begin(), seen.route.oifs.end());
             seen.version = route.version();
             seen.flags = flagNames(route);
@@ -91,8 +91,8 @@ RouteView::RouteView(RouteTableName const& name)
         for (bool const there :
              {tables_->oifs.initialize("cairn"), tables_->routes.initialize("cairn")})
             if (!there)
-                throw CommandError(noTable, fmt::format("table {}: not there, or not readable",
-                                                        name_.route()));
+                throw CommandError(
+                    noTable, fmt::format("table {}: not there, or not readable", name_.route()));
     });
 }
 
@@ -160,11 +160,11 @@ std::vector<std::unique_ptr<RouteView>> routeViews(ViewFilter const& filter) {
         }
     }
     if (views.empty())
-        throw fault.value_or(CommandError(
-            noTable, fmt::format("no route table{}{}{}{} below {}",
-                                 filter.vrf.empty() ? "" : " of VRF ", filter.vrf,
-                                 filter.name.empty() ? "" : " by the name ", filter.name,
-                                 Dunlin::Util::baseDirectory())));
+        throw fault.value_or(
+            CommandError(noTable, fmt::format("no route table{}{}{}{} below {}",
+                                              filter.vrf.empty() ? "" : " of VRF ", filter.vrf,
+                                              filter.name.empty() ? "" : " by the name ",
+                                              filter.name, Dunlin::Util::baseDirectory())));
     return views;
 }
 

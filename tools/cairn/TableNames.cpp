@@ -25,9 +25,8 @@ std::optional<RouteTableName> RouteTableName::ofRoute(std::string const& table) 
 
 bool isDirectoryName(std::string const& text) {
     return !text.empty() && text.size() <= 255 && text != "." && text != ".." &&
-           std::none_of(text.begin(), text.end(), [](char c) {
-               return c == '/' || static_cast<U8>(c) < ' ' || c == '\x7f';
-           });
+           std::none_of(text.begin(), text.end(),
+                        [](char c) { return c == '/' || static_cast<U8>(c) < ' ' || c == '\x7f'; });
 }
 
 std::vector<std::string> tablesPresent() {
@@ -57,8 +56,8 @@ std::string tableMeant(std::string const& text) {
     if (meant.empty())
         throw CommandError(noTable, fmt::format("no table \"{}\" below {}", text, base));
     if (meant.size() > 1)
-        throw CommandError(badUse, fmt::format("\"{}\" may be any of: {}", text,
-                                               fmt::join(meant, ", ")));
+        throw CommandError(badUse,
+                           fmt::format("\"{}\" may be any of: {}", text, fmt::join(meant, ", ")));
     return meant.front();
 }
 

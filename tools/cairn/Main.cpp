@@ -1,0 +1,168 @@
+// The command line of `cairn`: arguments in, exit code out.
+#include "Commands.h"
+#include "KernelFeed.h"
+#include "RouteFile.h"
+
+#include "Dunlin/Util.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+namespace {
+
+constexpr char const* footer =
+    R"(Exit codes: 0 done, 1 nothing matched, 2 bad use or bad input, 3 no such table
+or not readable, 4 damaged.
+
+Examples:
+  cairn mirror                                keep tables in step with the kernel
+  cairn mirror --from routes.csv --once       load a file and leave
+  cairn show group 239.1.0.0/16 oif eth1      routes of a group range out of eth1
+  cairn -j show source '*'                    the (*,G) routes, as JSON
+  cairn get 10.1.1.14 239.1.0.15              one route
+  cairn ls                                    the tables there are)";
+
+// `--color` alone means always, as for `ip`. The families come first: behind a command the parser
+// would take them for numbers.
+std::vector<std::string> arguments(int argc, char** argv) {
+    std::vector<std::string> all(argv + 1, argv + argc);
+    for (auto& a : all)
+        if (a == "--color") a = "--color=always";
+    std::stable_partition(all.begin(), all.end(),
+                          [](std::string const& a) { return a == "-4" || a == "-6"; });
+    std::reverse(all.begin(), all.end()); // the order CLI11 takes a vector in
+    return all;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    using namespace Cairn;
+    CLI::App app{"Multicast routes in shared tables: mirror the kernel's, show, look up, inspect."};
+    app.name("cairn");
+    app.footer(footer);
+    app.require_subcommand(1);
+    app.fallthrough(false);
+
+    Common common;
+    bool only4 = false, only6 = false;
+    std::string base, colour = "auto";
+    app.add_flag("-j,--json", common.json, "Print one JSON array of flat objects");
+    auto* const four = app.add_flag("-4", only4, "IPv4 only");
+    app.add_flag("-6", only6, "IPv6 only")->excludes(four);
+    app.add_option("--color", colour,
+                   "Colour: auto (the default), always, never; NO_COLOR is heeded")
+        ->check(CLI::IsMember({"auto", "always", "never"}))
+        ->type_name("[=WHEN]");
+    app.add_option("--base", base,
+                   "Base directory of all tables; else CAIRN_BASE, else /dev/shm/cairn")
+        ->type_name("DIR");
+    app.set_version_flag("-V,--version", "cairn " CAIRN_VERSION);
+
+    int result = done;
+    auto const command = [&](char const* name, char const* what, std::function<int()> run) {
+        auto* const sub = app.add_subcommand(name, what);
+        sub->fallthrough();
+        sub->callback([&, run] {
+            if (!base.empty()) Dunlin::Util::baseDirectoryIs(base);
+            common.v4 = !only6;
+            common.v6 = !only4;
+            common.colour = colour == "always"  ? Colour::always
+                            : colour == "never" ? Colour::never
+                                                : Colour::automatic;
+            result = run();
+        });
+        return sub;
+    };
+
+    MirrorArguments mirror;
+    auto* const mirrorApp =
+        command("mirror", "Write the tables: keep them in step with the kernel, or with a file",
+                [&] { return mirrorCommand(common, mirror); });
+    mirrorApp
+        ->add_option("--from", mirror.from,
+                     "Take the routes from a file instead: JSON of `ip -j mroute show`, or CSV "
+                     "whose header names source,group,iif,oifs")
+        ->type_name("FILE");
+    mirrorApp->add_flag("--once", mirror.once, "Leave after the load");
+    mirrorApp->add_option("--name", mirror.name, "Name of this writer's tables (kernel)")
+        ->type_name("NAME");
+    mirrorApp->add_option("--netns", mirror.netns, "Read the kernel of this network namespace")
+        ->type_name("NAME");
+    mirrorApp->add_option("--churn", mirror.churn, "Change N routes a second (with --from)")
+        ->type_name("N")
+        ->check(CLI::Range(0.0, 1e7));
+    mirrorApp->add_option("--seed", mirror.seed, "Seed of the changes (1)")->type_name("N");
+    mirrorApp
+        ->add_option("--settle", mirror.settleMs,
+                     "Gather the kernel's changes for so many milliseconds before writing (0)")
+        ->type_name("MS")
+        ->check(CLI::Range(0.0, 3.6e6));
+    mirrorApp
+        ->add_option("--hold", mirror.holdSeconds,
+                     "Keep the routes of a dead routing daemon so many seconds, not valid (0)")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.0, 86400.0));
+    mirrorApp
+        ->add_option("--receive-buffer", mirror.receiveBuffer,
+                     "Bytes for notifications of the kernel (32 MiB)")
+        ->type_name("BYTES")
+        ->check(CLI::Range(4096u, 1u << 30));
+    mirrorApp->add_flag("-q,--quiet", mirror.quiet, "Only errors on stderr");
+
+    std::vector<std::string> words;
+    auto* const show =
+        command("show",
+                "Print routes: [source PREFIX|*] [group PREFIX] [iif IF] [oif IF] [vrf VRF] "
+                "[name NAME]",
+                [&] { return showCommand(common, words); });
+    show->add_option("filter", words, "Keyword and value pairs")->type_name("");
+    auto* const get = command("get", "Look up one route: SOURCE|* GROUP [vrf VRF] [name NAME]",
+                              [&] { return getCommand(common, words); });
+    get->add_option("route", words, "Source (* for a (*,G)), group, and more")
+        ->type_name("")
+        ->required();
+    command("ls", "List the tables: type, entries, capacity, writer, generation",
+            [&] { return lsCommand(common); });
+    std::string table;
+    auto* const stat =
+        command("stat", "All about one table", [&] { return statCommand(common, table); });
+    stat->add_option("table", table, "The table's name, or the end of it")
+        ->type_name("TABLE")
+        ->required();
+
+    ProbeArguments probe;
+    auto* const probeApp =
+        command("probe", "Read a route table at full speed and count hits and misses",
+                [&] { return probeCommand(common, probe); });
+    probeApp->add_option("table", probe.table, "Which one; else the one with the most entries")
+        ->type_name("TABLE");
+    probeApp->add_option("--seconds", probe.seconds, "How long (10)")
+        ->type_name("N")
+        ->check(CLI::Range(0.1, 1e6));
+    probeApp->add_flag("--walk", probe.walk, "Walk over and over instead of looking up");
+    probeApp->add_option("--seed", probe.seed, "Seed of the order of lookups (1)")->type_name("N");
+
+    auto const say = [](ExitCode code, char const* text) {
+        fmt::print(stderr, "cairn: {}\n", text);
+        return code;
+    };
+    try {
+        app.parse(arguments(argc, argv));
+        return result;
+    } catch (CLI::ParseError const& e) {
+        return app.exit(e) == 0 ? done : badUse;
+    } catch (CommandError const& e) {
+        return say(e.code, e.what());
+    } catch (RouteFileError const& e) {
+        return say(badUse, e.what());
+    } catch (KernelError const& e) {
+        return say(badUse, e.what());
+    } catch (Dunlin::CorruptionDetectedException const& e) {
+        return say(damaged, e.what());
+    } catch (Dunlin::Exception const& e) {
+        return say(noTable, e.what());
+    } catch (std::exception const& e) {
+        return say(badUse, e.what());
+    }
+}

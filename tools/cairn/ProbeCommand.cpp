@@ -1,0 +1,187 @@
+// `cairn probe`: reads a route table at full speed beside its writer and says each second what it
+// met. What it reads is checked: a record under a key must be of that key.
+#include "Commands.h"
+
+#include "Dunlin/Exception.h"
+#include "Mroute/Tables.h"
+#include "SharedMem/WriterLock.h"
+
+#include <fmt/format.h>
+
+#include <chrono>
+#include <random>
+#include <thread>
+
+namespace Cairn {
+namespace {
+
+using Reader = Mroute::RouteTable::Reader;
+using Value = Mroute::RouteTable::Value;
+using Key = Mroute::RouteTable::Key;
+
+double seconds() {
+    using namespace std::chrono;
+    return duration<double>(steady_clock::now().time_since_epoch()).count();
+}
+
+struct Tally {
+    U64 reads = 0; // lookups, or entries walked
+    U64 hits = 0;
+    U64 misses = 0;
+    U64 walks = 0;
+    U64 wrong = 0;  // records of another key
+    U64 faults = 0; // exceptions
+    void add(Tally const& o) {
+        reads += o.reads;
+        hits += o.hits;
+        misses += o.misses;
+        walks += o.walks;
+        wrong += o.wrong;
+        faults += o.faults;
+    }
+};
+
+class Probe {
+public:
+    Probe(std::string table, ProbeArguments const& arguments)
+        : arguments_(arguments), table_(std::move(table)), path_(table_), random_(arguments.seed) {
+        attach();
+        if (!reader_) throw CommandError(noTable, fmt::format("table {}: not readable", table_));
+        collectKeys();
+    }
+
+    // Reads until `end`.
+    Tally until(double end) {
+        Tally tally;
+        while (seconds() < end) {
+            if (!reader_ || reader_->replaced()) attach();
+            if (!reader_) { // between two writers that begin anew
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                continue;
+            }
+            try {
+                if (arguments_.walk || keys_.empty())
+                    walk(tally);
+                else
+                    lookups(tally);
+            } catch (Dunlin::Exception const& e) {
+                ++tally.faults;
+                fault = e.what();
+                reader_.reset();
+            }
+        }
+        return tally;
+    }
+
+    U64 entries() const { return reader_ ? reader_->members() : 0; }
+    bool written() const { return Mem::WriterLock::writerExists(path_); }
+    std::string fault;
+
+private:
+    void attach() {
+        reader_ = std::make_unique<Reader>(*Dunlin::Platform::getDebugHandler("cairn", false),
+                                           table_.c_str(), Mroute::RouteTable::Ops{}, nullptr);
+        if (!reader_->initialize("probe")) reader_.reset();
+    }
+    void collectKeys() {
+        Value value;
+        Brisk::IterHint hint;
+        for (bool more = reader_->first(value, hint); more;
+             more = reader_->next(value.key(), value, hint))
+            keys_.push_back(value.key());
+        std::shuffle(keys_.begin(), keys_.end(), random_);
+    }
+    // A thousand keys between two looks at the clock.
+    void lookups(Tally& tally) {
+        Value value;
+        for (int i = 0; i < 1000; ++i) {
+            Key const& key = keys_[at_++ % keys_.size()];
+            bool found = false;
+            reader_->lookup(key, found, &value);
+            ++tally.reads;
+            ++(found ? tally.hits : tally.misses);
+            if (found && !(value.key() == key)) ++tally.wrong;
+        }
+    }
+    void walk(Tally& tally) {
+        Value value;
+        Brisk::IterHint hint;
+        for (bool more = reader_->first(value, hint); more;
+             more = reader_->next(value.key(), value, hint)) {
+            ++tally.reads;
+            if (!value.key().g().isMulticast()) ++tally.wrong;
+        }
+        ++tally.walks;
+    }
+
+    ProbeArguments const& arguments_;
+    std::string table_;
+    Mem::YokeRootPath path_;
+    std::unique_ptr<Reader> reader_;
+    std::vector<Key> keys_;
+    std::size_t at_ = 0;
+    std::mt19937_64 random_;
+};
+
+// The route table with the most entries.
+std::string largestTable(Common const& common) {
+    std::string largest;
+    U64 most = 0;
+    for (auto const& table : tablesPresent()) {
+        auto const name = RouteTableName::ofRoute(table);
+        if (!name || !(name->v4 ? common.v4 : common.v6)) continue;
+        Reader reader(*Dunlin::Platform::getDebugHandler("cairn", false), table.c_str(),
+                      Mroute::RouteTable::Ops{}, nullptr);
+        if (reader.initialize("probe") && (largest.empty() || reader.members() > most)) {
+            largest = table;
+            most = reader.members();
+        }
+    }
+    if (largest.empty())
+        throw CommandError(noTable,
+                           fmt::format("no route table below {}", Dunlin::Util::baseDirectory()));
+    return largest;
+}
+
+} // namespace
+
+int probeCommand(Common const& common, ProbeArguments const& arguments) {
+    std::string const table =
+        arguments.table.empty() ? largestTable(common) : tableMeant(arguments.table);
+    if (!RouteTableName::ofRoute(table))
+        throw CommandError(badUse, fmt::format("table {} holds no routes", table));
+    Probe probe(table, arguments);
+    Listing listing = common.listing();
+    Tally all;
+    auto const report = [&](char const* what, Tally const& tally, double took) {
+        Row row;
+        row.add("probe", std::string(what))
+            .add("entries", probe.entries())
+            .add("writer", std::string(probe.written() ? "alive" : "none"),
+                 probe.written() ? Row::Hue::good : Row::Hue::bad);
+        if (arguments.walk)
+            row.add("walks", tally.walks)
+                .add("walked_per_second",
+                     static_cast<U64>(static_cast<double>(tally.reads) / took));
+        else
+            row.add("lookups_per_second", static_cast<U64>(static_cast<double>(tally.reads) / took))
+                .add("hits", tally.hits)
+                .add("misses", tally.misses);
+        row.add("wrong", tally.wrong).add("faults", tally.faults);
+        listing.print(row);
+        std::fflush(stdout);
+    };
+    double const begin = seconds();
+    for (double now = begin; now < begin + arguments.seconds;) {
+        auto const tally = probe.until(std::min(now + 1, begin + arguments.seconds));
+        double const then = now;
+        now = seconds();
+        all.add(tally);
+        report("running", tally, now - then);
+    }
+    report("total", all, seconds() - begin);
+    if (!probe.fault.empty()) fmt::print(stderr, "cairn probe: {}: {}\n", table, probe.fault);
+    return all.wrong || all.faults ? damaged : done;
+}
+
+} // namespace Cairn
