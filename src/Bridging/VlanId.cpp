@@ -1,17 +1,19 @@
 #include "Bridging/VlanId.h"
 
-#include "Vomo/Frame.h"
+#include "Vomo/Record.h"
 
 #include <ostream>
 
-template <> struct Vomo::Describe<Bridging::VlanId> {
+template <>
+struct Vomo::Describe<Bridging::VlanId> {
     using T = Bridging::VlanId;
-    static constexpr auto name = "Bridging::VlanId";
+    static constexpr auto type = value("Bridging::VlanId");
     static constexpr auto attributes = rows({ctor<&T::value_>(2, "value")});
 };
-template <> struct Vomo::Describe<Bridging::VlanIdOrNone> {
+template <>
+struct Vomo::Describe<Bridging::VlanIdOrNone> {
     using T = Bridging::VlanIdOrNone;
-    static constexpr auto name = "Bridging::VlanIdOrNone";
+    static constexpr auto type = value("Bridging::VlanIdOrNone");
     static constexpr auto attributes = rows({ctor<&T::value_>(2, "value")});
 };
 
@@ -25,22 +27,47 @@ void check(U16 value) {
 
 } // namespace
 
-VlanId::VlanId(U16 value) : value_(value) { check(value_); }
+VlanId::VlanId(U16 value) : value_(value) {
+    check(value_);
+}
 VlanId::VlanId(Vomo::CharRange& range) {
     Vomo::parse(*this, range);
     check(value_);
 }
 VlanId::VlanId(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) : VlanId(in->nextU16()) {}
-VlanIdOrNone::VlanIdOrNone(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+VlanIdOrNone::VlanIdOrNone(Vomo::CharRange& range) {
+    Vomo::parse(*this, range);
+}
 VlanIdOrNone::VlanIdOrNone(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) : value_(in->nextU16()) {}
 
-Vomo::String valueToStrep(VlanId v) { return Vomo::text(v); }
-Vomo::String valueToStrep(VlanIdOrNone v) { return Vomo::text(v); }
-std::ostream& operator<<(std::ostream& stream, VlanId v) { return stream << v.value(); }
-std::ostream& operator<<(std::ostream& stream, VlanIdOrNone v) { return stream << v.value(); }
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, VlanId v) { return out << v.value(); }
+Vomo::String valueToStrep(VlanId v) {
+    return Vomo::text(v);
+}
+Vomo::String valueToStrep(VlanIdOrNone v) {
+    return Vomo::text(v);
+}
+std::ostream& operator<<(std::ostream& stream, VlanId v) {
+    return stream << v.value();
+}
+std::ostream& operator<<(std::ostream& stream, VlanIdOrNone v) {
+    return stream << v.value();
+}
+Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, VlanId v) {
+    return out << v.value();
+}
 Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, VlanIdOrNone v) {
     return out << v.value();
 }
 
 } // namespace Bridging
+
+namespace {
+// In order of name.
+constexpr Vomo::TypeFrame types[] = {
+    Vomo::frameOf<Bridging::VlanId>,
+    Vomo::frameOf<Bridging::VlanIdOrNone>,
+};
+} // namespace
+constinit Vomo::VomoModule const Vomo::_VlanId_c2b91fe4f92f5433_vomoModule =
+    Vomo::ModuleRecord<types>::value;
+static Vomo::ModuleRegistration const registration(&Vomo::_VlanId_c2b91fe4f92f5433_vomoModule);

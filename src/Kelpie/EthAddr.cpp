@@ -1,10 +1,19 @@
 #include "Kelpie/EthAddr.h"
 
 #include "Vomo/NboAttrLog.h"
-#include "Vomo/SerDes.h"
+#include "Vomo/Record.h"
 
 #include <charconv>
 #include <ostream>
+
+template <>
+struct Vomo::Describe<Kelpie::EthAddr> {
+    using T = Kelpie::EthAddr;
+    static constexpr auto type = value("Kelpie::EthAddr");
+    static constexpr auto attributes = rows({
+        function<&T::stringValue>(2, "stringValue"),
+    });
+};
 
 namespace Kelpie {
 
@@ -31,7 +40,9 @@ Vomo::String EthAddr::stringValue() const {
                        bytes_[3], bytes_[4], bytes_[5]);
 }
 
-Vomo::String valueToStrep(EthAddr const& v) { return v.stringValue(); }
+Vomo::String valueToStrep(EthAddr const& v) {
+    return v.stringValue();
+}
 std::ostream& operator<<(std::ostream& stream, EthAddr const& v) {
     return stream << v.stringValue();
 }
@@ -41,3 +52,13 @@ Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, EthAddr const& v) 
 }
 
 } // namespace Kelpie
+
+namespace {
+// In order of name.
+constexpr Vomo::TypeFrame types[] = {
+    Vomo::frameOf<Kelpie::EthAddr>,
+};
+} // namespace
+constinit Vomo::VomoModule const Vomo::_EthAddr_5ea519cab6df4342_vomoModule =
+    Vomo::ModuleRecord<types>::value;
+static Vomo::ModuleRegistration const registration(&Vomo::_EthAddr_5ea519cab6df4342_vomoModule);

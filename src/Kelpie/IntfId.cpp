@@ -11,9 +11,20 @@
 #include "Kelpie/NamesFile.h"
 #include "Vomo/Exception.h"
 #include "Vomo/NboAttrLog.h"
-#include "Vomo/SerDes.h"
+#include "Vomo/Record.h"
 
 #include <ostream>
+
+template <>
+struct Vomo::Describe<Kelpie::IntfId> {
+    using T = Kelpie::IntfId;
+    static constexpr auto type = value("Kelpie::IntfId");
+    static constexpr auto attributes = rows({
+        derived<&T::word>(2, "word"),
+        derived<&T::hash>(3, "hash"),
+        function<&T::stringValue>(4, "stringValue"),
+    });
+};
 
 namespace Kelpie {
 namespace {
@@ -31,9 +42,9 @@ static_assert(alphabet.size() == 72);
 
 // Numbers are part of the word: new names go to the end.
 constexpr std::string_view switchNames[] = {
-    "Ethernet",   "Port-Channel", "Vlan",      "Loopback",  "Management", "Tunnel",
-    "Vxlan",      "Recirc-Channel", "Register", "Dps",       "Fabric",     "Multicast",
-    "InternalRecirc", "MplsTrunk", "Switch",    "Peer",      "Pseudowire", "Unconnected",
+    "Ethernet",       "Port-Channel",   "Vlan",     "Loopback", "Management", "Tunnel",
+    "Vxlan",          "Recirc-Channel", "Register", "Dps",      "Fabric",     "Multicast",
+    "InternalRecirc", "MplsTrunk",      "Switch",   "Peer",     "Pseudowire", "Unconnected",
 };
 constexpr U64 maxNumber = (1 << 13) - 1;
 
@@ -147,15 +158,32 @@ Vomo::String IntfId::stringValue() const {
         name = NamesFile::instance().nameOf(word_);
         if (!name.empty()) return name;
         break;
-    default: break;
+    default:
+        break;
     }
     return fmt::format("{}{:016x}", unnamedLead, word_);
 }
 
-Vomo::String valueToStrep(IntfId v) { return Vomo::valueToStrep(v.stringValue()); }
+Vomo::String valueToStrep(IntfId v) {
+    return Vomo::valueToStrep(v.stringValue());
+}
 
-std::ostream& operator<<(std::ostream& stream, IntfId v) { return stream << v.stringValue(); }
+std::ostream& operator<<(std::ostream& stream, IntfId v) {
+    return stream << v.stringValue();
+}
 
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, IntfId v) { return out << v.word(); }
+Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, IntfId v) {
+    return out << v.word();
+}
 
 } // namespace Kelpie
+
+namespace {
+// In order of name.
+constexpr Vomo::TypeFrame types[] = {
+    Vomo::frameOf<Kelpie::IntfId>,
+};
+} // namespace
+constinit Vomo::VomoModule const Vomo::_IntfId_638f3da9b062f5a9_vomoModule =
+    Vomo::ModuleRecord<types>::value;
+static Vomo::ModuleRegistration const registration(&Vomo::_IntfId_638f3da9b062f5a9_vomoModule);

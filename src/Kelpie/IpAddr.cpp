@@ -1,10 +1,42 @@
 #include "Kelpie/IpAddr.h"
 
 #include "Vomo/NboAttrLog.h"
-#include "Vomo/SerDes.h"
+#include "Vomo/Record.h"
 
 #include <arpa/inet.h>
 #include <ostream>
+
+template <>
+struct Vomo::Describe<Kelpie::AddressFamily> {
+    using T = Kelpie::AddressFamily;
+    static constexpr auto type = value("Kelpie::AddressFamily");
+    static constexpr auto attributes = rows({
+        derived<&T::value>(2, "value"),
+    });
+};
+template <>
+struct Vomo::Describe<Kelpie::Ip6Addr> {
+    using T = Kelpie::Ip6Addr;
+    static constexpr auto type = value("Kelpie::Ip6Addr", wide);
+    static constexpr auto attributes = rows({
+        derived<&T::hash>(2, "hash"),
+        function<&T::isMulticast>(3, "isMulticast"),
+        function<&T::stringValue>(4, "stringValue"),
+    });
+};
+template <>
+struct Vomo::Describe<Kelpie::IpGenAddr> {
+    using T = Kelpie::IpGenAddr;
+    static constexpr auto type = value("Kelpie::IpGenAddr", wide);
+    static constexpr auto attributes = rows({
+        derived<&T::af>(2, "af"),
+        derived<&T::v4Addr>(3, "v4Addr"),
+        derived<&T::v6Addr>(4, "v6Addr"),
+        function<&T::isMulticast>(5, "isMulticast"),
+        function<&T::mcastEtherAddress>(6, "mcastEtherAddress"),
+        function<&T::stringValue>(7, "stringValue"),
+    });
+};
 
 namespace Kelpie {
 namespace {
@@ -27,7 +59,9 @@ AddressFamily::AddressFamily(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) : valu
 Vomo::String valueToStrep(AddressFamily v) {
     return Vomo::valueToStrep(static_cast<unsigned long long>(v.value()));
 }
-std::ostream& operator<<(std::ostream& stream, AddressFamily v) { return stream << v.value(); }
+std::ostream& operator<<(std::ostream& stream, AddressFamily v) {
+    return stream << v.value();
+}
 Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, AddressFamily v) {
     return out << v.value();
 }
@@ -44,9 +78,15 @@ Vomo::String IpAddr::stringValue() const {
     U32 const w = word();
     return fmt::format("{}.{}.{}.{}", w >> 24, w >> 16 & 255, w >> 8 & 255, w & 255);
 }
-Vomo::String valueToStrep(IpAddr v) { return v.stringValue(); }
-std::ostream& operator<<(std::ostream& stream, IpAddr v) { return stream << v.stringValue(); }
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, IpAddr v) { return out << v.word(); }
+Vomo::String valueToStrep(IpAddr v) {
+    return v.stringValue();
+}
+std::ostream& operator<<(std::ostream& stream, IpAddr v) {
+    return stream << v.stringValue();
+}
+Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, IpAddr v) {
+    return out << v.word();
+}
 
 Ip6Addr::Ip6Addr(Vomo::CharRange& range) {
     U8 bytes[16];
@@ -61,8 +101,12 @@ Vomo::String Ip6Addr::stringValue() const {
     ::inet_ntop(AF_INET6, bytes_.data(), text, sizeof text);
     return text;
 }
-Vomo::String valueToStrep(Ip6Addr const& v) { return v.stringValue(); }
-std::ostream& operator<<(std::ostream& stream, Ip6Addr const& v) { return stream << v.stringValue(); }
+Vomo::String valueToStrep(Ip6Addr const& v) {
+    return v.stringValue();
+}
+std::ostream& operator<<(std::ostream& stream, Ip6Addr const& v) {
+    return stream << v.stringValue();
+}
 Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, Ip6Addr const& v) {
     out.append(v.bytes().data(), 16);
     return out;
@@ -75,9 +119,11 @@ IpGenAddr::IpGenAddr(Vomo::CharRange& range) {
     std::string_view const address =
         text.substr(0, text.find_first_not_of("0123456789abcdefABCDEF:."));
     if (address.empty()) range.throwWanted("an IP address");
-    *this = address.find(':') == address.npos ? IpGenAddr(IpAddr(range)) : IpGenAddr(Ip6Addr(range));
+    *this =
+        address.find(':') == address.npos ? IpGenAddr(IpAddr(range)) : IpGenAddr(Ip6Addr(range));
 }
-IpGenAddr::IpGenAddr(Vomo::NboAttrLog::In* in, Vomo::StreamBogon tag) : af_(in, tag), bytes_(in, tag) {}
+IpGenAddr::IpGenAddr(Vomo::NboAttrLog::In* in, Vomo::StreamBogon tag)
+    : af_(in, tag), bytes_(in, tag) {}
 
 bool IpGenAddr::isMulticast() const {
     return af_ == ipv4() ? v4Addr().isMulticast() : af_ == ipv6() && bytes_.isMulticast();
@@ -96,10 +142,26 @@ Vomo::String IpGenAddr::stringValue() const {
     if (af_ == AddressFamily()) return "none";
     return fmt::format("af{}:{}", af_.value(), bytes_.stringValue()); // foreign data
 }
-Vomo::String valueToStrep(IpGenAddr const& v) { return v.stringValue(); }
-std::ostream& operator<<(std::ostream& stream, IpGenAddr const& v) { return stream << v.stringValue(); }
+Vomo::String valueToStrep(IpGenAddr const& v) {
+    return v.stringValue();
+}
+std::ostream& operator<<(std::ostream& stream, IpGenAddr const& v) {
+    return stream << v.stringValue();
+}
 Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, IpGenAddr const& v) {
     return out << v.af() << v.v6Addr();
 }
 
 } // namespace Kelpie
+
+namespace {
+// In order of name.
+constexpr Vomo::TypeFrame types[] = {
+    Vomo::frameOf<Kelpie::AddressFamily>,
+    Vomo::frameOf<Kelpie::Ip6Addr>,
+    Vomo::frameOf<Kelpie::IpGenAddr>,
+};
+} // namespace
+constinit Vomo::VomoModule const Vomo::_IpGenAddr_115cb65b3d99135e_vomoModule =
+    Vomo::ModuleRecord<types>::value;
+static Vomo::ModuleRegistration const registration(&Vomo::_IpGenAddr_115cb65b3d99135e_vomoModule);

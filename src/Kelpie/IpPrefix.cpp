@@ -1,10 +1,26 @@
 #include "Kelpie/IpPrefix.h"
 
 #include "Vomo/NboAttrLog.h"
-#include "Vomo/SerDes.h"
+#include "Vomo/Record.h"
 
 #include <charconv>
 #include <ostream>
+
+template <>
+struct Vomo::Describe<Kelpie::IpGenPrefix> {
+    using T = Kelpie::IpGenPrefix;
+    static constexpr auto type = value("Kelpie::IpGenPrefix", wide);
+    static constexpr auto attributes = rows({
+        derived<&T::af>(2, "af"),
+        derived<&T::address>(3, "address"),
+        derived<&T::v4Addr>(4, "v4Addr"),
+        derived<&T::v4Prefix>(5, "v4Prefix"),
+        derived<&T::len>(6, "len"),
+        function<&T::isMulticast>(7, "isMulticast"),
+        function<&T::isHost>(8, "isHost"),
+        function<&T::stringValue>(9, "stringValue"),
+    });
+};
 
 namespace Kelpie {
 namespace {
@@ -12,19 +28,26 @@ namespace {
 S32 parseLength(Vomo::CharRange& range, U32 max) {
     range.needString("/");
     U32 const len = Vomo::deserializeAttr<U32>(range, "len");
-    if (len > max)
-        Vomo::throwRangeException(fmt::format("prefix length {} exceeds {}", len, max));
+    if (len > max) Vomo::throwRangeException(fmt::format("prefix length {} exceeds {}", len, max));
     return static_cast<S32>(len);
 }
 
 } // namespace
 
-Prefix::Prefix(Vomo::CharRange& range) : address_(range) { len_ = parseLength(range, 32); }
+Prefix::Prefix(Vomo::CharRange& range) : address_(range) {
+    len_ = parseLength(range, 32);
+}
 Prefix::Prefix(Vomo::NboAttrLog::In* in, Vomo::StreamBogon tag)
     : address_(in, tag), len_(static_cast<S32>(in->nextU32())) {}
-Vomo::String Prefix::stringValue() const { return fmt::format("{}/{}", address_.stringValue(), len_); }
-Vomo::String valueToStrep(Prefix const& v) { return v.stringValue(); }
-std::ostream& operator<<(std::ostream& stream, Prefix const& v) { return stream << v.stringValue(); }
+Vomo::String Prefix::stringValue() const {
+    return fmt::format("{}/{}", address_.stringValue(), len_);
+}
+Vomo::String valueToStrep(Prefix const& v) {
+    return v.stringValue();
+}
+std::ostream& operator<<(std::ostream& stream, Prefix const& v) {
+    return stream << v.stringValue();
+}
 Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, Prefix const& v) {
     return out << v.address() << static_cast<U32>(v.len());
 }
@@ -52,7 +75,9 @@ bool operator<(IpGenPrefix const& a, IpGenPrefix const& b) {
     S32 const shared = std::min(a.len(), b.len());
     if (shared >= 1 && shared <= (a.af() == ipv4() ? 32 : 128)) {
         // The top `n` bits of a half; n is 0 to 64.
-        auto const top = [](U64 word, S32 n) { return n <= 0 ? 0 : word >> (64 - std::min(n, 64)); };
+        auto const top = [](U64 word, S32 n) {
+            return n <= 0 ? 0 : word >> (64 - std::min(n, 64));
+        };
         for (unsigned half = 0; half < 2; ++half) {
             S32 const bits = shared - static_cast<S32>(64 * half);
             U64 const x = top(left.u64(half), bits), y = top(right.u64(half), bits);
@@ -63,7 +88,9 @@ bool operator<(IpGenPrefix const& a, IpGenPrefix const& b) {
     return left < right;
 }
 
-Vomo::String valueToStrep(IpGenPrefix const& v) { return v.stringValue(); }
+Vomo::String valueToStrep(IpGenPrefix const& v) {
+    return v.stringValue();
+}
 std::ostream& operator<<(std::ostream& stream, IpGenPrefix const& v) {
     return stream << v.stringValue();
 }
@@ -72,3 +99,13 @@ Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, IpGenPrefix const&
 }
 
 } // namespace Kelpie
+
+namespace {
+// In order of name.
+constexpr Vomo::TypeFrame types[] = {
+    Vomo::frameOf<Kelpie::IpGenPrefix>,
+};
+} // namespace
+constinit Vomo::VomoModule const Vomo::_IpGenPrefix_d4a8d99ed5f09fc7_vomoModule =
+    Vomo::ModuleRecord<types>::value;
+static Vomo::ModuleRegistration const registration(&Vomo::_IpGenPrefix_d4a8d99ed5f09fc7_vomoModule);

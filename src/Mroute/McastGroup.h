@@ -13,10 +13,10 @@ extern "C" {
 extern VomoModule const _McastGroup_5302ff4251cd4c04_vomoModule;
 }
 template <>
-struct IdOf<Multicast::Group::GroupKey> : InModule<&_McastGroup_5302ff4251cd4c04_vomoModule, 1> {};
+struct IdOf<Multicast::Group::GroupKey> : InModule<&_McastGroup_5302ff4251cd4c04_vomoModule, 0> {};
 template <>
 struct IdOf<Multicast::Group::McastGroupKind>
-    : InModule<&_McastGroup_5302ff4251cd4c04_vomoModule, 2> {};
+    : InModule<&_McastGroup_5302ff4251cd4c04_vomoModule, 1> {};
 } // namespace Vomo
 
 namespace Multicast::Group {
@@ -29,6 +29,12 @@ enum class McastGroupKind : U32 {
     mcastGroupKindSflowAccel = 23,
     mcastGroupKindNexthopGroup = 24,
 };
+McastGroupKind McastGroupKindInstance(unsigned int number);
+McastGroupKind McastGroupKindInstance(Vomo::String const& name);
+std::ostream& operator<<(std::ostream& stream, McastGroupKind const& v);
+Vomo::String valueToStrep(McastGroupKind const& v);
+McastGroupKind sequenceToValue(Vomo::CharRange& range, McastGroupKind*);
+Vomo::String stringValue(McastGroupKind v);
 
 // One hardware group. `kind` may hold a number that McastGroupKind does not declare: other features
 // number their own groups.

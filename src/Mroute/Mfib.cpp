@@ -1,34 +1,47 @@
 #include "Mroute/Mfib.h"
 
 #include "Mroute/RouteKeyBits.h"
-#include "Vomo/Frame.h"
+#include "Vomo/Record.h"
 
 #include <cstdio>
 #include <ostream>
 #include <sstream>
 
-template <> struct Vomo::Describe<Routing::Multicast::Fib::Counter> {
+template <>
+struct Vomo::Describe<Routing::Multicast::Fib::Counter> {
     using T = Routing::Multicast::Fib::Counter;
-    static constexpr auto name = "Routing::Multicast::Fib::Counter";
+    static constexpr auto type = value("Routing::Multicast::Fib::Counter", wide);
     static constexpr auto attributes = rows({
         ctor<&T::key_>(2, "key"),
         mutates<&T::value_>(3, "value"),
         mutates<&T::lastRefreshTime_>(4, "lastRefreshTime"),
         mutates<&T::active_>(5, "active"),
+        function<&T::briskString>(6, "briskString"),
     });
 };
-template <> struct Vomo::Describe<Routing::Multicast::Fib::Intf> {
+template <>
+struct Vomo::Describe<Routing::Multicast::Fib::Intf> {
     using T = Routing::Multicast::Fib::Intf;
-    static constexpr auto name = "Routing::Multicast::Fib::Intf";
+    static constexpr auto type = value("Routing::Multicast::Fib::Intf");
     static constexpr auto attributes = rows({
         ctor<&T::intfId_>(2, "intfId"),
         mutates<&T::intfFlags_>(3, "intfFlags"),
+        view<&T::forward, &T::forwardIs>(4, "forward"),
+        view<&T::accept, &T::acceptIs>(5, "accept"),
+        view<&T::notify, &T::notifyIs>(6, "notify"),
+        view<&T::noRpf, &T::noRpfIs>(7, "noRpf"),
+        view<&T::fastdrop, &T::fastdropIs>(8, "fastdrop"),
+        view<&T::frr, &T::frrIs>(9, "frr"),
     });
 };
-template <> struct Vomo::Describe<Routing::Multicast::Fib::RouteKeyTypeConverter> {
+template <>
+struct Vomo::Describe<Routing::Multicast::Fib::RouteKeyTypeConverter> {
     using T = Routing::Multicast::Fib::RouteKeyTypeConverter;
-    static constexpr auto name = "Routing::Multicast::Fib::RouteKeyTypeConverter";
-    static constexpr auto attributes = rows({ctor<&T::value_>(2, "value")});
+    static constexpr auto type = value("Routing::Multicast::Fib::RouteKeyTypeConverter");
+    static constexpr auto attributes = rows({
+        ctor<&T::value_>(2, "value"),
+        derived<&T::intValue>(3, "intValue"),
+    });
 };
 
 namespace Routing::Multicast::Fib {
@@ -42,8 +55,12 @@ Vomo::String mountPath(Kelpie::AddressFamily af) {
     __builtin_unreachable();
 }
 
-U32 RouteKey::hash() const { return prefixHash(s_) ^ prefixHash(g_); }
-RouteKeyType RouteKey::kind() const { return kindOf(g_.address()); }
+U32 RouteKey::hash() const {
+    return prefixHash(s_) ^ prefixHash(g_);
+}
+RouteKeyType RouteKey::kind() const {
+    return kindOf(g_.address());
+}
 
 Bridging::VlanId RouteKey::vlanId() const {
     PLAINASSERT(kind() != RouteKeyType::mroute, "key.kind() != mroute_");
@@ -102,20 +119,25 @@ Vomo::String valueToStrep(RouteKey const& v) {
     case RouteKeyType::vlanFloodset:
     case RouteKeyType::multicastFloodset:
     case RouteKeyType::vxlanCoreSideFloodset:
-    case RouteKeyType::multicastV6Floodset: text += fmt::format(", 'vlanId': {}", v.vlanId()); break;
+    case RouteKeyType::multicastV6Floodset:
+        text += fmt::format(", 'vlanId': {}", v.vlanId());
+        break;
     case RouteKeyType::ethGroup:
         text += fmt::format(", 'vlanId': {}, 'ethGroup': {}", v.vlanId(), v.ethAddr());
         break;
     case RouteKeyType::mcastGroup:
-        text += fmt::format(", 'kind': {}, 'index': {}", v.mcastGroup().kind(),
-                            v.mcastGroup().index());
+        text +=
+            fmt::format(", 'kind': {}, 'index': {}", v.mcastGroup().kind(), v.mcastGroup().index());
         break;
     case RouteKeyType::evpnMultihomeFloodset:
         // The capital D is part of the form.
         text += fmt::format(", 'vlanID': {}, 'Peer VTEP IP': {}", v.vlanId(), v.evpnTepIp());
         break;
-    case RouteKeyType::mroute: text += fmt::format(", 's': {}, 'g': {}", v.s(), v.g()); break;
-    default: break;
+    case RouteKeyType::mroute:
+        text += fmt::format(", 's': {}, 'g': {}", v.s(), v.g());
+        break;
+    default:
+        break;
     }
     return text + "})";
 }
@@ -127,7 +149,8 @@ constexpr std::size_t scanned = 64; // what a scan takes at most; every width be
 Bridging::VlanId scannedVlan(unsigned number) {
     return Bridging::VlanId(static_cast<U16>(number));
 }
-template <class T> T scannedValue(char const* text) {
+template <class T>
+T scannedValue(char const* text) {
     Vomo::CharRange range{std::string_view(text)};
     return T(range);
 }
@@ -164,11 +187,14 @@ IpGenRouteKey scanParts(RouteKeyType type, char const* text) {
         matches = std::sscanf(text, "'s': %63[./0-9], 'g': %63[./0-9]", a, b);
         PLAINASSERT(matches == 2, "matches == 2");
         break;
-    default: return {};
+    default:
+        return {};
     }
     switch (type) {
-    case RouteKeyType::vlanFloodset: return makeRouteKeyVlanFloodset(scannedVlan(first));
-    case RouteKeyType::multicastFloodset: return makeRouteKeyMulticastFloodset(scannedVlan(first));
+    case RouteKeyType::vlanFloodset:
+        return makeRouteKeyVlanFloodset(scannedVlan(first));
+    case RouteKeyType::multicastFloodset:
+        return makeRouteKeyMulticastFloodset(scannedVlan(first));
     case RouteKeyType::vxlanCoreSideFloodset:
         return makeRouteKeyVxlanCoreSideFloodset(scannedVlan(first));
     case RouteKeyType::multicastV6Floodset:
@@ -228,22 +254,40 @@ bool operator<(Counter const& a, Counter const& b) {
     return a.value_ < b.value_;
 }
 
-RouteKeyTypeConverter::RouteKeyTypeConverter(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+RouteKeyTypeConverter::RouteKeyTypeConverter(Vomo::CharRange& range) {
+    Vomo::parse(*this, range);
+}
 RouteKeyTypeConverter::RouteKeyTypeConverter(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
     Vomo::read(*this, in);
 }
-Intf::Intf(Vomo::CharRange& range) { Vomo::parse(*this, range); }
-Intf::Intf(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
-Counter::Counter(Vomo::CharRange& range) { Vomo::parse(*this, range); }
-Counter::Counter(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
+Intf::Intf(Vomo::CharRange& range) {
+    Vomo::parse(*this, range);
+}
+Intf::Intf(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
+    Vomo::read(*this, in);
+}
+Counter::Counter(Vomo::CharRange& range) {
+    Vomo::parse(*this, range);
+}
+Counter::Counter(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
+    Vomo::read(*this, in);
+}
 
-Vomo::String valueToStrep(RouteKeyTypeConverter v) { return Vomo::text(v); }
-Vomo::String valueToStrep(Intf const& v) { return Vomo::text(v); }
-Vomo::String valueToStrep(Counter const& v) { return Vomo::text(v); }
+Vomo::String valueToStrep(RouteKeyTypeConverter v) {
+    return Vomo::text(v);
+}
+Vomo::String valueToStrep(Intf const& v) {
+    return Vomo::text(v);
+}
+Vomo::String valueToStrep(Counter const& v) {
+    return Vomo::text(v);
+}
 std::ostream& operator<<(std::ostream& stream, RouteKeyTypeConverter v) {
     return stream << valueToStrep(v);
 }
-std::ostream& operator<<(std::ostream& stream, Intf const& v) { return stream << valueToStrep(v); }
+std::ostream& operator<<(std::ostream& stream, Intf const& v) {
+    return stream << valueToStrep(v);
+}
 std::ostream& operator<<(std::ostream& stream, Counter const& v) {
     return stream << valueToStrep(v);
 }
@@ -258,3 +302,15 @@ Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, Counter const& v) 
 }
 
 } // namespace Routing::Multicast::Fib
+
+namespace {
+// In order of name.
+constexpr Vomo::TypeFrame types[] = {
+    Vomo::frameOf<Routing::Multicast::Fib::Counter>,
+    Vomo::frameOf<Routing::Multicast::Fib::Intf>,
+    Vomo::frameOf<Routing::Multicast::Fib::RouteKeyTypeConverter>,
+};
+} // namespace
+constinit Vomo::VomoModule const Vomo::_Mfib_81f0b1a1b6aa3812_vomoModule =
+    Vomo::ModuleRecord<types>::value;
+static Vomo::ModuleRegistration const registration(&Vomo::_Mfib_81f0b1a1b6aa3812_vomoModule);

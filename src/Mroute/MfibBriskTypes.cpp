@@ -1,52 +1,67 @@
 #include "Mroute/MfibBriskTypes.h"
 
-#include "Vomo/Frame.h"
+#include "Vomo/Record.h"
 
 #include <bit>
 #include <ostream>
 #include <sstream>
 
-template <> struct Vomo::Describe<Brisk::Multicast::Fib::BidirGroup> {
+template <>
+struct Vomo::Describe<Brisk::Multicast::Fib::BidirGroup> {
     using T = Brisk::Multicast::Fib::BidirGroup;
-    static constexpr auto name = "Brisk::Multicast::Fib::BidirGroup";
+    static constexpr auto type = value("Brisk::Multicast::Fib::BidirGroup", wide);
     static constexpr auto attributes = rows({
         ctor<&T::key_>(2, "key"),
         mutates<&T::rpa_>(3, "rpa"),
+        function<&T::briskString>(4, "briskString"),
     });
 };
-template <> struct Vomo::Describe<Brisk::Multicast::Fib::DfProfile> {
+template <>
+struct Vomo::Describe<Brisk::Multicast::Fib::DfProfile> {
     using T = Brisk::Multicast::Fib::DfProfile;
-    static constexpr auto name = "Brisk::Multicast::Fib::DfProfile";
+    static constexpr auto type = value("Brisk::Multicast::Fib::DfProfile");
     static constexpr auto attributes = rows({
         ctor<&T::key_>(2, "key"),
         mutates<&T::dfBitmap_>(3, "dfBitmap"),
+        function<&T::briskString>(4, "briskString"),
     });
 };
-template <> struct Vomo::Describe<Brisk::Multicast::Fib::IntfOifIndex> {
+template <>
+struct Vomo::Describe<Brisk::Multicast::Fib::IntfOifIndex> {
     using T = Brisk::Multicast::Fib::IntfOifIndex;
-    static constexpr auto name = "Brisk::Multicast::Fib::IntfOifIndex";
+    static constexpr auto type = value("Brisk::Multicast::Fib::IntfOifIndex");
     static constexpr auto attributes = rows({
         ctor<&T::key_>(2, "key"),
         ctor<&T::oifIndex_>(3, "oifIndex"),
     });
 };
-template <> struct Vomo::Describe<Brisk::Multicast::Fib::OifIndex> {
+template <>
+struct Vomo::Describe<Brisk::Multicast::Fib::OifIndex> {
     using T = Brisk::Multicast::Fib::OifIndex;
-    static constexpr auto name = "Brisk::Multicast::Fib::OifIndex";
-    static constexpr auto attributes = rows({ctor<&T::value_>(2, "value")});
+    static constexpr auto type = value("Brisk::Multicast::Fib::OifIndex", wrapper);
+    static constexpr auto attributes = rows({
+        ctor<&T::value_>(2, "value"),
+        constant<&T::null>(3, "null"),
+        constant<&T::min>(4, "min"),
+        constant<&T::max>(5, "max"),
+        derived<&T::hash>(6, "hash"),
+    });
 };
-template <> struct Vomo::Describe<Brisk::Multicast::Fib::OifIndexIntf> {
+template <>
+struct Vomo::Describe<Brisk::Multicast::Fib::OifIndexIntf> {
     using T = Brisk::Multicast::Fib::OifIndexIntf;
-    static constexpr auto name = "Brisk::Multicast::Fib::OifIndexIntf";
+    static constexpr auto type = value("Brisk::Multicast::Fib::OifIndexIntf");
     static constexpr auto attributes = rows({
         ctor<&T::key_>(2, "key"),
         ctor<&T::intf_>(3, "intf"),
         mutates<&T::refCount_>(4, "refCount"),
+        function<&T::briskString>(5, "briskString"),
     });
 };
-template <> struct Vomo::Describe<Brisk::Multicast::Fib::Route> {
+template <>
+struct Vomo::Describe<Brisk::Multicast::Fib::Route> {
     using T = Brisk::Multicast::Fib::Route;
-    static constexpr auto name = "Brisk::Multicast::Fib::Route";
+    static constexpr auto type = value("Brisk::Multicast::Fib::Route", wide);
     static constexpr auto attributes = rows({
         ctor<&T::key_>(2, "key"),
         mutates<&T::iif_>(3, "iif"),
@@ -55,11 +70,27 @@ template <> struct Vomo::Describe<Brisk::Multicast::Fib::Route> {
         mutates<&T::fastdrop_>(6, "fastdrop"),
         mutates<&T::notifyProgrammable_>(7, "notifyProgrammable"),
         mutates<&T::routeFlags_>(8, "routeFlags"),
+        view<&T::valid, &T::validIs>(9, "valid"),
+        view<&T::toCpu, &T::toCpuIs>(10, "toCpu"),
+        view<&T::iifRegister, &T::iifRegisterIs>(11, "iifRegister"),
+        view<&T::oifRegister, &T::oifRegisterIs>(12, "oifRegister"),
+        view<&T::programmable, &T::programmableIs>(13, "programmable"),
+        view<&T::skipSoftwareProgramming, &T::skipSoftwareProgrammingIs>(14,
+                                                                         "skipSoftwareProgramming"),
+        view<&T::iifPmsi, &T::iifPmsiIs>(15, "iifPmsi"),
+        view<&T::virtualRoute, &T::virtualRouteIs>(16, "virtualRoute"),
         mutates<&T::iifFlags_>(17, "iifFlags"),
+        view<&T::noRpf, &T::noRpfIs>(18, "noRpf"),
         mutates<&T::rpaId_>(19, "rpaId"),
+        indexed<&T::oif, &T::oifIs, &T::oifDel>(20, "oif"),
+        function<&T::nextOif>(21, "nextOif", {"oif"}),
+        derived<&T::oifs>(22, "oifs"),
+        indexed<&T::oifBitmap, &T::oifBitmapIs, &T::oifBitmapDel>(23, "oifBitmap"),
         mutates<&T::maxOifIndex_>(24, "maxOifIndex"),
         mutates<&T::routePriority_>(25, "routePriority"),
         mutates<&T::version_>(26, "version"),
+        constant<&T::bitsPerWord>(27, "bitsPerWord"),
+        constant<&T::numWords>(28, "numWords"),
         mutates<&T::oifBitmap_, 0>(29, "oifBitmap1"),
         mutates<&T::oifBitmap_, 1>(30, "oifBitmap2"),
         mutates<&T::oifBitmap_, 2>(31, "oifBitmap3"),
@@ -68,6 +99,17 @@ template <> struct Vomo::Describe<Brisk::Multicast::Fib::Route> {
         mutates<&T::oifBitmap_, 5>(34, "oifBitmap6"),
         mutates<&T::oifBitmap_, 6>(35, "oifBitmap7"),
         mutates<&T::oifBitmap_, 7>(36, "oifBitmap8"),
+        function<&T::briskString>(37, "briskString"),
+        function<&T::isStarG>(38, "isStarG"),
+    });
+};
+template <>
+struct Vomo::Describe<Brisk::Multicast::Fib::TableInfo> {
+    using T = Brisk::Multicast::Fib::TableInfo;
+    static constexpr auto type = value("Brisk::Multicast::Fib::TableInfo");
+    static constexpr auto attributes = rows({
+        constant<&T::maxRoutes>(3, "maxRoutes"),
+        constant<&T::maxOifIndexs>(4, "maxOifIndexs"),
     });
 };
 
@@ -119,17 +161,21 @@ OifIndex Route::nextOif(OifIndex i) const {
     }
     for (; at <= last; ++at, passed = 0)
         if (U64 const left = oifBitmap_[at] & ~passed)
-            return OifIndex(static_cast<U16>(at * bitsPerWord +
-                                             static_cast<unsigned>(std::countr_zero(left))));
+            return OifIndex(
+                static_cast<U16>(at * bitsPerWord + static_cast<unsigned>(std::countr_zero(left))));
     return OifIndex();
 }
 
-Route::OifIteratorConst Route::oifIteratorConst() const { return {*this, nextOif(OifIndex())}; }
+Route::OifIteratorConst Route::oifIteratorConst() const {
+    return {*this, nextOif(OifIndex())};
+}
 Route::OifIteratorConst Route::oifIteratorConst(OifIndex i) const {
     return {*this, i && oif(i) ? i : nextOif(i)};
 }
 
-bool Route::isStarG() const { return !(*this == Route()) && key_.s().len() == 0 && !rpaId_; }
+bool Route::isStarG() const {
+    return !(*this == Route()) && key_.s().len() == 0 && !rpaId_;
+}
 
 Route Route::operator^(Route const& other) const {
     Route result(key_);
@@ -194,27 +240,65 @@ Vomo::String BidirGroup::briskString() const {
     return text.str();
 }
 
-Route::Route(Vomo::CharRange& range) { Vomo::parse(*this, range); }
-Route::Route(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
-OifIndexIntf::OifIndexIntf(Vomo::CharRange& range) { Vomo::parse(*this, range); }
-OifIndexIntf::OifIndexIntf(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
-IntfOifIndex::IntfOifIndex(Vomo::CharRange& range) { Vomo::parse(*this, range); }
-IntfOifIndex::IntfOifIndex(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
-DfProfile::DfProfile(Vomo::CharRange& range) { Vomo::parse(*this, range); }
-DfProfile::DfProfile(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
-BidirGroup::BidirGroup(Vomo::CharRange& range) { Vomo::parse(*this, range); }
-BidirGroup::BidirGroup(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
+Route::Route(Vomo::CharRange& range) {
+    Vomo::parse(*this, range);
+}
+Route::Route(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
+    Vomo::read(*this, in);
+}
+OifIndexIntf::OifIndexIntf(Vomo::CharRange& range) {
+    Vomo::parse(*this, range);
+}
+OifIndexIntf::OifIndexIntf(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
+    Vomo::read(*this, in);
+}
+IntfOifIndex::IntfOifIndex(Vomo::CharRange& range) {
+    Vomo::parse(*this, range);
+}
+IntfOifIndex::IntfOifIndex(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
+    Vomo::read(*this, in);
+}
+DfProfile::DfProfile(Vomo::CharRange& range) {
+    Vomo::parse(*this, range);
+}
+DfProfile::DfProfile(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
+    Vomo::read(*this, in);
+}
+BidirGroup::BidirGroup(Vomo::CharRange& range) {
+    Vomo::parse(*this, range);
+}
+BidirGroup::BidirGroup(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
+    Vomo::read(*this, in);
+}
 
-Vomo::String valueToStrep(OifIndex v) { return Vomo::text(v); }
-Vomo::String valueToStrep(Route const& v) { return Vomo::text(v); }
-Vomo::String valueToStrep(OifIndexIntf const& v) { return Vomo::text(v); }
-Vomo::String valueToStrep(IntfOifIndex const& v) { return Vomo::text(v); }
-Vomo::String valueToStrep(DfProfile const& v) { return Vomo::text(v); }
-Vomo::String valueToStrep(BidirGroup const& v) { return Vomo::text(v); }
-Vomo::String valueToStrep(TableInfo) { return {}; }
+Vomo::String valueToStrep(OifIndex v) {
+    return Vomo::text(v);
+}
+Vomo::String valueToStrep(Route const& v) {
+    return Vomo::text(v);
+}
+Vomo::String valueToStrep(OifIndexIntf const& v) {
+    return Vomo::text(v);
+}
+Vomo::String valueToStrep(IntfOifIndex const& v) {
+    return Vomo::text(v);
+}
+Vomo::String valueToStrep(DfProfile const& v) {
+    return Vomo::text(v);
+}
+Vomo::String valueToStrep(BidirGroup const& v) {
+    return Vomo::text(v);
+}
+Vomo::String valueToStrep(TableInfo) {
+    return {};
+}
 
-std::ostream& operator<<(std::ostream& stream, OifIndex v) { return stream << v.value(); }
-std::ostream& operator<<(std::ostream& stream, Route const& v) { return stream << valueToStrep(v); }
+std::ostream& operator<<(std::ostream& stream, OifIndex v) {
+    return stream << v.value();
+}
+std::ostream& operator<<(std::ostream& stream, Route const& v) {
+    return stream << valueToStrep(v);
+}
 std::ostream& operator<<(std::ostream& stream, OifIndexIntf const& v) {
     return stream << valueToStrep(v);
 }
@@ -227,15 +311,48 @@ std::ostream& operator<<(std::ostream& stream, DfProfile const& v) {
 std::ostream& operator<<(std::ostream& stream, BidirGroup const& v) {
     return stream << valueToStrep(v);
 }
-std::ostream& operator<<(std::ostream& stream, TableInfo) { return stream; }
+std::ostream& operator<<(std::ostream& stream, TableInfo) {
+    return stream;
+}
 
 using Vomo::NboAttrLog::Out;
-Out& operator<<(Out& out, OifIndex v) { return out << v.value(); }
-Out& operator<<(Out& out, Route const& v) { return Vomo::write(out, v), out; }
-Out& operator<<(Out& out, OifIndexIntf const& v) { return Vomo::write(out, v), out; }
-Out& operator<<(Out& out, IntfOifIndex const& v) { return Vomo::write(out, v), out; }
-Out& operator<<(Out& out, DfProfile const& v) { return Vomo::write(out, v), out; }
-Out& operator<<(Out& out, BidirGroup const& v) { return Vomo::write(out, v), out; }
-Out& operator<<(Out& out, TableInfo) { return out; }
+Out& operator<<(Out& out, OifIndex v) {
+    return out << v.value();
+}
+Out& operator<<(Out& out, Route const& v) {
+    return Vomo::write(out, v), out;
+}
+Out& operator<<(Out& out, OifIndexIntf const& v) {
+    return Vomo::write(out, v), out;
+}
+Out& operator<<(Out& out, IntfOifIndex const& v) {
+    return Vomo::write(out, v), out;
+}
+Out& operator<<(Out& out, DfProfile const& v) {
+    return Vomo::write(out, v), out;
+}
+Out& operator<<(Out& out, BidirGroup const& v) {
+    return Vomo::write(out, v), out;
+}
+Out& operator<<(Out& out, TableInfo) {
+    return out;
+}
 
 } // namespace Brisk::Multicast::Fib
+
+namespace {
+// In order of name.
+constexpr Vomo::TypeFrame types[] = {
+    Vomo::frameOf<Brisk::Multicast::Fib::BidirGroup>,
+    Vomo::frameOf<Brisk::Multicast::Fib::DfProfile>,
+    Vomo::frameOf<Brisk::Multicast::Fib::IntfOifIndex>,
+    Vomo::frameOf<Brisk::Multicast::Fib::OifIndex>,
+    Vomo::frameOf<Brisk::Multicast::Fib::OifIndexIntf>,
+    Vomo::frameOf<Brisk::Multicast::Fib::Route>,
+    Vomo::frameOf<Brisk::Multicast::Fib::TableInfo>,
+};
+} // namespace
+constinit Vomo::VomoModule const Vomo::_MfibBriskTypes_aaea5100197a8ed6_vomoModule =
+    Vomo::ModuleRecord<types>::value;
+static Vomo::ModuleRegistration const
+    registration(&Vomo::_MfibBriskTypes_aaea5100197a8ed6_vomoModule);

@@ -2,17 +2,25 @@
 
 #include "Mroute/RouteKeyBits.h"
 #include "Vomo/EnumType.h"
-#include "Vomo/Frame.h"
+#include "Vomo/Record.h"
 
 #include <ostream>
 #include <sstream>
 
-template <> struct Vomo::Describe<Routing::Multicast::Fib::IifFlags> {
-    static constexpr auto name = "Routing::Multicast::Fib::IifFlags";
-    static constexpr auto attributes = rows({flag(2, "noRpf")});
+template <>
+struct Vomo::Describe<Routing::Multicast::Fib::IifFlags> {
+    using T = Routing::Multicast::Fib::IifFlags;
+    static constexpr auto type = flagSet("Routing::Multicast::Fib::IifFlags");
+    static constexpr auto attributes = rows({
+        flag(2, "noRpf"),
+        raw(3, "value"),
+        constant<&T::noRpf_>(4, "noRpf_"),
+    });
 };
-template <> struct Vomo::Describe<Routing::Multicast::Fib::IntfFlags> {
-    static constexpr auto name = "Routing::Multicast::Fib::IntfFlags";
+template <>
+struct Vomo::Describe<Routing::Multicast::Fib::IntfFlags> {
+    using T = Routing::Multicast::Fib::IntfFlags;
+    static constexpr auto type = flagSet("Routing::Multicast::Fib::IntfFlags");
     static constexpr auto attributes = rows({
         flag(2, "forward"),
         flag(3, "accept"),
@@ -20,10 +28,62 @@ template <> struct Vomo::Describe<Routing::Multicast::Fib::IntfFlags> {
         flag(5, "noRpf"),
         flag(6, "fastdrop"),
         flag(7, "frr"),
+        raw(8, "value"),
+        constant<&T::forward_>(9, "forward_"),
+        constant<&T::accept_>(10, "accept_"),
+        constant<&T::notify_>(11, "notify_"),
+        constant<&T::noRpf_>(12, "noRpf_"),
+        constant<&T::fastdrop_>(13, "fastdrop_"),
+        constant<&T::frr_>(14, "frr_"),
     });
 };
-template <> struct Vomo::Describe<Routing::Multicast::Fib::RouteFlags> {
-    static constexpr auto name = "Routing::Multicast::Fib::RouteFlags";
+template <>
+struct Vomo::Describe<Routing::Multicast::Fib::IpGenRouteKey> {
+    using T = Routing::Multicast::Fib::IpGenRouteKey;
+    static constexpr auto type = value("Routing::Multicast::Fib::IpGenRouteKey", wide);
+    static constexpr auto attributes = rows({
+        mutates<&T::s_>(2, "s"),
+        mutates<&T::g_>(3, "g"),
+        derived<&T::hash>(4, "hash"),
+        function<&T::pretty>(5, "pretty"),
+        function<&T::kind>(6, "kind"),
+        function<&T::vlanId>(7, "vlanId"),
+        function<&T::ethAddr>(8, "ethAddr"),
+        function<&T::mcastGroup>(9, "mcastGroup"),
+        function<&T::evpnTepIp>(10, "evpnTepIp"),
+        statics<&T::makeRouteKeyVlanFloodset>(11, "makeRouteKeyVlanFloodset", {"vlanId"}),
+        statics<&T::makeRouteKeyMulticastFloodset>(12, "makeRouteKeyMulticastFloodset", {"vlanId"}),
+        statics<&T::makeRouteKeyEthGroup>(13, "makeRouteKeyEthGroup", {"vlanId", "ethAddr"}),
+        statics<&T::makeRouteKeyMcastGroup>(14, "makeRouteKeyMcastGroup", {"mcastGroup"}),
+        statics<&T::makeRouteKeyVxlanCoreSideFloodset>(15, "makeRouteKeyVxlanCoreSideFloodset",
+                                                       {"vlanId"}),
+        statics<&T::makeRouteKeyEvpnMultihomeFloodset>(16, "makeRouteKeyEvpnMultihomeFloodset",
+                                                       {"vlanId", "evpnTepIp"}),
+        statics<&T::makeRouteKeyMulticastV6Floodset>(17, "makeRouteKeyMulticastV6Floodset",
+                                                     {"vlanId"}),
+        statics<&T::makeRouteKeyMroute>(18, "makeRouteKeyMroute", {"s", "g"}),
+    });
+};
+template <>
+struct Vomo::Describe<Routing::Multicast::Fib::RouteKey> {
+    using T = Routing::Multicast::Fib::RouteKey;
+    static constexpr auto type = value("Routing::Multicast::Fib::RouteKey");
+    static constexpr auto attributes = rows({
+        mutates<&T::s_>(2, "s"),
+        mutates<&T::g_>(3, "g"),
+        derived<&T::hash>(4, "hash"),
+        function<&T::pretty>(5, "pretty"),
+        function<&T::kind>(6, "kind"),
+        function<&T::vlanId>(7, "vlanId"),
+        function<&T::ethAddr>(8, "ethAddr"),
+        function<&T::mcastGroup>(9, "mcastGroup"),
+        function<&T::evpnTepIp>(10, "evpnTepIp"),
+    });
+};
+template <>
+struct Vomo::Describe<Routing::Multicast::Fib::RouteFlags> {
+    using T = Routing::Multicast::Fib::RouteFlags;
+    static constexpr auto type = flagSet("Routing::Multicast::Fib::RouteFlags");
     static constexpr auto attributes = rows({
         flag(2, "valid"),
         flag(3, "toCpu"),
@@ -33,10 +93,20 @@ template <> struct Vomo::Describe<Routing::Multicast::Fib::RouteFlags> {
         flag(7, "skipSoftwareProgramming"),
         flag(8, "iifPmsi"),
         flag(9, "virtualRoute"),
+        raw(10, "value"),
+        constant<&T::valid_>(11, "valid_"),
+        constant<&T::toCpu_>(12, "toCpu_"),
+        constant<&T::iifRegister_>(13, "iifRegister_"),
+        constant<&T::oifRegister_>(14, "oifRegister_"),
+        constant<&T::programmable_>(15, "programmable_"),
+        constant<&T::skipSoftwareProgramming_>(16, "skipSoftwareProgramming_"),
+        constant<&T::iifPmsi_>(17, "iifPmsi_"),
+        constant<&T::virtualRoute_>(18, "virtualRoute_"),
     });
 };
-template <> struct Vomo::Describe<Routing::Multicast::Fib::RouteKeyType> {
-    static constexpr auto name = "Routing::Multicast::Fib::RouteKeyType";
+template <>
+struct Vomo::Describe<Routing::Multicast::Fib::RouteKeyType> {
+    static constexpr auto type = enumeration<U32>("Routing::Multicast::Fib::RouteKeyType");
     static constexpr auto attributes = rows({
         literal(2, "unknownRouteKeyType", 0),
         literal(3, "vlanFloodset", 1),
@@ -49,10 +119,27 @@ template <> struct Vomo::Describe<Routing::Multicast::Fib::RouteKeyType> {
         literal(10, "mroute", 8),
     });
 };
-template <> struct Vomo::Describe<Routing::Multicast::Fib::RoutePriority> {
+template <>
+struct Vomo::Describe<Routing::Multicast::Fib::RoutePriority> {
     using T = Routing::Multicast::Fib::RoutePriority;
-    static constexpr auto name = "Routing::Multicast::Fib::RoutePriority";
-    static constexpr auto attributes = rows({ctor<&T::value_>(2, "value")});
+    static constexpr auto type = value("Routing::Multicast::Fib::RoutePriority", wrapper);
+    static constexpr auto attributes = rows({
+        ctor<&T::value_>(2, "value"),
+        derived<&T::hash>(3, "hash"),
+        constant<&T::null>(4, "null"),
+        constant<&T::min>(5, "min"),
+        constant<&T::max>(6, "max"),
+        constant<&T::pimPriority>(7, "pimPriority"),
+        constant<&T::staticPriority>(8, "staticPriority"),
+        constant<&T::mcsPriority>(9, "mcsPriority"),
+    });
+};
+template <>
+struct Vomo::Describe<Routing::Multicast::Fib::RpaIndex> {
+    using T = Routing::Multicast::Fib::RpaIndex;
+    static constexpr auto type =
+        derivedValue<BitMapper::BitIndex>("Routing::Multicast::Fib::RpaIndex", wrapper);
+    static constexpr auto attributes = rows({constant<&T::rpaDefault>(130, "rpaDefault")});
 };
 
 namespace Routing::Multicast::Fib {
@@ -83,7 +170,9 @@ Vomo::String stringValue(RouteKeyType v) {
     return KindText::stringValue(kindType, static_cast<U32>(v));
 }
 
-U32 IpGenRouteKey::hash() const { return prefixHash(s_) ^ prefixHash(g_); }
+U32 IpGenRouteKey::hash() const {
+    return prefixHash(s_) ^ prefixHash(g_);
+}
 
 RouteKeyType IpGenRouteKey::kind() const {
     if (g_.isMulticast()) return RouteKeyType::mroute;
@@ -96,8 +185,9 @@ Bridging::VlanId IpGenRouteKey::vlanId() const {
     using enum RouteKeyType;
     RouteKeyType const type = kind();
     PLAINASSERT(
-        type == vlanFloodset || type == multicastV6Floodset || type == RouteKeyType::multicastFloodset ||
-            type == vxlanCoreSideFloodset || type == ethGroup || type == evpnMultihomeFloodset,
+        type == vlanFloodset || type == multicastV6Floodset ||
+            type == RouteKeyType::multicastFloodset || type == vxlanCoreSideFloodset ||
+            type == ethGroup || type == evpnMultihomeFloodset,
         "type == vlanFloodset_ or type == multicastV6Floodset_ or type == multicastFloodset_ or "
         "type == vxlanCoreSideFloodset_ or type == ethGroup_ or type == evpnMultihomeFloodset_");
     return Bridging::VlanId(vlanBits(g_.v4Addr()));
@@ -136,8 +226,8 @@ IpGenRouteKey IpGenRouteKey::makeRouteKeyMulticastFloodset(Bridging::VlanId vlan
 }
 IpGenRouteKey IpGenRouteKey::makeRouteKeyEthGroup(Bridging::VlanId vlan,
                                                   Kelpie::EthAddr const& mac) {
-    U32 const source = U32{mac.byte(2)} << 24 | U32{mac.byte(3)} << 16 | U32{mac.byte(4)} << 8 |
-                       mac.byte(5);
+    U32 const source =
+        U32{mac.byte(2)} << 24 | U32{mac.byte(3)} << 16 | U32{mac.byte(4)} << 8 | mac.byte(5);
     U32 const group = groupAddress(RouteKeyType::ethGroup, vlan.value()).word() |
                       U32{mac.byte(0)} << 8 | mac.byte(1);
     return {Kelpie::Prefix(Kelpie::IpAddr::fromWord(source), 32),
@@ -224,23 +314,53 @@ Vomo::String IpGenRouteKey::pretty() const {
     return fmt::format("({},{})", text(s_), text(g_));
 }
 
-RouteFlags::RouteFlags(Vomo::CharRange& range) { Vomo::parse(*this, range); }
-RouteFlags::RouteFlags(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
-IntfFlags::IntfFlags(Vomo::CharRange& range) { Vomo::parse(*this, range); }
-IntfFlags::IntfFlags(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
-IifFlags::IifFlags(Vomo::CharRange& range) { Vomo::parse(*this, range); }
-IifFlags::IifFlags(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
-RoutePriority::RoutePriority(Vomo::CharRange& range) { Vomo::parse(*this, range); }
-RoutePriority::RoutePriority(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
+RouteFlags::RouteFlags(Vomo::CharRange& range) {
+    Vomo::parse(*this, range);
+}
+RouteFlags::RouteFlags(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
+    Vomo::read(*this, in);
+}
+IntfFlags::IntfFlags(Vomo::CharRange& range) {
+    Vomo::parse(*this, range);
+}
+IntfFlags::IntfFlags(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
+    Vomo::read(*this, in);
+}
+IifFlags::IifFlags(Vomo::CharRange& range) {
+    Vomo::parse(*this, range);
+}
+IifFlags::IifFlags(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
+    Vomo::read(*this, in);
+}
+RoutePriority::RoutePriority(Vomo::CharRange& range) {
+    Vomo::parse(*this, range);
+}
+RoutePriority::RoutePriority(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
+    Vomo::read(*this, in);
+}
 
-Vomo::String valueToStrep(RouteFlags v) { return Vomo::text(v); }
-Vomo::String valueToStrep(IntfFlags v) { return Vomo::text(v); }
-Vomo::String valueToStrep(IifFlags v) { return Vomo::text(v); }
-Vomo::String valueToStrep(RoutePriority v) { return Vomo::text(v); }
-Vomo::String valueToStrep(RpaIndex v) { return valueToStrep(static_cast<BitMapper::BitIndex>(v)); }
+Vomo::String valueToStrep(RouteFlags v) {
+    return Vomo::text(v);
+}
+Vomo::String valueToStrep(IntfFlags v) {
+    return Vomo::text(v);
+}
+Vomo::String valueToStrep(IifFlags v) {
+    return Vomo::text(v);
+}
+Vomo::String valueToStrep(RoutePriority v) {
+    return Vomo::text(v);
+}
+Vomo::String valueToStrep(RpaIndex v) {
+    return valueToStrep(static_cast<BitMapper::BitIndex>(v));
+}
 
-std::ostream& operator<<(std::ostream& stream, RouteFlags v) { return stream << valueToStrep(v); }
-std::ostream& operator<<(std::ostream& stream, IntfFlags v) { return stream << valueToStrep(v); }
+std::ostream& operator<<(std::ostream& stream, RouteFlags v) {
+    return stream << valueToStrep(v);
+}
+std::ostream& operator<<(std::ostream& stream, IntfFlags v) {
+    return stream << valueToStrep(v);
+}
 std::ostream& operator<<(std::ostream& stream, IntfFlags const* v) {
     stream << "Flags: ";
     if (v->value() == 0) return stream << "None";
@@ -250,15 +370,48 @@ std::ostream& operator<<(std::ostream& stream, IntfFlags const* v) {
     if (v->noRpf()) stream << 'R';
     return stream;
 }
-std::ostream& operator<<(std::ostream& stream, IifFlags v) { return stream << valueToStrep(v); }
-std::ostream& operator<<(std::ostream& stream, RoutePriority v) { return stream << +v.value(); }
-std::ostream& operator<<(std::ostream& stream, RpaIndex v) { return stream << v.value(); }
+std::ostream& operator<<(std::ostream& stream, IifFlags v) {
+    return stream << valueToStrep(v);
+}
+std::ostream& operator<<(std::ostream& stream, RoutePriority v) {
+    return stream << +v.value();
+}
+std::ostream& operator<<(std::ostream& stream, RpaIndex v) {
+    return stream << v.value();
+}
 
 using Vomo::NboAttrLog::Out;
-Out& operator<<(Out& out, RouteFlags v) { return Vomo::write(out, v), out; }
-Out& operator<<(Out& out, IntfFlags v) { return Vomo::write(out, v), out; }
-Out& operator<<(Out& out, IifFlags v) { return Vomo::write(out, v), out; }
-Out& operator<<(Out& out, RoutePriority v) { return out << v.value(); }
-Out& operator<<(Out& out, RpaIndex v) { return out << v.value(); }
+Out& operator<<(Out& out, RouteFlags v) {
+    return Vomo::write(out, v), out;
+}
+Out& operator<<(Out& out, IntfFlags v) {
+    return Vomo::write(out, v), out;
+}
+Out& operator<<(Out& out, IifFlags v) {
+    return Vomo::write(out, v), out;
+}
+Out& operator<<(Out& out, RoutePriority v) {
+    return out << v.value();
+}
+Out& operator<<(Out& out, RpaIndex v) {
+    return out << v.value();
+}
 
 } // namespace Routing::Multicast::Fib
+
+namespace {
+// In order of name.
+constexpr Vomo::TypeFrame types[] = {
+    Vomo::frameOf<Routing::Multicast::Fib::IifFlags>,
+    Vomo::frameOf<Routing::Multicast::Fib::IntfFlags>,
+    Vomo::frameOf<Routing::Multicast::Fib::IpGenRouteKey>,
+    Vomo::frameOf<Routing::Multicast::Fib::RouteFlags>,
+    Vomo::frameOf<Routing::Multicast::Fib::RouteKey>,
+    Vomo::frameOf<Routing::Multicast::Fib::RouteKeyType>,
+    Vomo::frameOf<Routing::Multicast::Fib::RoutePriority>,
+    Vomo::frameOf<Routing::Multicast::Fib::RpaIndex>,
+};
+} // namespace
+constinit Vomo::VomoModule const Vomo::_MfibTypes_bf6f8d1799ee26b7_vomoModule =
+    Vomo::ModuleRecord<types>::value;
+static Vomo::ModuleRegistration const registration(&Vomo::_MfibTypes_bf6f8d1799ee26b7_vomoModule);

@@ -10,13 +10,15 @@
 #include "Vomo/SerDes.h"
 
 #include <array>
+#include <initializer_list>
+#include <utility>
 
 namespace Vomo {
 
 // What an engine can do with a field, an argument or a result of one type.
 struct FieldType {
-    VomoTypeBase type;  // no module: a builtin
-    U16 builtin = 0;    // the builtin's number
+    VomoTypeBase type; // no module: a builtin
+    U16 builtin = 0;   // the builtin's number
     U32 size = 0;
     void (*print)(String& text, void const* field) = nullptr;
     void (*parse)(CharRange& range, void* field, char const* attrName) = nullptr;
@@ -26,27 +28,59 @@ struct FieldType {
     bool (*equal)(void const* a, void const* b) = nullptr;
 };
 
-template <class F> struct BuiltinNumber {
+template <class F>
+struct BuiltinNumber {
     static constexpr U16 value = 0;
 };
-template <> struct BuiltinNumber<void> { static constexpr U16 value = 4; };
-template <> struct BuiltinNumber<U8> { static constexpr U16 value = 5; };
-template <> struct BuiltinNumber<U16> { static constexpr U16 value = 7; };
-template <> struct BuiltinNumber<U32> { static constexpr U16 value = 9; };
-template <> struct BuiltinNumber<S32> { static constexpr U16 value = 10; };
-template <> struct BuiltinNumber<U64> { static constexpr U16 value = 11; };
-template <> struct BuiltinNumber<bool> { static constexpr U16 value = 13; };
-template <> struct BuiltinNumber<String> { static constexpr U16 value = 17; };
-template <> struct BuiltinNumber<Seconds> { static constexpr U16 value = 25; };
+template <>
+struct BuiltinNumber<void> {
+    static constexpr U16 value = 4;
+};
+template <>
+struct BuiltinNumber<U8> {
+    static constexpr U16 value = 5;
+};
+template <>
+struct BuiltinNumber<U16> {
+    static constexpr U16 value = 7;
+};
+template <>
+struct BuiltinNumber<U32> {
+    static constexpr U16 value = 9;
+};
+template <>
+struct BuiltinNumber<S32> {
+    static constexpr U16 value = 10;
+};
+template <>
+struct BuiltinNumber<U64> {
+    static constexpr U16 value = 11;
+};
+template <>
+struct BuiltinNumber<bool> {
+    static constexpr U16 value = 13;
+};
+template <>
+struct BuiltinNumber<String> {
+    static constexpr U16 value = 17;
+};
+template <>
+struct BuiltinNumber<Seconds> {
+    static constexpr U16 value = 25;
+};
 
-template <class F> void printField(String& text, void const* field) {
+template <class F>
+void printField(String& text, void const* field) {
     auto const& v = *static_cast<F const*>(field);
-    if constexpr (std::is_integral_v<F> && !std::is_same_v<F, bool>)
+    if constexpr (std::is_same_v<F, S32>)
+        text += std::to_string(v);
+    else if constexpr (std::is_integral_v<F> && !std::is_same_v<F, bool>)
         text += valueToStrep(static_cast<unsigned long long>(v));
     else
         text += valueToStrep(v);
 }
-template <class F> void parseField(CharRange& range, void* field, char const* attrName) {
+template <class F>
+void parseField(CharRange& range, void* field, char const* attrName) {
     if constexpr (std::is_enum_v<F>) {
         try {
             *static_cast<F*>(field) = sequenceToValue(range, static_cast<F*>(nullptr));
@@ -58,32 +92,48 @@ template <class F> void parseField(CharRange& range, void* field, char const* at
     }
 }
 // An enum and a flag set take 32 bits in the log, whatever their width in memory.
-template <class F> void writeField(NboAttrLog::Out& out, void const* field) {
+template <class F>
+void writeField(NboAttrLog::Out& out, void const* field) {
     if constexpr (std::is_enum_v<F>)
         out << static_cast<U32>(*static_cast<F const*>(field));
     else
         out << *static_cast<F const*>(field);
 }
-template <class F> void readField(NboAttrLog::In* in, void* field) {
+template <class F>
+void readField(NboAttrLog::In* in, void* field) {
     auto& v = *static_cast<F*>(field);
-    if constexpr (std::is_enum_v<F>) v = static_cast<F>(in->nextU32());
-    else if constexpr (std::is_same_v<F, bool>) v = in->nextBool();
-    else if constexpr (std::is_same_v<F, U8>) v = in->nextU8();
-    else if constexpr (std::is_same_v<F, U16>) v = in->nextU16();
-    else if constexpr (std::is_same_v<F, U32>) v = in->nextU32();
-    else if constexpr (std::is_same_v<F, U64>) v = in->nextU64();
-    else if constexpr (std::is_same_v<F, Seconds>) v = in->nextSeconds();
-    else if constexpr (std::is_same_v<F, String>) v = in->nextString();
-    else v = F(in, StreamBogon{});
+    if constexpr (std::is_enum_v<F>)
+        v = static_cast<F>(in->nextU32());
+    else if constexpr (std::is_same_v<F, bool>)
+        v = in->nextBool();
+    else if constexpr (std::is_same_v<F, U8>)
+        v = in->nextU8();
+    else if constexpr (std::is_same_v<F, U16>)
+        v = in->nextU16();
+    else if constexpr (std::is_same_v<F, U32>)
+        v = in->nextU32();
+    else if constexpr (std::is_same_v<F, S32>)
+        v = in->nextS32();
+    else if constexpr (std::is_same_v<F, U64>)
+        v = in->nextU64();
+    else if constexpr (std::is_same_v<F, Seconds>)
+        v = in->nextSeconds();
+    else if constexpr (std::is_same_v<F, String>)
+        v = in->nextString();
+    else
+        v = F(in, StreamBogon{});
 }
-template <class F> void assignField(void* field, void const* value) {
+template <class F>
+void assignField(void* field, void const* value) {
     *static_cast<F*>(field) = *static_cast<F const*>(value);
 }
-template <class F> bool equalFields(void const* a, void const* b) {
+template <class F>
+bool equalFields(void const* a, void const* b) {
     return *static_cast<F const*>(a) == *static_cast<F const*>(b);
 }
 
-template <class F> consteval FieldType makeFieldType() {
+template <class F>
+consteval FieldType makeFieldType() {
     FieldType type;
     if constexpr (BuiltinNumber<F>::value != 0)
         type.builtin = BuiltinNumber<F>::value;
@@ -100,78 +150,334 @@ template <class F> consteval FieldType makeFieldType() {
     }
     return type;
 }
-template <class F> inline constexpr FieldType fieldType = makeFieldType<F>();
+template <class F>
+inline constexpr FieldType fieldType = makeFieldType<F>();
 
-// What an attribute is.
+using GenericIf::AttributeOp;
+
+// What an attribute is; the record's flags follow from it.
 enum class RowKind : U8 {
-    ctor,     // stored, fixed at construction
-    mutates,  // stored, with a mutator
-    flag,     // a bit of a flag set; the first row is bit 0
-    raw,      // the byte of a flag set
-    view,     // accessor and mutator on a part of a stored field
-    derived,  // accessor that computes
-    constant, // of the class
-    function, // const, of no or some arguments
-    mutating, // a function that changes the object
-    statics,  // a static function
-    literal,  // of an enum
+    ctor,      // stored, fixed at construction
+    mutates,   // stored in a value, with a mutator
+    flag,      // a bit of a flag set; the first row is bit 0
+    raw,       // the byte of a flag set
+    view,      // accessor and mutator on a part of a stored field
+    derived,   // accessor that computes
+    constant,  // of the class
+    function,  // const
+    mutating,  // a function that changes the object
+    statics,   // a static function
+    literal,   // of an enum
+    indexed,   // a view by a key
+    notifying, // stored in an entity; a change notifies
+    valueMap,  // collection in an entity
+    valueSet,  // likewise, of keys alone
+    children,  // collection of entities that it makes
+    numKinds
+};
+
+struct Param {
+    char const* name = nullptr;
+    FieldType const* type = nullptr;
 };
 
 struct Row {
-    U32 number;
-    RowKind kind;
-    bool stored;
-    U16 literal;
-    char const* name;
-    FieldType const* type;
+    U32 number = 0;
+    RowKind kind = RowKind::ctor;
+    bool stored = false; // and printed
+    U16 literal = 0;
+    char const* name = nullptr;
+    FieldType const* type = nullptr; // of the attribute; null: of the type itself
+    FieldType const* key = nullptr;
+    char const* keyName = nullptr; // of the attribute that is the key of a child
     // Where the field of an object is; null if the attribute is not a field.
-    void const* (*field)(void const* object);
+    void const* (*field)(void const* object) = nullptr;
+    // The operations of the generic interface, where they are not those of a plain field.
+    U32 (*op)(void* out, void* object, AttributeOp op, void* a, void* b) = nullptr;
+    // Makes an object of this one constructor argument, checked.
+    void (*construct)(void* to, void const* argument) = nullptr;
+    std::array<Param, 3> params{};
 };
 
 namespace Impl {
-template <class M> struct MemberOf;
-template <class T, class F> struct MemberOf<F T::*> {
+template <class M>
+struct MemberOf;
+template <class T, class F>
+struct MemberOf<F T::*> {
     using Class = T;
     using Field = F;
 };
-template <auto member> using FieldOf = typename MemberOf<decltype(member)>::Field;
-template <auto member> void const* fieldAt(void const* object) {
-    return &(static_cast<typename MemberOf<decltype(member)>::Class const*>(object)->*member);
+template <auto member>
+using ClassOf = typename MemberOf<decltype(member)>::Class;
+template <auto member>
+using FieldOf = typename MemberOf<decltype(member)>::Field;
+
+template <class F>
+struct Signature;
+template <class T, class R, class... A>
+struct Signature<R (T::*)(A...)> {
+    using Class = T;
+    using Result = std::remove_cvref_t<R>;
+    static constexpr std::array<Param, 3> params{
+        Param{nullptr, &fieldType<std::remove_cvref_t<A>>}...};
+    template <auto f, std::size_t... i>
+    static decltype(auto) call(void* object, void* const* args, std::index_sequence<i...>) {
+        return (static_cast<T*>(object)->*f)(
+            *static_cast<std::remove_cvref_t<A> const*>(args[i])...);
+    }
+    static constexpr std::size_t arity = sizeof...(A);
+};
+template <class T, class R, class... A>
+struct Signature<R (T::*)(A...) const> : Signature<R (T::*)(A...)> {
+    template <auto f, std::size_t... i>
+    static decltype(auto) call(void* object, void* const* args, std::index_sequence<i...>) {
+        return (static_cast<T const*>(object)->*f)(
+            *static_cast<std::remove_cvref_t<A> const*>(args[i])...);
+    }
+};
+template <class T, class R, class... A>
+struct Signature<R (T::*)(A...)&> : Signature<R (T::*)(A...)> {};
+template <class R, class... A>
+struct Signature<R (*)(A...)> {
+    using Result = std::remove_cvref_t<R>;
+    static constexpr std::array<Param, 3> params{
+        Param{nullptr, &fieldType<std::remove_cvref_t<A>>}...};
+    template <auto f, std::size_t... i>
+    static decltype(auto) call(void*, void* const* args, std::index_sequence<i...>) {
+        return f(*static_cast<std::remove_cvref_t<A> const*>(args[i])...);
+    }
+    static constexpr std::size_t arity = sizeof...(A);
+};
+template <auto f>
+using SignatureOf = Signature<decltype(f)>;
+template <auto f>
+using ResultOf = typename SignatureOf<f>::Result;
+
+template <auto member>
+void const* fieldAt(void const* object) {
+    return &(static_cast<ClassOf<member> const*>(object)->*member);
 }
-template <auto member, unsigned element> void const* elementAt(void const* object) {
-    return &(static_cast<typename MemberOf<decltype(member)>::Class const*>(
-        object)->*member)[element];
+template <auto member, unsigned element>
+void const* elementAt(void const* object) {
+    return &(static_cast<ClassOf<member> const*>(object)->*member)[element];
+}
+template <class V>
+void store(void* out, V const& v) {
+    *static_cast<V*>(out) = v;
+}
+
+template <auto get>
+U32 getOp(void* out, void* object, AttributeOp op, void*, void*) {
+    if (op != AttributeOp::get) return 1;
+    store<ResultOf<get>>(out,
+                         (static_cast<typename SignatureOf<get>::Class const*>(object)->*get)());
+    return 0;
+}
+template <auto get, auto set>
+U32 viewOp(void* out, void* object, AttributeOp op, void* a, void* b) {
+    if (op != AttributeOp::set) return getOp<get>(out, object, op, a, b);
+    (static_cast<typename SignatureOf<get>::Class*>(object)->*set)(*static_cast<ResultOf<get>*>(a));
+    return 0;
+}
+template <auto get, auto set, auto del>
+U32 indexedOp(void* out, void* object, AttributeOp op, void* a, void* b) {
+    using S = SignatureOf<get>;
+    auto* const self = static_cast<typename S::Class*>(object);
+    auto const& key = *[&]<class R, class T, class K>(R (T::*)(K) const) {
+        return static_cast<std::remove_cvref_t<K> const*>(a);
+    }(get);
+    switch (op) {
+    case AttributeOp::get:
+        store<ResultOf<get>>(out, (self->*get)(key));
+        return 0;
+    case AttributeOp::set:
+        (self->*set)(key, *static_cast<ResultOf<get> const*>(b));
+        return 0;
+    case AttributeOp::del:
+        (self->*del)(key);
+        return 0;
+    default:
+        return 1;
+    }
+}
+template <auto const* object>
+U32 constantOp(void* out, void*, AttributeOp op, void*, void*) {
+    if (op != AttributeOp::get) return 1;
+    store<std::remove_cvref_t<decltype(*object)>>(out, *object);
+    return 0;
+}
+template <auto f>
+U32 callOp(void* out, void* object, AttributeOp op, void* a, void*) {
+    using S = SignatureOf<f>;
+    if (op != AttributeOp::call) return 1;
+    auto const sequence = std::make_index_sequence<S::arity>();
+    auto* const args = static_cast<void* const*>(a);
+    if constexpr (std::is_void_v<typename S::Result>)
+        S::template call<f>(object, args, sequence);
+    else
+        store<typename S::Result>(out, S::template call<f>(object, args, sequence));
+    return 0;
+}
+template <class T, class F>
+void constructFrom(void* to, void const* argument) {
+    new (to) T(*static_cast<F const*>(argument));
+}
+consteval std::array<Param, 3> named(std::array<Param, 3> params,
+                                     std::initializer_list<char const*> names) {
+    std::size_t i = 0;
+    for (char const* name : names) params[i++].name = name;
+    for (Param const& p : params)
+        if ((p.name == nullptr) != (p.type == nullptr)) throw "one name for each parameter";
+    return params;
 }
 } // namespace Impl
 
-template <auto member> consteval Row ctor(U32 number, char const* name) {
-    return {number, RowKind::ctor, true, 0, name, &fieldType<Impl::FieldOf<member>>,
-            Impl::fieldAt<member>};
+// Row makers. Each takes its member as a template argument and erases the type.
+
+template <auto member>
+consteval Row ctor(U32 number, char const* name) {
+    using T = Impl::ClassOf<member>;
+    using F = Impl::FieldOf<member>;
+    Row row{.number = number,
+            .kind = RowKind::ctor,
+            .stored = true,
+            .name = name,
+            .type = &fieldType<F>,
+            .field = Impl::fieldAt<member>};
+    if constexpr (std::is_constructible_v<T, F const&>) row.construct = Impl::constructFrom<T, F>;
+    return row;
 }
-template <auto member> consteval Row mutates(U32 number, char const* name) {
-    return {number, RowKind::mutates, true, 0, name, &fieldType<Impl::FieldOf<member>>,
-            Impl::fieldAt<member>};
+template <auto member>
+consteval Row mutates(U32 number, char const* name) {
+    return {.number = number,
+            .kind = RowKind::mutates,
+            .stored = true,
+            .name = name,
+            .type = &fieldType<Impl::FieldOf<member>>,
+            .field = Impl::fieldAt<member>};
 }
 // One element of a stored array.
-template <auto member, unsigned element> consteval Row mutates(U32 number, char const* name) {
+template <auto member, unsigned element>
+consteval Row mutates(U32 number, char const* name) {
     using F = std::remove_all_extents_t<Impl::FieldOf<member>>;
-    return {number, RowKind::mutates, true, 0, name, &fieldType<F>, Impl::elementAt<member, element>};
+    return {.number = number,
+            .kind = RowKind::mutates,
+            .stored = true,
+            .name = name,
+            .type = &fieldType<F>,
+            .field = Impl::elementAt<member, element>};
 }
 consteval Row flag(U32 number, char const* name) {
-    return {number, RowKind::flag, true, 0, name, &fieldType<bool>, nullptr};
+    return {.number = number,
+            .kind = RowKind::flag,
+            .stored = true,
+            .name = name,
+            .type = &fieldType<bool>};
+}
+consteval Row raw(U32 number, char const* name) {
+    return {.number = number, .kind = RowKind::raw, .name = name, .type = &fieldType<U8>};
+}
+template <auto get, auto set>
+consteval Row view(U32 number, char const* name) {
+    return {.number = number,
+            .kind = RowKind::view,
+            .name = name,
+            .type = &fieldType<Impl::ResultOf<get>>,
+            .op = Impl::viewOp<get, set>};
+}
+template <auto get>
+consteval Row derived(U32 number, char const* name) {
+    return {.number = number,
+            .kind = RowKind::derived,
+            .name = name,
+            .type = &fieldType<Impl::ResultOf<get>>,
+            .op = Impl::getOp<get>};
+}
+// `object` points to the class's static constant.
+template <auto const* object>
+consteval Row constant(U32 number, char const* name) {
+    return {.number = number,
+            .kind = RowKind::constant,
+            .name = name,
+            .type = &fieldType<std::remove_cvref_t<decltype(*object)>>,
+            .op = Impl::constantOp<object>};
+}
+template <auto f>
+consteval Row callable(RowKind kind, U32 number, char const* name,
+                       std::initializer_list<char const*> params) {
+    return {.number = number,
+            .kind = kind,
+            .name = name,
+            .type = &fieldType<Impl::ResultOf<f>>,
+            .op = Impl::callOp<f>,
+            .params = Impl::named(Impl::SignatureOf<f>::params, params)};
+}
+template <auto f>
+consteval Row function(U32 number, char const* name,
+                       std::initializer_list<char const*> params = {}) {
+    return callable<f>(RowKind::function, number, name, params);
+}
+template <auto f>
+consteval Row mutating(U32 number, char const* name,
+                       std::initializer_list<char const*> params = {}) {
+    return callable<f>(RowKind::mutating, number, name, params);
+}
+template <auto f>
+consteval Row statics(U32 number, char const* name,
+                      std::initializer_list<char const*> params = {}) {
+    return callable<f>(RowKind::statics, number, name, params);
+}
+// A view by a key: `get(key)`, `set(key, value)`, `del(key)`.
+template <auto get, auto set, auto del>
+consteval Row indexed(U32 number, char const* name) {
+    return {.number = number,
+            .kind = RowKind::indexed,
+            .name = name,
+            .type = &fieldType<Impl::ResultOf<get>>,
+            .key = Impl::SignatureOf<get>::params[0].type,
+            .op = Impl::indexedOp<get, set, del>};
 }
 consteval Row literal(U32 number, char const* name, U16 value) {
-    return {number, RowKind::literal, false, value, name, nullptr, nullptr};
+    return {.number = number, .kind = RowKind::literal, .literal = value, .name = name};
 }
 
-template <std::size_t n> consteval std::array<Row, n> rows(Row const (&list)[n]) {
+template <std::size_t n>
+consteval std::array<Row, n> rows(Row const (&list)[n]) {
     std::array<Row, n> result{};
     for (std::size_t i = 0; i < n; ++i) {
-        if (i != 0 && list[i].number <= list[i - 1].number)
-            throw "attribute numbers must ascend";
+        if (i != 0 && list[i].number <= list[i - 1].number) throw "attribute numbers must ascend";
         result[i] = list[i];
     }
     return result;
+}
+consteval std::array<Row, 0> noRows() {
+    return {};
+}
+
+// What a type is as a whole.
+struct TypeHead {
+    char const* name;
+    TypeKind kind;
+    U8 flags = 0;
+    FieldType const* base = nullptr;
+};
+// Flags of a type: a wrapped integer that prints bare; one that holds a wide address, a collection
+// or another such type.
+inline constexpr U8 wrapper = 0x08, wide = 0x04;
+
+consteval TypeHead value(char const* name, U8 flags = 0) {
+    return {name, TypeKind::value, flags};
+}
+template <class Base>
+consteval TypeHead derivedValue(char const* name, U8 flags = 0) {
+    return {name, TypeKind::value, flags, &fieldType<Base>};
+}
+consteval TypeHead flagSet(char const* name) {
+    return {name, TypeKind::flagSet};
+}
+template <class U>
+consteval TypeHead enumeration(char const* name) {
+    return {name, TypeKind::enumeration, 0, &fieldType<U>};
 }
 
 // The engines: know rows, no types.
@@ -180,18 +486,24 @@ void parseRows(CharRange& range, char const* typeName, std::span<Row const> rows
 void writeRows(NboAttrLog::Out& out, std::span<Row const> rows, void const* object);
 void readRows(NboAttrLog::In* in, std::span<Row const> rows, void* object);
 
-template <class T> String text(T const& v) {
+template <class T>
+String text(T const& v) {
     String result;
-    appendText(result, Describe<T>::name, Describe<T>::attributes, &v);
+    appendText(result, Describe<T>::type.name, Describe<T>::attributes, &v);
     return result;
 }
 // Reads the text form into `v`, whose fields not named by it stay as they are.
-template <class T> void parse(T& v, CharRange& range) {
-    parseRows(range, Describe<T>::name, Describe<T>::attributes, &v);
+template <class T>
+void parse(T& v, CharRange& range) {
+    parseRows(range, Describe<T>::type.name, Describe<T>::attributes, &v);
 }
-template <class T> void write(NboAttrLog::Out& out, T const& v) {
+template <class T>
+void write(NboAttrLog::Out& out, T const& v) {
     writeRows(out, Describe<T>::attributes, &v);
 }
-template <class T> void read(T& v, NboAttrLog::In* in) { readRows(in, Describe<T>::attributes, &v); }
+template <class T>
+void read(T& v, NboAttrLog::In* in) {
+    readRows(in, Describe<T>::attributes, &v);
+}
 
 } // namespace Vomo

@@ -6,6 +6,8 @@
 
 namespace Vomo {
 
+class String;
+
 enum class TypeKind : U8 { value = 0x21, enumeration = 0x25, flagSet = 0x29, entity = 0x60 };
 
 // One row of the type table.
@@ -48,6 +50,99 @@ struct ReferenceRow {
     U64 index;
 };
 
+// A type, named by its module's record and its place in the type table.
+struct VomoTypeBase {
+    VomoModule const* module = nullptr;
+    U16 index = 0;
+
+    bool isNull() const { return module == nullptr; }
+    TypeRow const& row() const;
+    char const* name() const;
+    // `type` is `base` or derives from it.
+    static bool isDerived(VomoTypeBase type, VomoTypeBase base);
+    // An entity.
+    bool isPolymorphic() const { return row().kind == TypeKind::entity; }
+    // The base type; null for none or a builtin.
+    VomoTypeBase base() const;
+
+    friend constexpr bool operator==(VomoTypeBase, VomoTypeBase) = default;
+};
+using VomoType = VomoTypeBase;
+
+// An attribute, named by a module's record and a place in its attribute table; null stands for the
+// type itself.
+struct VomoAttrBase {
+    VomoModule const* module = nullptr;
+    U16 index = 0;
+
+    bool isNull() const { return module == nullptr; }
+    U32 attributeId() const;
+    AttributeRow const& row() const;
+    char const* name() const;
+};
+using VomoAttr = VomoAttrBase;
+
+namespace GenericIf {
+enum class AttributeOp : U32 {
+    get = 0,
+    set = 1,
+    del = 2,
+    count = 3,
+    version = 4,
+    has = 5,
+    call = 10,
+    truth = 11,
+    equal = 12,
+    less = 13,
+    andNot = 15,
+    bitAnd = 19,
+    bitOr = 20,
+    bitXor = 21,
+    complement = 22,
+};
+} // namespace GenericIf
+
+namespace GenericIfRaw {
+struct Iterator {
+    // What walks a collection without knowing its type.
+    struct IteratorVTable {
+        bool (*iterObj)(VomoAttr attr, void* iterator, void* out);
+        bool (*iterKey)(VomoAttr attr, void* iterator, void* out);
+        bool (*iterNonnull)(VomoAttr attr, void* iterator);
+        void (*iterInc)(VomoAttr attr, void* iterator);
+        void (*iterDel)(VomoAttr attr, void* iterator);
+        void const* reserved[3];
+    };
+};
+} // namespace GenericIfRaw
+
+// What the generic interface can do with a value of some type.
+struct ValueMethods {
+    void (*construct)(void* to, void const* from);
+    void (*destruct)(void* object);
+    U32 (*hash)(void const* object, VomoType type);
+    void* (*voidPtrIs)(void const* object, VomoType type, VomoType target);
+    void const* reserved[2];
+    String (*strRep)(void const* object, VomoType type);
+    void (*strepToValue)(void* to, String const& text, VomoType type);
+};
+static_assert(sizeof(ValueMethods) == 64);
+
+struct StreamTable;
+
+// One row of the generic table: six words.
+struct GenericRow {
+    void* (*newEntityForDir)(String const& name, void* args);
+    StreamTable const* stream;
+    ValueMethods const* methods;
+    void (*constructFromCtorArgs)(void* to, void* const* args);
+    U32 (*attributeOp)
+    (void* out, void* object, VomoAttr attr, GenericIf::AttributeOp op, void* a, void* b);
+    void* (*iterator)(void* object, void** key, VomoAttr attr,
+                      GenericIfRaw::Iterator::IteratorVTable const** methods);
+};
+static_assert(sizeof(GenericRow) == 48);
+
 // Eight words; all tables lie in constant data.
 struct VomoModule {
     TypeRow const* typeTable;
@@ -56,29 +151,54 @@ struct VomoModule {
     char const* typeNames;
     char const* attributeNames;
     ReferenceRow const* referenceTable;
-    void const* const* genericTable;
+    GenericRow const* genericTable;
     U64 numTypes;
 };
 static_assert(sizeof(VomoModule) == 64);
 
-// A type, named by its module's record and its place in the type table.
-struct VomoTypeBase {
-    VomoModule const* module = nullptr;
-    U16 index = 0;
-
-    friend constexpr bool operator==(VomoTypeBase, VomoTypeBase) = default;
-};
+inline TypeRow const& VomoTypeBase::row() const {
+    return module->typeTable[index];
+}
+inline char const* VomoTypeBase::name() const {
+    return module->typeNames + row().nameOffset();
+}
+inline AttributeRow const& VomoAttrBase::row() const {
+    return module->attributeTable[index];
+}
+inline U32 VomoAttrBase::attributeId() const {
+    return row().number;
+}
+inline char const* VomoAttrBase::name() const {
+    return module->attributeNames + row().nameOffset();
+}
 
 // The place of T, by specialisation beside T's declaration.
-template <class T> struct IdOf;
-template <VomoModule const* theModule, U16 theIndex> struct InModule {
+template <class T>
+struct IdOf;
+template <VomoModule const* theModule, U16 theIndex>
+struct InModule {
     static constexpr VomoModule const* module = theModule;
     static constexpr U16 index = theIndex;
     static constexpr VomoTypeBase type{theModule, theIndex};
 };
 
 // Accepts a module's record at load. Nothing is resolved: what the record refers to may register
-// later. May be called before main.
+// later. May be called before main. Forgetting a module is for a library that is unloaded.
 void vomoModuleIs(VomoModule const* module);
+void vomoModuleDel(VomoModule const* module);
+
+// One file-scope object of this class a module.
+class ModuleRegistration {
+public:
+    explicit ModuleRegistration(VomoModule const* module) : module_(module) {
+        vomoModuleIs(module_);
+    }
+    ~ModuleRegistration() { vomoModuleDel(module_); }
+    ModuleRegistration(ModuleRegistration const&) = delete;
+    ModuleRegistration& operator=(ModuleRegistration const&) = delete;
+
+private:
+    VomoModule const* module_;
+};
 
 } // namespace Vomo

@@ -27,13 +27,15 @@ public:
     }
     // Room for `n` bytes, which the caller fills.
     U8* room(std::size_t n) {
-        if (static_cast<std::size_t>(end_ - next_) < n) [[unlikely]] grow(n);
+        if (static_cast<std::size_t>(end_ - next_) < n) [[unlikely]]
+            grow(n);
         U8* const at = next_;
         next_ += n;
         return at;
     }
     // Appends an integer, high byte first.
-    template <class Int> void putInt(Int v) {
+    template <class Int>
+    void putInt(Int v) {
         if constexpr (sizeof v == 8) v = static_cast<Int>(__builtin_bswap64(v));
         if constexpr (sizeof v == 4) v = static_cast<Int>(__builtin_bswap32(v));
         if constexpr (sizeof v == 2) v = static_cast<Int>(__builtin_bswap16(v));
@@ -48,12 +50,27 @@ private:
     U8* end_ = nullptr;
 };
 
-inline Out& operator<<(Out& out, U8 v) { return out.putInt(v), out; }
-inline Out& operator<<(Out& out, U16 v) { return out.putInt(v), out; }
-inline Out& operator<<(Out& out, U32 v) { return out.putInt(v), out; }
-inline Out& operator<<(Out& out, U64 v) { return out.putInt(v), out; }
-inline Out& operator<<(Out& out, bool v) { return out.putInt(static_cast<U8>(v)), out; }
-inline Out& operator<<(Out& out, Seconds v) { return out.putInt(std::bit_cast<U64>(v)), out; }
+inline Out& operator<<(Out& out, U8 v) {
+    return out.putInt(v), out;
+}
+inline Out& operator<<(Out& out, U16 v) {
+    return out.putInt(v), out;
+}
+inline Out& operator<<(Out& out, U32 v) {
+    return out.putInt(v), out;
+}
+inline Out& operator<<(Out& out, S32 v) {
+    return out.putInt(static_cast<U32>(v)), out;
+}
+inline Out& operator<<(Out& out, U64 v) {
+    return out.putInt(v), out;
+}
+inline Out& operator<<(Out& out, bool v) {
+    return out.putInt(static_cast<U8>(v)), out;
+}
+inline Out& operator<<(Out& out, Seconds v) {
+    return out.putInt(std::bit_cast<U64>(v)), out;
+}
 Out& operator<<(Out& out, String const& v);
 
 // Reads what Out wrote. Running out raises AttrLogRecordException.
@@ -66,6 +83,7 @@ public:
     U8 nextU8() { return nextInt<U8>(); }
     U16 nextU16() { return nextInt<U16>(); }
     U32 nextU32() { return nextInt<U32>(); }
+    S32 nextS32() { return static_cast<S32>(nextInt<U32>()); }
     U64 nextU64() { return nextInt<U64>(); }
     bool nextBool() { return nextInt<U8>() != 0; }
     Seconds nextSeconds() { return std::bit_cast<Seconds>(nextInt<U64>()); }
@@ -74,14 +92,16 @@ public:
     String nextValidString(U32 max);
     // The next `n` bytes as they stand.
     U8 const* take(std::size_t n) {
-        if (remaining() < n) [[unlikely]] throwShort(n);
+        if (remaining() < n) [[unlikely]]
+            throwShort(n);
         U8 const* const at = next_;
         next_ += n;
         return at;
     }
 
 private:
-    template <class Int> Int nextInt() {
+    template <class Int>
+    Int nextInt() {
         Int v;
         std::memcpy(&v, take(sizeof v), sizeof v);
         if constexpr (sizeof v == 8) v = static_cast<Int>(__builtin_bswap64(v));

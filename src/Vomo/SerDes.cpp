@@ -14,8 +14,9 @@ void CharRange::throwWanted(std::string_view wanted) const {
     std::string found = "the end";
     if (!rest.empty())
         found = fmt::format("\"{}{}\"", rest.substr(0, shown), rest.size() > shown ? "..." : "");
-    throw ParseException(fmt::format("at character {}: wanted {}, found {}", position(), wanted, found),
-                         position(), std::string(wanted));
+    throw ParseException(
+        fmt::format("at character {}: wanted {}, found {}", position(), wanted, found), position(),
+        std::string(wanted));
 }
 
 void CharRange::needString(std::string_view text) {
@@ -53,7 +54,9 @@ String _fmt(char const* format, ...) {
     return text;
 }
 
-String valueToStrep(bool v) { return v ? "True" : "False"; }
+String valueToStrep(bool v) {
+    return v ? "True" : "False";
+}
 
 // The shortest text that reads back to the same number.
 String valueToStrep(Seconds v) {
@@ -62,7 +65,9 @@ String valueToStrep(Seconds v) {
     return String(text, result.ptr);
 }
 
-String valueToStrep(unsigned long long v) { return String(fmt::format_int(v).str()); }
+String valueToStrep(unsigned long long v) {
+    return String(fmt::format_int(v).str());
+}
 
 String valueToStrep(String const& v) {
     String text;
@@ -78,34 +83,59 @@ String valueToStrep(String const& v) {
 
 namespace {
 
-template <class Int> Int parseNumber(CharRange& range, char const* attrName) {
+template <class Int>
+Int parseNumber(CharRange& range, char const* attrName) {
     unsigned long long value = 0;
     auto const [end, error] = std::from_chars(range.begin(), range.end(), value);
     if (end == range.begin()) range.throwWanted("a number");
     constexpr auto max = std::numeric_limits<Int>::max();
     if (error != std::errc() || value > max)
-        throwRangeException(fmt::format("{}: {} exceeds {}", attrName,
-                                        std::string_view(range.begin(), static_cast<std::size_t>(
-                                                                            end - range.begin())),
-                                        max));
+        throwRangeException(fmt::format(
+            "{}: {} exceeds {}", attrName,
+            std::string_view(range.begin(), static_cast<std::size_t>(end - range.begin())), max));
     range += static_cast<U32>(end - range.begin());
     return static_cast<Int>(value);
 }
 
 } // namespace
 
-template <> U8 deserializeAttr<U8>(CharRange& r, char const* n) { return parseNumber<U8>(r, n); }
-template <> U16 deserializeAttr<U16>(CharRange& r, char const* n) { return parseNumber<U16>(r, n); }
-template <> U32 deserializeAttr<U32>(CharRange& r, char const* n) { return parseNumber<U32>(r, n); }
-template <> U64 deserializeAttr<U64>(CharRange& r, char const* n) { return parseNumber<U64>(r, n); }
+template <>
+U8 deserializeAttr<U8>(CharRange& r, char const* n) {
+    return parseNumber<U8>(r, n);
+}
+template <>
+U16 deserializeAttr<U16>(CharRange& r, char const* n) {
+    return parseNumber<U16>(r, n);
+}
+template <>
+U32 deserializeAttr<U32>(CharRange& r, char const* n) {
+    return parseNumber<U32>(r, n);
+}
+template <>
+U64 deserializeAttr<U64>(CharRange& r, char const* n) {
+    return parseNumber<U64>(r, n);
+}
 
-template <> bool deserializeAttr<bool>(CharRange& range, char const*) {
+template <>
+S32 deserializeAttr<S32>(CharRange& range, char const* attrName) {
+    if (!range.haveString("-")) {
+        U32 const value = deserializeAttr<U32>(range, attrName);
+        if (value <= 0x7fffffffU) return static_cast<S32>(value);
+    } else if (U32 const value = deserializeAttr<U32>(range, attrName); value <= 0x80000000U) {
+        return static_cast<S32>(0U - value);
+    }
+    throwRangeException(fmt::format("{}: out of the range of 32 bits with a sign", attrName));
+}
+
+template <>
+bool deserializeAttr<bool>(CharRange& range, char const*) {
     if (range.haveString("True")) return true;
     if (range.haveString("False")) return false;
     range.throwWanted("True or False");
 }
 
-template <> Seconds deserializeAttr<Seconds>(CharRange& range, char const* attrName) {
+template <>
+Seconds deserializeAttr<Seconds>(CharRange& range, char const* attrName) {
     Seconds value = 0;
     auto const [end, error] = std::from_chars(range.begin(), range.end(), value);
     if (end == range.begin()) range.throwWanted("a number of seconds");
@@ -115,7 +145,8 @@ template <> Seconds deserializeAttr<Seconds>(CharRange& range, char const* attrN
     return value;
 }
 
-template <> String deserializeAttr<String>(CharRange& range, char const*) {
+template <>
+String deserializeAttr<String>(CharRange& range, char const*) {
     range.needString("'");
     String value;
     while (range.remainingSize() > 0) {

@@ -1,0 +1,35 @@
+// The record of the module of plain IPv4 values.
+#include "Kelpie/IpPrefix.h"
+#include "Vomo/Record.h"
+
+template <>
+struct Vomo::Describe<Kelpie::IpAddr> {
+    using T = Kelpie::IpAddr;
+    static constexpr auto type = value("Kelpie::IpAddr");
+    static constexpr auto attributes = rows({
+        derived<&T::word>(2, "word"),
+        function<&T::isMulticast>(3, "isMulticast"),
+        function<&T::stringValue>(4, "stringValue"),
+    });
+};
+template <>
+struct Vomo::Describe<Kelpie::Prefix> {
+    using T = Kelpie::Prefix;
+    static constexpr auto type = value("Kelpie::Prefix");
+    static constexpr auto attributes = rows({
+        derived<&T::address>(2, "address"),
+        derived<&T::len>(3, "len"),
+        function<&T::stringValue>(4, "stringValue"),
+    });
+};
+
+namespace {
+// In order of name.
+constexpr Vomo::TypeFrame types[] = {
+    Vomo::frameOf<Kelpie::IpAddr>,
+    Vomo::frameOf<Kelpie::Prefix>,
+};
+} // namespace
+constinit Vomo::VomoModule const Vomo::_Ip_df105a5f51aead53_vomoModule =
+    Vomo::ModuleRecord<types>::value;
+static Vomo::ModuleRegistration const registration(&Vomo::_Ip_df105a5f51aead53_vomoModule);

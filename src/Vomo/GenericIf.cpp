@@ -1,0 +1,236 @@
+#include "Vomo/GenericIf.h"
+
+#include "Vomo/EnumType.h"
+#include "Vomo/Hash.h"
+
+namespace Vomo {
+namespace {
+
+std::vector<VomoModule const*>& registry() {
+    static auto* const list = new std::vector<VomoModule const*>; // outlives every library
+    return *list;
+}
+
+} // namespace
+
+void vomoModuleIs(VomoModule const* module) {
+    registry().push_back(module);
+}
+void vomoModuleDel(VomoModule const* module) {
+    std::erase(registry(), module);
+}
+std::vector<VomoModule const*> const& modules() {
+    return registry();
+}
+
+VomoType typeOfReference(VomoModule const* module, U16 reference) {
+    if (reference >= 0x8000) return {};
+    ReferenceRow const& row = module->referenceTable[reference];
+    return {row.module, static_cast<U16>(row.index)};
+}
+
+VomoTypeBase VomoTypeBase::base() const {
+    return typeOfReference(module, row().base);
+}
+
+bool VomoTypeBase::isDerived(VomoTypeBase type, VomoTypeBase base) {
+    for (; !type.isNull(); type = type.base())
+        if (type == base) return true;
+    return false;
+}
+
+VomoType typeByName(std::string_view name) {
+    for (VomoModule const* module : modules()) {
+        // Names stand in order.
+        U64 low = 0, high = module->numTypes;
+        while (low < high) {
+            VomoType const type{module, static_cast<U16>((low + high) / 2)};
+            int const order = name.compare(type.name());
+            if (order == 0) return type;
+            (order < 0 ? high : low) = order < 0 ? U64{type.index} : U64{type.index} + 1;
+        }
+    }
+    return {};
+}
+
+namespace {
+
+template <class Test>
+VomoAttr findAttribute(VomoType type, Test&& matches) {
+    for (; !type.isNull(); type = type.base()) {
+        TypeRow const& row = type.row();
+        for (U16 i = 0; i < row.numAttributes; ++i)
+            if (VomoAttr const attr{type.module, static_cast<U16>(row.firstAttribute + i)};
+                matches(attr))
+                return attr;
+    }
+    return {};
+}
+
+} // namespace
+
+VomoAttr attrByName(VomoType type, std::string_view name) {
+    return findAttribute(type, [&](VomoAttr attr) { return name == attr.name(); });
+}
+VomoAttr attrByNumber(VomoType type, U32 number) {
+    return findAttribute(type, [&](VomoAttr attr) { return number == attr.attributeId(); });
+}
+
+char const* builtinName(U16 builtin) {
+    switch (builtin) {
+    case 3:
+        return "Vomo::Entity";
+    case 4:
+        return "void";
+    case 5:
+        return "U8";
+    case 7:
+        return "U16";
+    case 9:
+        return "U32";
+    case 10:
+        return "S32";
+    case 11:
+        return "U64";
+    case 13:
+        return "bool";
+    case 17:
+        return "Vomo::String";
+    case 25:
+        return "Vomo::Seconds";
+    default:
+        return "unknown";
+    }
+}
+
+void throwDenseEnumBoolSetRangeException(VomoTypeBase type, U32 value) {
+    throwRangeException(fmt::format("{}: {:#x} has bits that are no flag", type.name(), value));
+}
+
+namespace GenericIfImpl {
+
+void throwUnhashableException(VomoType type) {
+    Dunlin::fmthrow<UnhashableException>("{} has no hash", type.name());
+}
+void throwTypeException(VomoType type) {
+    Dunlin::fmthrow<TypeException>("{} is not the type that was asked for, nor derived from it",
+                                   type.name());
+}
+void throwSetFalseValueException(VomoAttr attr) {
+    Dunlin::fmthrow<ArgumentException>("a member of the set {} cannot be false", attr.name());
+}
+
+void* voidPtrIs(void const* object, VomoType type, VomoType target) {
+    auto* const pointer = static_cast<char*>(const_cast<void*>(object));
+    if (type == target) return pointer;
+    if (!VomoTypeBase::isDerived(type, target)) throwTypeException(type);
+    if (type.isPolymorphic() == target.isPolymorphic()) return pointer;
+    // The virtual table's word stands in front of the part that has none.
+    PLAINASSERT(type.isPolymorphic(), "type.isPolymorphic()");
+    PLAINASSERT(!target.isPolymorphic(), "!t.isPolymorphic()");
+    return pointer + sizeof(void*);
+}
+
+U32 flagSetHash(U8 bits) {
+    Hash hash(0);
+    U32 const word = bits;
+    hash.hashMix<4>(&word);
+    return hash.result();
+}
+
+U32 rowsOp(TypeHead const& head, std::span<Row const> rows, void* out, void* object, VomoAttr attr,
+           AttributeOp op, void* a, void* b) {
+    U32 const number = attr.attributeId();
+    auto const found = std::lower_bound(rows.begin(), rows.end(), number,
+                                        [](Row const& row, U32 n) { return row.number < n; });
+    if (found == rows.end() || found->number != number) {
+        if (head.base == nullptr || head.base->type.isNull()) return 2;
+        VomoType const base = head.base->type;
+        return base.module->genericTable[base.index].attributeOp(out, object, attr, op, a, b);
+    }
+    Row const& row = *found;
+    if (row.op != nullptr) return row.op(out, object, op, a, b);
+    switch (row.kind) {
+    case RowKind::flag: {
+        auto& bits = *static_cast<U8*>(object);
+        auto const bit = static_cast<U8>(1U << (&row - rows.data()));
+        if (op == AttributeOp::get) return Impl::store(out, (bits & bit) != 0), 0;
+        if (op != AttributeOp::set) return 1;
+        bits = static_cast<U8>(*static_cast<bool const*>(a) ? bits | bit : bits & ~bit);
+        return 0;
+    }
+    case RowKind::raw:
+        if (op != AttributeOp::get) return 1;
+        return Impl::store(out, *static_cast<U8 const*>(object)), 0;
+    case RowKind::mutates:
+        if (op == AttributeOp::set) {
+            row.type->assign(const_cast<void*>(row.field(object)), a);
+            return 0;
+        }
+        [[fallthrough]];
+    case RowKind::ctor:
+        if (op != AttributeOp::get) return 1;
+        row.type->assign(out, row.field(object));
+        return 0;
+    default:
+        return 1;
+    }
+}
+
+void constructFromRows(std::span<Row const> rows, void* to, void* const* args) {
+    for (Row const& row : rows)
+        if (row.kind == RowKind::ctor) row.type->assign(const_cast<void*>(row.field(to)), *args++);
+}
+
+template <class U>
+U32 GenericIfEnumMethods<U>::genericIfAttributeOp(void* out, void* object, VomoAttr attr,
+                                                  AttributeOp op, void* a, void*) {
+    if (!attr.isNull()) {
+        if (op != AttributeOp::get) return 1;
+        return Impl::store(out, static_cast<U>(attr.row().keyOrValue)), 0;
+    }
+    U const v = *static_cast<U const*>(object);
+    switch (op) {
+    case AttributeOp::truth:
+        return Impl::store(out, v != 0), 0;
+    case AttributeOp::equal:
+        return Impl::store(out, v == *static_cast<U const*>(a)), 0;
+    case AttributeOp::less:
+        return Impl::store(out, v < *static_cast<U const*>(a)), 0;
+    default:
+        return 1;
+    }
+}
+
+namespace {
+template <class U>
+struct EnumMethods {
+    static void construct(void* to, void const* from) {
+        *static_cast<U*>(to) = from != nullptr ? *static_cast<U const*>(from) : U{0};
+    }
+    static void destruct(void*) {}
+    static U32 hash(void const* object, VomoType) { return *static_cast<U const*>(object); }
+    static String strRep(void const* object, VomoType type) {
+        return EnumType<U>::valueToStrep(type, *static_cast<U const*>(object));
+    }
+    static void strepToValue(void* to, String const& text, VomoType type) {
+        CharRange range(text);
+        U const v = EnumType<U>::sequenceToValue(range, type);
+        range.checkAllDataConsumed();
+        *static_cast<U*>(to) = v;
+    }
+};
+} // namespace
+
+// clang-format off: it takes the class for a function
+template <class U>
+constinit ValueMethods const GenericIfEnumMethods<U>::vtable_{
+    EnumMethods<U>::construct, EnumMethods<U>::destruct, EnumMethods<U>::hash,        voidPtrIs,
+    {nullptr, nullptr},        EnumMethods<U>::strRep,   EnumMethods<U>::strepToValue};
+// clang-format on
+
+template struct GenericIfEnumMethods<U8>;
+template struct GenericIfEnumMethods<U32>;
+
+} // namespace GenericIfImpl
+} // namespace Vomo
