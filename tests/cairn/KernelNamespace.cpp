@@ -30,14 +30,15 @@ void must(int exitCode, std::string const& what) {
 } // namespace
 
 int startProgram(std::vector<std::string> const& arguments, std::string const& outputFile,
-                 std::string const& inputFile) {
+                 std::string const& inputFile, std::string const& errorFile) {
     posix_spawn_file_actions_t files;
     posix_spawn_file_actions_init(&files);
     if (!inputFile.empty())
         posix_spawn_file_actions_addopen(&files, 0, inputFile.c_str(), O_RDONLY, 0);
-    if (!outputFile.empty())
-        posix_spawn_file_actions_addopen(&files, 1, outputFile.c_str(),
-                                         O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    for (auto const& [fd, file] : {std::pair(1, outputFile), std::pair(2, errorFile)})
+        if (!file.empty())
+            posix_spawn_file_actions_addopen(&files, fd, file.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                             0644);
     std::vector<char*> argv;
     for (auto const& a : arguments) argv.push_back(const_cast<char*>(a.c_str()));
     argv.push_back(nullptr);
@@ -56,8 +57,8 @@ int waitProgram(int pid) {
 }
 
 int runProgram(std::vector<std::string> const& arguments, std::string const& outputFile,
-               std::string const& inputFile) {
-    return waitProgram(startProgram(arguments, outputFile, inputFile));
+               std::string const& inputFile, std::string const& errorFile) {
+    return waitProgram(startProgram(arguments, outputFile, inputFile, errorFile));
 }
 
 bool programExists(std::string const& name) {

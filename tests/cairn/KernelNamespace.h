@@ -13,12 +13,13 @@
 
 namespace CairnTest {
 
-// Runs a program with arguments, its output to a file if named; the exit code (128 + signal).
+// Runs a program with arguments, with files for its streams if named; the exit code
+// (128 + signal).
 int runProgram(std::vector<std::string> const& arguments, std::string const& outputFile = {},
-               std::string const& inputFile = {});
+               std::string const& inputFile = {}, std::string const& errorFile = {});
 // The same without waiting; returns the process id.
 int startProgram(std::vector<std::string> const& arguments, std::string const& outputFile = {},
-                 std::string const& inputFile = {});
+                 std::string const& inputFile = {}, std::string const& errorFile = {});
 int waitProgram(int pid);
 bool programExists(std::string const& name);
 
@@ -41,7 +42,6 @@ public:
     void change(unsigned changes);
     // The resolved routes of all tables, as `ip -j mroute show table all` tells them.
     std::map<Cairn::RouteName, Cairn::NamedRoute> routes() const;
-    // Adds or removes a veth pair, which the daemon does not know of.
     void killDaemon();
     void startDaemon();
 

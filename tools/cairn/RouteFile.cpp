@@ -249,9 +249,9 @@ RouteFile parseRouteFile(std::string_view text, std::string const& path) {
 }
 
 RouteFile readRouteFile(std::string const& path) {
+    errno = 0;
     std::ifstream in(path, std::ios::binary);
     std::ostringstream text;
-    errno = 0;
     if (!in || !(text << in.rdbuf()) || in.bad()) {
         // An empty file sets the fail bit of the copy; it is told apart by its state.
         if (in.is_open() && errno == 0) return parseRouteFile({}, path);

@@ -117,21 +117,11 @@ public:
         return true;
     }
 
-    // Brings the counts in the table up to date; interfaces without routes lose their index.
+    // At the end of a bundle: brings the counts in the table up to date; interfaces without routes
+    // lose their index.
     void flushReferences() {
-        for (U16 i = 0; i < numOifIndexes; ++i) {
-            if (!touched_[i] || building_[i]) continue;
-            Interface& interface = interfaces_[i];
-            if (interface.references == 0) {
-                Mroute::OifIndexIntfTable::Value old;
-                oifs_->remove(OifIndex(i), old);
-                indexes_.erase(interface.intf);
-                interface = {};
-            } else if (interface.references != interface.written) {
-                writeInterface(i);
-            }
-            touched_.reset(i);
-        }
+        building_.reset(); // a record that could not be made
+        writeReferences();
     }
 
 private:
@@ -174,6 +164,22 @@ private:
         flushReferences();
     }
 
+    void writeReferences() {
+        for (U16 i = 0; i < numOifIndexes; ++i) {
+            if (!touched_[i] || building_[i]) continue;
+            Interface& interface = interfaces_[i];
+            if (interface.references == 0) {
+                Mroute::OifIndexIntfTable::Value old;
+                oifs_->remove(OifIndex(i), old);
+                indexes_.erase(interface.intf);
+                interface = {};
+            } else if (interface.references != interface.written) {
+                writeInterface(i);
+            }
+            touched_.reset(i);
+        }
+    }
+
     Kelpie::IntfId intfId(std::string const& name) {
         auto const [place, isNew] = ids_.try_emplace(name);
         if (isNew) place->second = Kelpie::IntfId(Vomo::String(name));
@@ -186,7 +192,7 @@ private:
         auto const isFree = [](Interface const& i) { return !i.used; };
         auto place = std::find_if(interfaces_.begin(), interfaces_.end(), isFree);
         if (place == interfaces_.end()) {
-            flushReferences(); // some may have lost their last route in this bundle
+            writeReferences(); // some may have lost their last route in this bundle
             place = std::find_if(interfaces_.begin(), interfaces_.end(), isFree);
         }
         if (place == interfaces_.end())

@@ -1,0 +1,50 @@
+// Runs the tool as its users do: as a process, in a base directory of its own.
+#pragma once
+
+#include "NamedRoute.h"
+
+#include <map>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+namespace CairnTest {
+
+struct ToolResult {
+    int exitCode = 0;
+    std::string out, err;
+    // The output as JSON; raises if it is not one valid array.
+    nlohmann::json json() const;
+};
+
+class ToolRunner {
+public:
+    ToolRunner();
+    ~ToolRunner();
+    ToolRunner(ToolRunner const&) = delete;
+    ToolRunner& operator=(ToolRunner const&) = delete;
+
+    std::string const& base() const { return base_; }
+    std::string path(std::string const& file) const { return work_ + "/" + file; }
+    // A file of the given contents in the work directory; returns its path.
+    std::string file(std::string const& name, std::string const& contents) const;
+
+    ToolResult run(std::vector<std::string> arguments) const;
+    // Starts it in the background; what is still running at the end is killed.
+    int start(std::vector<std::string> arguments);
+    void signal(int pid, int number) const;
+    // Its exit code (128 + signal).
+    int wait(int pid);
+
+    // What `show -j` tells.
+    std::map<Cairn::RouteName, Cairn::NamedRoute> shown() const;
+    // Waits until `show -j` equals `routes`, ten seconds at most.
+    bool shows(std::map<Cairn::RouteName, Cairn::NamedRoute> const& routes) const;
+
+private:
+    std::vector<std::string> command(std::vector<std::string> arguments) const;
+    std::string work_, base_;
+    std::vector<int> running_;
+};
+
+} // namespace CairnTest
