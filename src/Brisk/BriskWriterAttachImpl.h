@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Brisk/BriskWriter.h"
+#include "SharedMem/StepHooks.h"
 #include "Brisk/SlotWriterImpl.h"
 #include "Brisk/Util.h"
 #include "BriskCore/WriterHashMapImpl.h"
@@ -329,7 +330,10 @@ bool BriskWriter<Ops>::validateFiles() {
 
 template <class Ops>
 void BriskWriter<Ops>::removeCorruptionFile() const {
-    if (!localMem_) ::unlink(rootPath_.file(Util::corruptionFileName).c_str());
+    if (!localMem_) {
+        Mem::StepHooks::store();
+        ::unlink(rootPath_.file(Util::corruptionFileName).c_str());
+    }
 }
 
 template <class Ops>
@@ -353,6 +357,7 @@ void BriskWriter<Ops>::cleanup() {
     FMTRACE(handler, 3, "removing file: {}", table_.memory.getFilename());
     table_.memory.cleanup();
     SharedMem::OrielFile(handler, rootPath_, localMem_).cleanup();
+    Mem::StepHooks::store();
     ::unlink(rootPath_.file(Mem::Util::Clone::CONTROL_FILENAME).c_str());
     ownerFile.cleanup();
     rootPath_.removeDirectories();

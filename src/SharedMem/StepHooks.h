@@ -8,7 +8,8 @@ namespace Mem::StepHooks {
 
 #if defined(CAIRN_STEP_HOOKS)
 
-// Called before each shared store (each word of a copied value counts once a copy) and before each
+// Called before each shared store and each change of a file (each word of a copied value counts once
+// a copy), and before each
 // shared load. A hook may end or stop the process, or run a whole operation of the other side; it
 // is not called again from inside itself.
 using Hook = void (*)();
