@@ -351,6 +351,7 @@ void BriskWriter<Ops>::cleanup() {
                 "owner file corruption detected but continuing with cleanup, dumped owner file: {}",
                 ownerFile.headerToString());
     FMTRACE(handler, 1, "removing Brisk files in {}", rootPath_.text());
+    retireSlots(); // whoever has the table mapped learns that it is over
     removeCorruptionFile();
     queue_.cleanup();
     map_.buckets.cleanup();

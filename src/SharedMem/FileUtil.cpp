@@ -37,11 +37,9 @@ void replaceFile(std::string const& fileName, void const* from, std::size_t size
                                                             call, std::strerror(error));
     };
     StepHooks::store();
-    Mem::StepHooks::store();
     Fd file(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
     if (!file) failed("open", errno);
     for (std::size_t done = 0; done < size;) {
-        Mem::StepHooks::store();
         auto const put = ::write(file.get(), static_cast<char const*>(from) + done, size - done);
         if (put < 0 && errno == EINTR) continue;
         if (put <= 0) failed("write", put < 0 ? errno : ENOSPC);
@@ -49,7 +47,6 @@ void replaceFile(std::string const& fileName, void const* from, std::size_t size
     }
     file.reset();
     StepHooks::store();
-    Mem::StepHooks::store();
     if (::rename(temporary.c_str(), fileName.c_str()) != 0) failed("rename", errno);
 }
 

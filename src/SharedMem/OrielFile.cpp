@@ -65,7 +65,6 @@ void OrielFile::validate(OrielId id) const {
 void OrielFile::cleanup() {
     if (localMem_) return;
     Mem::StepHooks::store();
-    Mem::StepHooks::store();
     ::unlink(fileName_.c_str());
 }
 

@@ -176,9 +176,7 @@ std::string OwnerFile::headerToString() const {
 void OwnerFile::cleanup() {
     if (localMem_) return;
     Mem::StepHooks::store();
-    Mem::StepHooks::store();
     ::unlink(fileName_.c_str());
-    Mem::StepHooks::store();
     ::unlink(rootPath_.file(LOCK_NAME).c_str());
 }
 

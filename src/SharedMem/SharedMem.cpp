@@ -75,9 +75,7 @@ void SharedMemWrapper::applyDump() {
 void SharedMemWrapper::cleanup() {
     if (backing_ != Backing::file) return;
     StepHooks::store();
-    Mem::StepHooks::store();
     ::unlink(fileName_.c_str());
-    Mem::StepHooks::store();
     ::unlink(temporaryName(fileName_).c_str());
 }
 
@@ -97,7 +95,6 @@ bool SharedMemWrapper::reserve(std::size_t from, std::size_t to) {
     if (to <= from) return true;
     int error;
     do {
-        Mem::StepHooks::store();
         error = ::posix_fallocate(fd_, static_cast<off_t>(from), static_cast<off_t>(to - from));
     } while (error == EINTR);
     if (error != 0) fail("cannot reserve space", error);
@@ -145,7 +142,6 @@ void* SharedMemWrapper::map(std::size_t size, Mode mode, void const* hint) {
     }
     int const flags = mode == Mode::writer ? O_RDWR | O_CREAT : O_RDONLY;
     StepHooks::store();
-    Mem::StepHooks::store();
     fd_ = ::open(fileName_.c_str(), flags | O_CLOEXEC, 0644);
     if (fd_ < 0) return fail("open", errno);
     if (mode == Mode::writer) {
@@ -174,10 +170,8 @@ void* SharedMemWrapper::mapNew(std::size_t size) {
         return nullptr;
     }
     // Left by a writer that died while it built one; the writer lock makes us the only one now.
-    Mem::StepHooks::store();
     ::unlink(name.c_str());
     StepHooks::store();
-    Mem::StepHooks::store();
     fd_ = ::open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
     if (fd_ < 0) return fail("open", errno);
     uncommitted_ = true;
@@ -190,7 +184,6 @@ void* SharedMemWrapper::mapNew(std::size_t size) {
 bool SharedMemWrapper::renameNew() {
     if (!uncommitted_) return true;
     StepHooks::store();
-    Mem::StepHooks::store();
     if (::rename(temporaryName(fileName_).c_str(), fileName_.c_str()) != 0) {
         fail("rename", errno);
         return false;
@@ -226,7 +219,6 @@ void* SharedMemWrapper::remap(std::size_t size) {
         StepHooks::store();
         // Where holes are not supported the pages just stay; their contents are never believed.
         if (length > end)
-            Mem::StepHooks::store();
             ::fallocate(fd_, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, static_cast<off_t>(end),
                         static_cast<off_t>(length - end));
     }
@@ -241,10 +233,7 @@ void SharedMemWrapper::unmap() {
     } else {
         if (data_) ::munmap(data_, size_);
         closeFile();
-        if (uncommitted_) {
-            Mem::StepHooks::store();
-            ::unlink(temporaryName(fileName_).c_str());
-        }
+        if (uncommitted_) ::unlink(temporaryName(fileName_).c_str());
         uncommitted_ = false;
     }
     data_ = nullptr;

@@ -8,10 +8,9 @@ namespace Mem::StepHooks {
 
 #if defined(CAIRN_STEP_HOOKS)
 
-// Called before each shared store and each change of a file (each word of a copied value counts once
-// a copy), and before each
-// shared load. A hook may end or stop the process, or run a whole operation of the other side; it
-// is not called again from inside itself.
+// Called before each shared store (each word of a copied value counts as one), before each change of
+// a file, and before each shared load. A hook may end or stop the process, or run a whole operation
+// of the other side; it is not called again from inside itself.
 using Hook = void (*)();
 inline Hook onStore = nullptr;
 inline Hook onLoad = nullptr;

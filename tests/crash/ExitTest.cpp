@@ -16,6 +16,7 @@ namespace {
 
 using stepped::Key;
 using Model = std::map<U32, U32>; // key id to stamp
+constexpr U32 absent = 0xffffffff; // no stamp
 
 constexpr int stoppedCode = 77;
 U64 stepsLeft = 0;
@@ -103,9 +104,9 @@ public:
         std::set<U32> ids;
         for (auto const& [id, stamp] : before) ids.insert(id);
         for (auto const& [id, stamp] : after) ids.insert(id);
-        auto const state = [](Model const& m, U32 id) -> std::optional<U32> {
+        auto const state = [](Model const& m, U32 id) -> U32 {
             auto const found = m.find(id);
-            if (found == m.end()) return {};
+            if (found == m.end()) return absent;
             return found->second;
         };
         Model const walked = walk(r);
@@ -113,7 +114,7 @@ public:
             bool found = false;
             Value out;
             r.lookup(keyOf(id), found, &out);
-            auto const seen = found ? std::optional<U32>(out.stamp()) : std::nullopt;
+            auto const seen = found ? out.stamp() : absent;
             ASSERT_TRUE(seen == state(before, id) || seen == state(after, id)) << "key " << id;
             ASSERT_TRUE(!found || out.whole());
             ASSERT_TRUE(state(walked, id) == state(before, id) ||
@@ -165,7 +166,8 @@ public:
         auto w = writer();
         w->initialize("successor");
         Model const left = walk(*w);
-        bool const isKept = w->orielId() == oriel && attached;
+        // A removal that lost all but the oriel file leaves its id to an empty table.
+        bool const isKept = attached && w->orielId() == oriel && !left.empty();
         if (isKept) {
             ++kept;
             EXPECT_TRUE(left == before || left == after);
@@ -191,6 +193,7 @@ public:
     void everyStop(Operation const& operation) {
         SCOPED_TRACE(operation.name);
         Model before, after;
+        std::filesystem::remove_all(base_ + "/" + name_);
         {
             auto w = writer();
             w->initialize("model");
@@ -202,7 +205,7 @@ public:
         U64 stop = 1;
         while (stopAt(operation, stop, before, after, kept, reformatted)) ++stop;
         EXPECT_FALSE(this->HasFailure()) << operation.name << " stopped before step " << stop;
-        EXPECT_GT(stop, 3U);
+        EXPECT_GT(stop, 1U);
         EXPECT_EQ(kept > 0, operation.sometimesKept) << kept;
         EXPECT_EQ(reformatted > 0, operation.sometimesReformatted) << reformatted;
         std::printf("%-14s slot size %3u: %4llu stops, %u kept, %u formatted anew\n",
@@ -273,7 +276,10 @@ TYPED_TEST(Exit, OfTheLifeOfATableAtEveryStore) {
                          w.detach(false);
                      },
                      [](auto& w, Model&) { w.initialize("again"); }, false});
-    this->everyStop({"cleanup", ten, [](auto& w, Model&) { w.cleanup(); }});
+    this->everyStop({"cleanup", ten, [](auto& w, Model& m) {
+                         w.cleanup();
+                         m.clear();
+                     }});
 }
 
 // Formatting: the table is new, or its oriel file was lost, and the writer stops inside.

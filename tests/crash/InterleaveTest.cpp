@@ -17,6 +17,7 @@ using Value = Ops::Value;
 using Writer = Brisk::BriskWriter<Ops>;
 using Reader = Brisk::BriskReader<Ops>;
 using Model = std::map<U32, U32>;
+constexpr U32 absent = 0xffffffff; // no stamp
 
 U64 countdown = 0;
 std::function<void()> interruption;
@@ -95,14 +96,14 @@ protected:
         return s.after;
     }
 
-    static std::optional<U32> state(Model const& m, U32 id) {
+    static U32 state(Model const& m, U32 id) {
         auto const found = m.find(id);
-        if (found == m.end()) return {};
+        if (found == m.end()) return absent;
         return found->second;
     }
-    static void judge(U32 id, std::optional<U32> seen, Model const& before, Model const& after) {
+    static void judge(U32 id, U32 seen, Model const& before, Model const& after) {
         ASSERT_TRUE(seen == state(before, id) || seen == state(after, id))
-            << "key " << id << (seen ? " has " + std::to_string(*seen) : std::string(" is missed"));
+            << "key " << id << (seen == absent ? std::string(" is missed") : " has " + std::to_string(seen));
     }
     static void lookups(Reader& r, Model const& before, Model const& after) {
         U32 const last = std::max(before.empty() ? 0 : before.rbegin()->first,
@@ -112,7 +113,7 @@ protected:
             Value out;
             r.lookup(keyOf(id), found, &out);
             ASSERT_TRUE(!found || (out.whole() && out.key() == keyOf(id)));
-            judge(id, found ? std::optional<U32>(out.stamp()) : std::nullopt, before, after);
+            judge(id, found ? out.stamp() : absent, before, after);
         }
     }
     static void walks(Reader& r, Model const& before, Model const& after, bool resized) {
