@@ -3,6 +3,7 @@
 
 #include "Brisk/Counters.h"
 #include "Brisk/SlotTable.h"
+#include "SharedMem/OrielFile.h"
 #include "SharedMem/RootPath.h"
 #include "SharedMem/SharedMem.h"
 #include "SharedMem/VersionAnchor.h"

@@ -37,6 +37,7 @@ public:
     // Raises unless a link from bucket `current` may lead to bucket `next`, at this bucket count or
     // at half or twice as many.
     void verifyNextBucket(U32 current, U32 next) const;
+    void verifyFollowing(U32 current, U32 next) const;
 
     BucketReader<Link> buckets;
 

@@ -156,7 +156,7 @@ auto ReaderHashMap<R>::firstOnce(U32& bucket, U32& bucketCount, Value& value,
                 "has bucket cycle detected, bucketCount: {} numBuckets: {}", bucketCount,
                 buckets.numBuckets);
         U32 const follow = at.link.bucket();
-        verifyNextBucket(bucket, follow);
+        verifyFollowing(bucket, follow);
         at = bucketStep(follow);
         bucket = follow;
     }
@@ -196,15 +196,22 @@ bool ReaderHashMap<R>::next(Key const& keyIs, Value& value, Brisk::IterHint& hin
             return false;
         }
         U32 const follow = at.link.bucket();
-        verifyNextBucket(bucket, follow);
+        verifyFollowing(bucket, follow);
         FMTRACE(debugHandler(), 9, "{} next bucket {} using {}", key, follow, hint.slotIndex);
         return first(follow, value, hint);
     }
     U32 const index = at.link.next;
+    U32 const ownRhash = table.rhashAt(hint.slotIndex);
     auto const seen = table.readSlot(index, &value);
     if (at.moved()) return nextSlow(key, value, hint);
     Key const& found = Ops::key(value);
     if ((seen.version & Brisk::occupiedBit) == 0) notOccupied(index, found);
+    // The list only rises. Where it does not, it may run in a circle, which the bounds of single
+    // steps would never find.
+    if (seen.rhash < ownRhash || (seen.rhash == ownRhash && !Ops::less(key, found)))
+        Dunlin::fmthrow<Dunlin::CorruptionDetectedException>(
+            "corrupt key detected. key:{} bucketIndex {}", Dunlin::dumpHex(&found, sizeof found),
+            hint.bucketIndex);
     if (!mayStandIn(found, hint.bucketIndex)) {
         // Behind two doublings the hint's bucket is no proof any more; the key of the slot it
         // stands on is.
@@ -255,7 +262,7 @@ auto ReaderHashMap<R>::nextSlowOnce(Key const& key, U32 rhash, U32 bucket, Value
         }
         if (at.link.endsChain()) {
             follow = at.link.bucket();
-            verifyNextBucket(bucket, follow);
+            verifyFollowing(bucket, follow);
             FMTRACE(debugHandler(), 9, "{} next bucket {}", key, follow);
             return Outcome::yes;
         }
@@ -284,6 +291,17 @@ auto ReaderHashMap<R>::nextSlowOnce(Key const& key, U32 rhash, U32 bucket, Value
         at = next;
         FMTRACE(debugHandler(), 9, "{} next slot {} success", key, index);
     }
+}
+
+// As verifyNextBucket, for a chain that goes on. No chain goes on at bucket 0, where walks begin: the
+// last one ends the table, and one that led back to the start would keep a walk going for ever.
+template <class R>
+void ReaderHashMap<R>::verifyFollowing(U32 current, U32 next) const {
+    if (next == 0)
+        Dunlin::fmthrow<Dunlin::CorruptionDetectedException>(
+            "has bucket: {} with next bucket: {} and numBuckets: {}", current, next,
+            buckets.numBuckets);
+    verifyNextBucket(current, next);
 }
 
 template <class R>
