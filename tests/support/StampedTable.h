@@ -2,9 +2,7 @@
 // so that a torn copy, or a copy of another key's record, is seen at once. In three slot sizes.
 #pragma once
 
-#include "Brisk/BriskReader.h"
-#include "Brisk/BriskWriter.h"
-#include "Brisk/Operations.h"
+#include "Brisk/Table.h"
 #include "Dunlin/Trace.h"
 
 #include <array>
@@ -12,6 +10,16 @@
 #include <fmt/format.h>
 
 namespace Support {
+
+// A handler that says nothing: these tests provoke thousands of reports.
+inline Dunlin::Platform::DebugHandler& quietTrace() {
+    static auto const handler = [] {
+        auto made = Dunlin::Platform::getDebugHandler("test", false);
+        made->maskIs(0);
+        return made;
+    }();
+    return *handler;
+}
 
 // Small numbers, spread by their hash.
 struct StampKey {
@@ -50,13 +58,7 @@ private:
 };
 
 template <U32 bytes>
-using StampedOps = Brisk::Ops<
-    StampKey, Stamped<bytes>,
-    Brisk::KeyOps<StampKey, Stamped<bytes>, Brisk::KeyRetrieval<StampKey, Stamped<bytes>, &Stamped<bytes>::key>,
-                  Brisk::Hash<StampKey, true>>,
-    Brisk::ValueOps<StampKey, Stamped<bytes>, Brisk::Marshall<Stamped<bytes>>, Brisk::Allocator<Stamped<bytes>>>,
-    Brisk::SlotAllocator<StampKey, Stamped<bytes>>, Yarrow::YarrowWriter<Yarrow::BasicSlot, Brisk::YarrowPos>,
-    Brisk::NullPrevValueAnchor>;
+using StampedOps = Brisk::OpsOf<StampKey, Stamped<bytes>, &Stamped<bytes>::key>;
 
 } // namespace Support
 

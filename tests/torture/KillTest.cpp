@@ -1,0 +1,226 @@
+// Writers killed at any moment, and two that want the same table.
+#include "tests/support/Child.h"
+#include "tests/support/SharedBlock.h"
+#include "tests/support/TempBase.h"
+#include "tests/torture/Scenarios.h"
+
+#include "SharedMem/WriterLock.h"
+
+#include <chrono>
+#include <gtest/gtest.h>
+#include <random>
+#include <thread>
+
+namespace {
+
+using namespace Support;
+using T = Table<160>;
+using Value = T::Value;
+
+constexpr U32 keys = 2000;
+constexpr U32 absent = 0;
+
+// The judge: what each key must hold, kept outside the table by the writer itself. The operation
+// under way is announced before it begins and entered when it is done, so at most one key is open.
+struct Ledger {
+    Complaint complaint;
+    std::atomic<bool> stop;
+    std::atomic<U64> reads;
+    std::atomic<U64> operations;
+    std::atomic<U32> stampOf[keys]; // absent: not there
+    std::atomic<U32> openKey;       // keys: none
+    std::atomic<U32> openStamp;
+    std::atomic<U32> orielId;
+    std::atomic<U32> kept, madeAnew;
+};
+
+Brisk::MapDescriptor settings() {
+    Brisk::MapDescriptor descriptor(4096);
+    descriptor.shrinkable = true;
+    descriptor.shrinkBuckets = true;
+    return descriptor;
+}
+
+// Compares the table that a successor found with the ledger, and settles the open key.
+void judge(T::Writer& writer, Ledger& ledger) {
+    State const found = T::walked(writer);
+    U32 const before = ledger.orielId;
+    ledger.orielId = writer.orielId();
+    if (before != 0 && writer.orielId() != before) {
+        if (!found.empty()) ledger.complaint.say("a new generation with {} entries", found.size());
+        for (auto& stamp : ledger.stampOf) stamp = absent;
+        ledger.openKey = keys;
+        ++ledger.madeAnew;
+        return;
+    }
+    for (U32 key = 0; key < keys; ++key) {
+        auto const place = found.find(key);
+        U32 const stamp = place == found.end() ? absent : place->second;
+        if (stamp == ledger.stampOf[key]) continue;
+        if (key == ledger.openKey && stamp == ledger.openStamp) {
+            ledger.stampOf[key] = stamp;
+            continue;
+        }
+        ledger.complaint.say("key {} holds {} and should hold {}", key, stamp, ledger.stampOf[key].load());
+    }
+    ledger.openKey = keys;
+    ++ledger.kept;
+}
+
+int churn(Ledger& ledger, U32 seed) {
+    auto writer = T::writer("kill", settings());
+    if (!writer->initialize("successor")) return 1;
+    judge(*writer, ledger);
+    std::mt19937 random(seed);
+    Value old;
+    U32 target = 1500; // fills and empties in turn, so that everything grows and shrinks
+    U32 count = writer->members();
+    while (true) {
+        U32 const key = static_cast<U32>(random()) % keys;
+        bool const there = ledger.stampOf[key] != absent;
+        bool const removing = (count > target) != (random() % 8 == 0);
+        if (removing && !there) continue;
+        ledger.openStamp = removing ? absent : 1 + static_cast<U32>(random()) % 0x7fffffff;
+        ledger.openKey = key;
+        if (removing) {
+            if (!writer->remove(StampKey{key}, old)) ledger.complaint.say("key {} was not there", key);
+            --count;
+        } else if (random() % 4 == 0) {
+            writer->directWrite(Value(key, ledger.openStamp));
+            writer->directCommit();
+            count += !there;
+        } else {
+            writer->write(Value(key, ledger.openStamp), true);
+            count += !there;
+        }
+        ledger.stampOf[key] = ledger.openStamp.load();
+        ledger.openKey = keys;
+        if (++ledger.operations % 4096 == 0) target = static_cast<U32>(random()) % keys;
+    }
+}
+
+int readOn(Ledger& ledger) {
+    try {
+        auto reader = T::reader("kill");
+        std::mt19937 random(static_cast<U32>(getpid()));
+        while (!ledger.stop) {
+            // A replaced table is attached to anew, as the front does at its sentry's word.
+            if (reader->initialized() && reader->replaced()) reader->detach(false);
+            if (!reader->initialized() && !reader->initialize("reader")) continue;
+            for (int i = 0; i < 100; ++i) {
+                U32 const key = static_cast<U32>(random()) % keys;
+                Value value;
+                bool found = false;
+                reader->lookup(StampKey{key}, found, &value);
+                if (found && (value.key().number != key || !value.sound())) ledger.complaint.say("torn record of key {}", key);
+            }
+            if (T::walked(*reader).size() > keys) ledger.complaint.say("a walk met more than there is");
+            ++ledger.reads;
+        }
+    } catch (std::exception const& e) {
+        ledger.complaint.say("exception to a reader: {}", e.what());
+    }
+    return 0;
+}
+
+TEST(Crash, KilledAtRandomUnderChurnKeepsWhatTheLedgerSays) {
+    TempBase const base;
+    SharedBlock<Ledger> ledger;
+    ledger->openKey = keys;
+    std::vector<std::unique_ptr<Child>> readers;
+    for (int i = 0; i < 2; ++i) readers.push_back(std::make_unique<Child>([&](Child&) { return readOn(*ledger); }));
+    // In the tests 50 kills; in a soak as many as fit.
+    bool const soak = std::getenv("CAIRN_SOAK_SECONDS");
+    auto const end = std::chrono::steady_clock::now() + std::chrono::duration<double>(soakSeconds(3600));
+    std::mt19937 random(11);
+    U32 kills = 0;
+    while (!ledger->complaint.any() && (soak ? kills < 1000 || std::chrono::steady_clock::now() < end : kills < 50)) {
+        U64 const before = ledger->operations;
+        Child writer([&](Child&) { return churn(*ledger, kills); });
+        auto const patience = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (ledger->operations == before && std::chrono::steady_clock::now() < patience)
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % 30'000));
+        writer.signal(SIGKILL);
+        ASSERT_EQ(writer.join(), 1000 + SIGKILL) << "the writer ended by itself";
+        ++kills;
+    }
+    Child last([&](Child&) {
+        auto writer = T::writer("kill", settings());
+        if (!writer->initialize("last")) return 1;
+        judge(*writer, *ledger);
+        return writer->validate() ? 0 : 2;
+    });
+    EXPECT_EQ(last.join(), 0);
+    ledger->stop = true;
+    for (auto& reader : readers) EXPECT_EQ(reader->join(), 0);
+    EXPECT_FALSE(ledger->complaint.any()) << ledger->complaint.text();
+    fmt::print("{} kills, {} operations, table kept {} times, made anew {} times, {} reading rounds\n", kills,
+               ledger->operations.load(), ledger->kept.load(), ledger->madeAnew.load(), ledger->reads.load());
+    EXPECT_GT(ledger->kept.load(), 0U);
+    EXPECT_GT(ledger->reads.load(), 0U);
+}
+
+TEST(Crash, OfTwoWritersThatRaceExactlyOneWins) {
+    TempBase const base;
+    bool const soak = std::getenv("CAIRN_SOAK_SECONDS");
+    Mem::WriterLock::waitIs(0.02);
+    U32 const races = soak ? 1000 : 100;
+    for (U32 race = 0; race < races; ++race) {
+        std::string const name = fmt::format("race/{}", race % 8); // new tables and known ones
+        auto const contender = [&](Child& self) {
+            auto writer = T::writer(name, Brisk::MapDescriptor(64));
+            self.step();
+            bool won = false;
+            try {
+                won = writer->initialize("race");
+            } catch (Dunlin::InvalidInitializeException const&) {
+            }
+            self.step(won); // both stay until both have tried
+            return 0;
+        };
+        Child first(contender), second(contender);
+        first.hear();
+        second.hear();
+        first.tell(0);
+        second.tell(0);
+        S64 const winners = first.hear() + second.hear();
+        first.tell(0);
+        second.tell(0);
+        ASSERT_EQ(first.join(), 0);
+        ASSERT_EQ(second.join(), 0);
+        ASSERT_EQ(winners, 1) << "race " << race;
+    }
+    Mem::WriterLock::waitIs(2);
+}
+
+TEST(Crash, AStoppedOwnerIsNotOverrun) {
+    TempBase const base;
+    Child owner([&](Child& self) {
+        auto writer = T::writer("stopped", Brisk::MapDescriptor(64));
+        if (!writer->initialize("owner")) return 1;
+        writer->write(Value(1, 1), true);
+        self.step();
+        writer->write(Value(2, 2), true);
+        return writer->members() == 2 && writer->validate() ? 0 : 2;
+    });
+    owner.hear();
+    owner.signal(SIGSTOP);
+    Mem::WriterLock::waitIs(0.1);
+    auto second = T::writer("stopped", Brisk::MapDescriptor(64));
+    try {
+        second->initialize("second");
+        ADD_FAILURE() << "the second writer got the table";
+    } catch (Dunlin::InvalidInitializeException const& e) {
+        // It names the one who holds the table.
+        EXPECT_NE(std::string(e.what()).find(fmt::format("{}", owner.pid())), std::string::npos) << e.what();
+    }
+    Mem::WriterLock::waitIs(2);
+    owner.signal(SIGCONT);
+    owner.tell(0);
+    EXPECT_EQ(owner.join(), 0);
+    EXPECT_TRUE(second->initialize("after it left"));
+    EXPECT_EQ(second->members(), 2U);
+}
+
+} // namespace

@@ -1,0 +1,153 @@
+// No space, no descriptors, no permission: the named exception, the table intact, and the next
+// write goes through once there is room.
+#include "tests/support/Child.h"
+#include "tests/support/TempBase.h"
+#include "tests/torture/Scenarios.h"
+
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+
+namespace {
+
+using namespace Support;
+using T = Table<160>;
+using Value = T::Value;
+
+constexpr int notAllowed = 77;
+
+// In a child: `body` runs below a tmpfs of `kilobytes` of its own, which goes with the child.
+template <class Body>
+int onTinyFileSystem(U32 kilobytes, Body body) {
+    TempBase const base;
+    Child child([&](Child&) {
+        if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            mount("tmpfs", base.path().c_str(), "tmpfs", 0, fmt::format("size={}k", kilobytes).c_str()) != 0)
+            return notAllowed;
+        return body(base.path());
+    });
+    return child.join();
+}
+
+// Takes all the space that is left.
+void fillUp(std::string const& directory) {
+    int const file = open((directory + "/ballast").c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
+    char const block[4096] = {1};
+    while (write(file, block, sizeof block) == sizeof block) {}
+    close(file);
+}
+
+// Inserts until the table cannot grow. Gives the number of entries then, or a negative number for
+// what went wrong.
+int fillUntilFull(T::Writer& writer) {
+    for (int key = 0; key < 1'000'000; ++key) {
+        try {
+            writer.write(Value(static_cast<U32>(key), 1), true);
+        } catch (Dunlin::MemoryResourceException const&) {
+            return key;
+        }
+    }
+    return -1;
+}
+
+int noRoomForSlots(std::string const& directory) {
+    auto writer = T::writer("full", Brisk::MapDescriptor(100'000));
+    if (!writer->initialize("test")) return 1;
+    for (U32 key = 0; key < 10; ++key) writer->write(Value(key, 1), true);
+    fillUp(directory);
+    int const entries = fillUntilFull(*writer);
+    if (entries < 10) return 2;
+    State const state = T::walked(*writer);
+    if (state.size() != static_cast<std::size_t>(entries)) return 3;
+    auto reader = T::reader("full");
+    if (!reader->initialize("test") || T::walked(*reader) != state) return 4;
+    std::filesystem::remove(directory + "/ballast");
+    // The failed write left its mark only in the process: with room it goes through.
+    writer->write(Value(static_cast<U32>(entries), 1), true);
+    if (T::walked(*reader).size() != state.size() + 1) return 5;
+    if (!writer->validate()) return 6;
+    return 0;
+}
+
+TEST(NoRoom, AFullFileSystemStopsGrowthAndNothingElse) {
+    int const code = onTinyFileSystem(256, noRoomForSlots);
+    if (code == notAllowed) GTEST_SKIP() << "mounting a file system of one's own needs privileges";
+    EXPECT_EQ(code, 0);
+}
+
+// Growth of each file in turn meets the limit, as it moves up in small steps.
+TEST(NoRoom, AnyLimitOfSizeStopsGrowthAndNothingElse) {
+    for (U32 kilobytes = 64; kilobytes <= 512; kilobytes += 28) {
+        SCOPED_TRACE(kilobytes);
+        int const code = onTinyFileSystem(kilobytes, [](std::string const&) {
+            auto writer = T::writer("limit", Brisk::MapDescriptor(100'000));
+            try {
+                if (!writer->initialize("test")) return 1;
+            } catch (Dunlin::Exception const&) {
+                return 0; // not even a first table fits
+            }
+            int const entries = fillUntilFull(*writer);
+            if (entries < 16) return 2;
+            auto reader = T::reader("limit");
+            if (!reader->initialize("test")) return 3;
+            if (T::walked(*reader).size() != static_cast<std::size_t>(entries)) return 4;
+            // Overwriting and removing need no room.
+            Value old;
+            writer->write(Value(3, 9), true);
+            if (!writer->remove(StampKey{4}, old)) return 5;
+            writer->write(Value(4, 9), true);
+            if (T::walked(*reader)[4] != 9) return 6;
+            return writer->validate() ? 0 : 7;
+        });
+        if (code == notAllowed) GTEST_SKIP() << "mounting a file system of one's own needs privileges";
+        EXPECT_EQ(code, 0);
+    }
+}
+
+TEST(NoRoom, NoDescriptorsIsANamedException) {
+    TempBase const base;
+    Child child([&](Child&) {
+        auto writer = T::writer("descriptors", Brisk::MapDescriptor(64));
+        rlimit usual{};
+        getrlimit(RLIMIT_NOFILE, &usual);
+        rlimit const limited{3, usual.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &limited);
+        try {
+            writer->initialize("test");
+            return 1;
+        } catch (Dunlin::Exception const&) {
+        }
+        setrlimit(RLIMIT_NOFILE, &usual);
+        if (!writer->initialize("test")) return 2;
+        writer->write(Value(1, 1), true);
+        return writer->members() == 1 ? 0 : 3;
+    });
+    EXPECT_EQ(child.join(), 0);
+}
+
+TEST(NoRoom, AReadOnlyDirectoryIsANamedException) {
+    TempBase const base;
+    Child child([&](Child&) {
+        if (getuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) return notAllowed;
+        auto writer = T::writer("readonly", Brisk::MapDescriptor(64));
+        try {
+            writer->initialize("test");
+            return 1;
+        } catch (Dunlin::InvalidInitializeException const& e) {
+            // It names the place.
+            return std::string(e.what()).find(base.path()) != std::string::npos ? 0 : 2;
+        }
+    });
+    std::filesystem::permissions(base.path(), std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec |
+                                                  std::filesystem::perms::others_read | std::filesystem::perms::others_exec);
+    int const code = child.join();
+    std::filesystem::permissions(base.path(), std::filesystem::perms::owner_all);
+    if (code == notAllowed) GTEST_SKIP() << "cannot become another user here";
+    EXPECT_EQ(code, 0);
+}
+
+} // namespace
