@@ -1,5 +1,6 @@
 #include "Bridging/VlanId.h"
 
+#include "Vomo/Hash.h"
 #include "Vomo/Record.h"
 
 #include <ostream>
@@ -39,6 +40,13 @@ VlanIdOrNone::VlanIdOrNone(Vomo::CharRange& range) {
     Vomo::parse(*this, range);
 }
 VlanIdOrNone::VlanIdOrNone(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) : value_(in->nextU16()) {}
+
+U32 VlanId::hash(U32 seed) const {
+    return Vomo::hashSingleAttr(seed, value_);
+}
+U32 VlanIdOrNone::hash(U32 seed) const {
+    return Vomo::hashSingleAttr(seed, value_);
+}
 
 Vomo::String valueToStrep(VlanId v) {
     return Vomo::text(v);

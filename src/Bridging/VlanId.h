@@ -12,7 +12,8 @@ namespace Vomo {
 extern "C" {
 extern VomoModule const _VlanId_c2b91fe4f92f5433_vomoModule;
 }
-template <> struct IdOf<Bridging::VlanId> : InModule<&_VlanId_c2b91fe4f92f5433_vomoModule, 0> {};
+template <>
+struct IdOf<Bridging::VlanId> : InModule<&_VlanId_c2b91fe4f92f5433_vomoModule, 0> {};
 template <>
 struct IdOf<Bridging::VlanIdOrNone> : InModule<&_VlanId_c2b91fe4f92f5433_vomoModule, 1> {};
 } // namespace Vomo
@@ -31,7 +32,7 @@ public:
     explicit VlanId(Vomo::CharRange& range);
     VlanId(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
     constexpr U16 value() const { return value_; }
-    constexpr U32 hash() const { return value_; }
+    U32 hash(U32 seed) const;
 
     friend constexpr bool operator==(VlanId, VlanId) = default;
     friend constexpr auto operator<=>(VlanId, VlanId) = default;
@@ -50,7 +51,7 @@ public:
     explicit VlanIdOrNone(Vomo::CharRange& range);
     VlanIdOrNone(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
     constexpr U16 value() const { return value_; }
-    constexpr U32 hash() const { return value_; }
+    U32 hash(U32 seed) const;
     constexpr explicit operator bool() const { return value_ != 0; }
 
     friend constexpr bool operator==(VlanIdOrNone, VlanIdOrNone) = default;

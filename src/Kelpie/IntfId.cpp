@@ -10,6 +10,7 @@
 #include "Dunlin/Util.h"
 #include "Kelpie/NamesFile.h"
 #include "Vomo/Exception.h"
+#include "Vomo/Hash.h"
 #include "Vomo/NboAttrLog.h"
 #include "Vomo/Record.h"
 
@@ -21,7 +22,6 @@ struct Vomo::Describe<Kelpie::IntfId> {
     static constexpr auto type = value("Kelpie::IntfId");
     static constexpr auto attributes = rows({
         derived<&T::word>(2, "word"),
-        derived<&T::hash>(3, "hash"),
         function<&T::stringValue>(4, "stringValue"),
     });
 };
@@ -140,6 +140,10 @@ IntfId::IntfId(Vomo::CharRange& range)
     : IntfId(Vomo::deserializeAttr<Vomo::String>(range, "intfId")) {}
 
 IntfId::IntfId(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) : word_(in->nextU64()) {}
+
+U32 IntfId::hash(U32 seed) const {
+    return Vomo::hashSingleAttr(seed, word_);
+}
 
 Vomo::String IntfId::stringValue() const {
     if (word_ == 0) return {};

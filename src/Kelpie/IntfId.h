@@ -38,6 +38,8 @@ public:
     constexpr U64 word() const { return word_; }
     constexpr bool isEmpty() const { return word_ == 0; }
     constexpr U32 hash() const { return Tumbrel::fold(Tumbrel::mix64(0, word_)); }
+    // As the key of a collection.
+    U32 hash(U32 seed) const;
     // The name.
     Vomo::String stringValue() const;
     constexpr explicit operator bool() const { return word_ != 0; }

@@ -1,0 +1,49 @@
+// The name of a routing instance (VRF).
+#pragma once
+
+#include "Vomo/Fwd.h"
+
+namespace L3 {
+class VrfName;
+} // namespace L3
+
+namespace Vomo {
+extern "C" {
+extern VomoModule const _VrfName_24b4c36c4490e7d8_vomoModule;
+}
+template <>
+struct IdOf<L3::VrfName> : InModule<&_VrfName_24b4c36c4490e7d8_vomoModule, 0> {};
+} // namespace Vomo
+
+namespace L3 {
+
+// At most 100 bytes; a longer name raises RangeException "Vomo::String::bytes > maxLength() not
+// allowed". Empty by default. Text: quoted.
+class VrfName {
+public:
+    static constexpr U32 maxLength() { return 100; }
+
+    VrfName() = default;
+    explicit VrfName(Vomo::String name);
+    explicit VrfName(Vomo::CharRange& range);
+    VrfName(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
+
+    Vomo::String const& stringValue() const { return name_; }
+    U32 hash(U32 seed) const;
+
+    friend bool operator==(VrfName const& a, VrfName const& b) { return a.name_ == b.name_; }
+    // "default" first, then by bytes.
+    friend bool operator<(VrfName const& a, VrfName const& b);
+
+private:
+    friend Vomo::Describe<VrfName>;
+    Vomo::String name_;
+};
+
+Vomo::String valueToStrep(VrfName const& v);
+// The name without quotes.
+std::ostream& operator<<(std::ostream& stream, VrfName const& v);
+Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, VrfName const& v);
+U32 attrLogSize(VrfName const* v);
+
+} // namespace L3

@@ -1,0 +1,46 @@
+#include "Tunnel/TunnelId.h"
+
+#include "Vomo/Record.h"
+
+#include <ostream>
+
+template <>
+struct Vomo::Describe<Tunnel::TunnelTable::TunnelId> {
+    using T = Tunnel::TunnelTable::TunnelId;
+    static constexpr auto type = value("Tunnel::TunnelTable::TunnelId");
+    static constexpr auto attributes = rows({
+        ctor<&T::value_>(2, "value"),
+        constant<&T::minValue>(3, "minValue"),
+        constant<&T::maxValue>(4, "maxValue"),
+    });
+};
+
+namespace Tunnel::TunnelTable {
+
+TunnelId::TunnelId(U64 value) : value_(value) {
+    if (value > maxValue)
+        Vomo::throwRangeException(
+            "Tunnel::TunnelTable::TunnelId::value < Tunnel::TunnelTable::TunnelId::minValue or > "
+            "Tunnel::TunnelTable::TunnelId::maxValue not allowed");
+}
+TunnelId::TunnelId(Vomo::CharRange& range) : TunnelId(Vomo::deserializeAttr<U64>(range, "value")) {}
+TunnelId::TunnelId(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) : TunnelId(in->nextU64()) {}
+Vomo::String valueToStrep(TunnelId v) {
+    return Vomo::text(v);
+}
+std::ostream& operator<<(std::ostream& stream, TunnelId v) {
+    return stream << v.value();
+}
+Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, TunnelId v) {
+    return out << v.value();
+}
+
+} // namespace Tunnel::TunnelTable
+
+namespace {
+constexpr Vomo::TypeFrame types[] = {Vomo::frameOf<Tunnel::TunnelTable::TunnelId>};
+} // namespace
+constinit Vomo::VomoModule const Vomo::_TunnelBasicTypes_868265ad3920b5fa_vomoModule =
+    Vomo::ModuleRecord<types>::value;
+static Vomo::ModuleRegistration const
+    registration(&Vomo::_TunnelBasicTypes_868265ad3920b5fa_vomoModule);

@@ -1,0 +1,142 @@
+// Entities: named, counted objects of which other code can watch each attribute.
+#pragma once
+
+#include "Vomo/AllocTrack.h"
+#include "Vomo/Exception.h"
+#include "Vomo/Ptr.h"
+
+#include <vector>
+
+namespace Vomo {
+
+// The list of an object's notifiees, in one word: null until the first attaches.
+class NotifieeList {
+public:
+    NotifieeList() = default;
+    NotifieeList(NotifieeList const&) = delete;
+    NotifieeList& operator=(NotifieeList const&) = delete;
+    ~NotifieeList() { deleteAll(); }
+
+    bool empty() const { return members_ == nullptr; }
+    void newMember(PtrInterface* owner, class NotifieeConst* notifiee);
+    void deleteMember(PtrInterface* owner, NotifieeConst* notifiee);
+    void deleteAll();
+    // Calls every notifiee that is attached when the visit begins and still is when its turn comes.
+    // What a notifiee raises passes on.
+    void visit(U32 attrId) const { visit(attrId, nullptr); }
+    void visit(U32 attrId, void const* key) const;
+    void visitZeroReferences() const;
+
+private:
+    struct Members;
+    Members* members_ = nullptr;
+};
+
+// What watches an object. Detaches itself when it goes.
+class NotifieeConst {
+public:
+    NotifieeConst() = default;
+    NotifieeConst(NotifieeConst const&) = delete;
+    NotifieeConst& operator=(NotifieeConst const&) = delete;
+    virtual ~NotifieeConst();
+    // `key` points to the key of the member that changed; null for an attribute without keys.
+    virtual void onAttribute(U32 attrId, void const* key) = 0;
+    // The last reference has gone; the object is still whole.
+    virtual void onZeroReferences() {}
+
+    // Attaches to `object`, from where it was before; null detaches. A notifiee that wants
+    // `onZeroReferences` says so.
+    void notifierIs(PtrInterface* object, bool wantsZeroReferences = false);
+    PtrInterface* notifier() const { return notifier_; }
+
+private:
+    friend class NotifieeList;
+    PtrInterface* notifier_ = nullptr;
+};
+
+// An entity of the tree that agents mount. Belongs to one thread. The fields of a class stand after
+// those of its base; the list of notifiees is the last.
+class Entity : public PtrInterface {
+public:
+    // The parent, which is not held; calls handleParent.
+    void parentIs(Ptr<Entity> const& parent);
+    Entity* parent() const { return parent_; }
+    // Before this is true no notifiee is called; a factory ends with it.
+    void hasNotificationActiveIs(bool active) override { notificationActive_ = active; }
+    bool hasNotificationActive() const { return notificationActive_; }
+    ~Entity() override;
+
+    // The stream's word: bit 0x400000 says that a resync has not met the entity yet.
+    static constexpr U32 resyncMark = 0x400000;
+    U32 streamState() const { return streamState_; }
+    void streamStateIs(U32 v) { streamState_ = v; }
+    // How often the entity's tables were written, and how often a write changed something.
+    U64 mutations() const { return mutations_; }
+    U64 changes() const { return changes_; }
+    void mutationsInc(bool changed) {
+        ++mutations_;
+        changes_ += changed;
+    }
+
+protected:
+    Entity() = default;
+    // Calls the notifiees, if notification is on. The last step of every mutator.
+    void notify(U32 attrId, void const* key = nullptr) const {
+        if (!notificationActive_) return;
+        NotifieeList const* const list = notifieeList().list;
+        if (list != nullptr && !list->empty()) [[unlikely]]
+            list->visit(attrId, key);
+    }
+    // Stores and notifies, unless the value is the present one. True if it changed.
+    template <class V>
+    bool assign(V& field, V const& v, U32 attrId) {
+        if (field == v) return false;
+        field = v;
+        notify(attrId);
+        return true;
+    }
+
+private:
+    Entity* parent_ = nullptr;
+    bool notificationActive_ = false;
+    U32 streamState_ = 0;
+    U64 mutations_ = 0;
+    U64 changes_ = 0;
+};
+
+[[noreturn]] void throwMutatorArgNullPointerException(VomoTypeBase type, U32 attrId);
+[[noreturn]] void throwNewEntityArgsException(VomoTypeBase type);
+namespace Impl {
+// Another child stands under the key of `added`.
+[[noreturn]] void throwMutatorReinstantiating(Entity const& owner, U32 attrId,
+                                              Entity const* present, Entity const* added);
+} // namespace Impl
+
+namespace System {
+// Seconds since the epoch, by a clock of nanoseconds.
+double currentTime();
+} // namespace System
+
+// Base of the counted class T: T's account of allocations.
+template <class T>
+class Tracked {
+public:
+    static inline AllocTrackTypeInfo* vomoAllocTrackTypeInfo_ = nullptr;
+
+protected:
+    Tracked() {
+        AllocTrackTypeInfo::_trackAllocation(&vomoAllocTrackTypeInfo_, typeid(T), sizeof(T), 8);
+    }
+    Tracked(Tracked const&) : Tracked() {}
+    ~Tracked() { AllocTrackTypeInfo::_trackDeallocation(&vomoAllocTrackTypeInfo_, sizeof(T)); }
+};
+
+// Makes an entity that can stand alone: constructs it, then turns notification on.
+template <class T, class... A>
+Ptr<T> newEntity(A&&... args) {
+    Ptr<T> entity(new T(std::forward<A>(args)...));
+    entity->hasNotificationActiveIs(true);
+    return entity;
+}
+
+} // namespace Vomo

@@ -1,0 +1,291 @@
+// Hash collections, typed: nodes, the table of functions of a node class, the front over the
+// engine.
+#pragma once
+
+#include "Dunlin/Exception.h"
+#include "Vomo/Fwd.h"
+#include "Vomo/HashMap2018Generic.h"
+#include "Vomo/Ptr.h"
+
+#include <new>
+#include <type_traits>
+#include <utility>
+
+namespace Vomo {
+
+struct HashMap2018LinkNodeBase {};
+
+// The hash of a collection's key for a seed: `key.hash(seed)`, or that of the wrapped bits.
+template <class Key>
+constexpr bool hashTakesSeed = std::is_integral_v<Key> || std::is_same_v<Key, String> ||
+                               requires(Key const& k) {
+    k.hash(U32{});
+};
+template <class Key>
+U32 hashOfKey(Key const& key, U32 seed) {
+    if constexpr (std::is_integral_v<Key>)
+        return hashSingleAttr(seed, key);
+    else if constexpr (std::is_same_v<Key, String>)
+        return hashSingleAttr(seed, std::string_view(key));
+    else if constexpr (hashTakesSeed<Key>)
+        return key.hash(seed);
+    else
+        return key.hash();
+}
+
+// The record by which the engine takes a key of this collection.
+template <bool legacyHash, U32 seed, class Key>
+auto keyRecord(Key const& key) {
+    if constexpr (std::is_same_v<Key, String>) {
+        if constexpr (legacyHash)
+            return HashHelper::KeyStringLegacy{&key};
+        else
+            return HashHelper::KeyString{&key, seed};
+    } else if constexpr (legacyHash) {
+        return HashHelper::KeyAndRhashLegacy{&key, hashOfKey(key, 0)};
+    } else if constexpr (std::is_same_v<Key, U32>) {
+        return HashHelper::KeyU32{key, seed};
+    } else if constexpr (hashTakesSeed<Key>) {
+        return HashHelper::KeyAndRhashSeedArg{&key,
+                                              hashOfKey(key, HashHelper::hashSeed32() ^ seed)};
+    } else {
+        return HashHelper::KeyAndRhashNoSeedArg{&key, key.hash(), seed};
+    }
+}
+
+// A node that stores its key, followed by the value.
+template <bool legacyHash, U32 seed, class Key, class Value, bool>
+class HashMap2018NodeExternKey : public HashMap2018LinkNodeBase {
+public:
+    HashMap2018NodeExternKey(Key key, Value value)
+        : key_(std::move(key)), value_(std::move(value)) {}
+    Key const& fwkKey() const { return key_; }
+    Value const& value() const { return value_; }
+    void valueIs(Value v) { value_ = std::move(v); }
+    static auto record(Key const& key) { return keyRecord<legacyHash, seed>(key); }
+
+private:
+    Key key_;
+    Value value_;
+};
+// A member of a set: the bare key.
+template <bool legacyHash, U32 seed, class Key>
+class HashMap2018NodeExternKey<legacyHash, seed, Key, void, false>
+    : public HashMap2018LinkNodeBase {
+public:
+    explicit HashMap2018NodeExternKey(Key key) : key_(std::move(key)) {}
+    Key const& fwkKey() const { return key_; }
+    static auto record(Key const& key) { return keyRecord<legacyHash, seed>(key); }
+
+private:
+    Key key_;
+};
+
+// A node that stores only a pointer to an entity, in which KeyFunktor finds the key.
+template <bool legacyHash, U32 seed, class Key, class Value, class KeyFunktor, bool>
+class HashMap2018NodeInternalKey : public HashMap2018LinkNodeBase {
+public:
+    explicit HashMap2018NodeInternalKey(Value value) : value_(std::move(value)) {}
+    Key const& fwkKey() const { return KeyFunktor()(value_); }
+    Value const& value() const { return value_; }
+    // The value must have the key under which the present one was entered.
+    void valueIs(Value value) {
+        PLAINASSERT(fwkKey() == KeyFunktor()(value), "fwkKey() == KeyFunktor()( _value )");
+        value_ = std::move(value);
+    }
+    static auto record(Key const& key) { return keyRecord<legacyHash, seed>(key); }
+
+private:
+    Value value_;
+};
+
+// The functions by which the engine handles nodes of one class.
+template <class Node, class Key>
+struct HashMap2018NodeFunctions {
+    // The account of the nodes of this class.
+    static inline AllocTrackTypeInfo* vomoAllocTrackTypeInfo_ = nullptr;
+
+    static constexpr bool trivial = std::is_trivially_copyable_v<Node>;
+
+    static Node* at(void* nodes, std::size_t i) { return static_cast<Node*>(nodes) + i; }
+
+    static void bktHdrRefDec(HashMap2018BucketHdr* bucket) noexcept {
+        if (bucket->bktHdrRefDecHelper() != 0) return;
+        AllocTrackTypeInfo::trackArrayDeallocation(&HashMap2018Generic::bucketHeaderTypeInfo_,
+                                                   typeid(HashMap2018BucketHdr), sizeof(U32), 1);
+        AllocTrackTypeInfo::trackArrayDeallocation(&vomoAllocTrackTypeInfo_, typeid(Node),
+                                                   sizeof(Node) + 4, bucket->slots());
+        if constexpr (!trivial) std::destroy_n(at(bucket->nodes(), 0), bucket->used());
+        std::free(bucket->allocation(alignof(Node)));
+    }
+    static bool keyEqualsNode(void const* key, void const* node) noexcept {
+        return static_cast<Node const*>(node)->fwkKey() == *static_cast<Key const*>(key);
+    }
+    static void place(HashMap2018VTable const*, void* dst, void* src, MoveOrCopy mode) noexcept {
+        auto& from = *static_cast<Node*>(src);
+        if (mode == MoveOrCopy::move)
+            new (dst) Node(std::move(from));
+        else
+            new (dst) Node(std::as_const(from));
+    }
+    static void shift(HashMap2018VTable const*, void* nodes, void*, U32 used, U32 slot,
+                      S32 slotsToShift) noexcept {
+        if (slotsToShift < 0) {
+            auto const gap = static_cast<U32>(-slotsToShift);
+            std::move(at(nodes, slot + gap), at(nodes, used), at(nodes, slot));
+            std::destroy_n(at(nodes, used - gap), gap);
+            return;
+        }
+        PLAINASSERT(slotsToShift == 1, "slotsToShift == 1");
+        if (slot == used) return;
+        new (at(nodes, used)) Node(std::move(*at(nodes, used - 1)));
+        std::move_backward(at(nodes, slot), at(nodes, used - 1), at(nodes, used));
+        at(nodes, slot)->~Node();
+    }
+    static void newBucketAssemble(HashMap2018VTable const* vt, U32 slots, void* dst,
+                                  HashMap2018NodeSourceColl const& sources) noexcept {
+        AllocTrackTypeInfo::trackArrayAllocation(&HashMap2018Generic::bucketHeaderTypeInfo_,
+                                                 typeid(HashMap2018BucketHdr), sizeof(U32), 1);
+        AllocTrackTypeInfo::trackArrayAllocation(&vomoAllocTrackTypeInfo_, typeid(Node),
+                                                 sizeof(Node) + 4, slots);
+        if constexpr (trivial) {
+            HashMap2018VTable::trivialNewBucketAssemble(vt, slots, dst, sources);
+        } else {
+            Node* to = at(dst, 0);
+            for (U32 r = 0; r < sources.numRuns; ++r)
+                for (U32 i = 0; i < sources.runs[r].count; ++i)
+                    place(vt, to++, at(sources.runs[r].nodes, i), sources.runs[r].moveOrCopy);
+        }
+    }
+    static int compareOrLruUnlink(void const* key, void const* a, void const* b) noexcept {
+        Key const& first =
+            a == nullptr ? *static_cast<Key const*>(key) : static_cast<Node const*>(a)->fwkKey();
+        Key const& second = static_cast<Node const*>(b)->fwkKey();
+        if (first == second) return 0;
+        if constexpr (requires { first < second; })
+            return first < second ? 1 : 2;
+        else
+            return 2;
+    }
+
+    static constexpr HashMap2018VTable vt_{
+        alignof(Node),
+        sizeof(Node),
+        bktHdrRefDec,
+        keyEqualsNode,
+        trivial ? HashMap2018VTable::trivialPlace : place,
+        trivial ? HashMap2018VTable::trivialShift : shift,
+        newBucketAssemble,
+        compareOrLruUnlink,
+        0,
+    };
+};
+
+// The typed front. Adds nothing to the engine's state. `Value` is void for a set.
+template <class Node, class Key, class Value>
+class HashMap2018 : public HashMap2018Generic {
+public:
+    using Functions = HashMap2018NodeFunctions<Node, Key>;
+    static constexpr HashMap2018VTable const& vt_ = Functions::vt_;
+
+    HashMap2018() : HashMap2018Generic(&vt_, TypeSafeIndex<U32, 355>(1), false) {}
+    HashMap2018(HashMap2018 const& other) : HashMap2018Generic(&vt_, other) {}
+    HashMap2018& operator=(HashMap2018 const& other) {
+        assignOp(&vt_, other);
+        return *this;
+    }
+    ~HashMap2018() { emptyAllBuckets(&vt_, true); }
+
+    // The member's node, or null.
+    Node* operator[](Key const& key) const {
+        return static_cast<Node*>(lookupNodeG(&vt_, Node::record(key)));
+    }
+    // Enters a member, whose key must be absent.
+    Node* newMember(Node node) {
+        auto const record = Node::record(node.fwkKey());
+        return static_cast<Node*>(newMemberG(&vt_, record, &node));
+    }
+    // False if there was no such member. What a removed node holds is released last.
+    bool deleteMember(Key const& key) {
+        alignas(Node) U8 removed[sizeof(Node)];
+        if (!deleteMemberG(&vt_, Node::record(key), removed)) return false;
+        std::launder(reinterpret_cast<Node*>(removed))->~Node();
+        return true;
+    }
+    void deleteAll() { _memberDelAll(&vt_); }
+    bool markedForDeletionIs(Key const& key, bool marked) {
+        return vomoMarkedForDeletionGIs(&vt_, Node::record(key), marked);
+    }
+
+    // The safe walk; see HashMap2018IteratorGeneric.
+    class IteratorConst : public HashMap2018IteratorGeneric {
+    public:
+        explicit IteratorConst(HashMap2018 const* map)
+            : HashMap2018IteratorGeneric(map, &HashMap2018::vt_) {}
+        IteratorConst(HashMap2018 const* map, Key const& key)
+            : HashMap2018IteratorGeneric(map, &HashMap2018::vt_, Node::record(key)) {}
+        explicit operator bool() const { return currNodeMaybeStale() != nullptr; }
+        // Of the current member, also when it has left.
+        Key const& key() const { return static_cast<Node*>(currNodeMaybeStale())->fwkKey(); }
+        // Null once the member has left.
+        Node* node() const { return static_cast<Node*>(currNodeNonStale()); }
+        IteratorConst& operator++() {
+            advance();
+            return *this;
+        }
+    };
+    class UnsafeIteratorConst : public HashMap2018UnsafeIteratorConstGeneric {
+    public:
+        explicit UnsafeIteratorConst(HashMap2018 const* map)
+            : HashMap2018UnsafeIteratorConstGeneric(map, &HashMap2018::vt_) {}
+        explicit operator bool() const { return currNode() != nullptr; }
+        Node const* operator->() const { return static_cast<Node const*>(currNode()); }
+        Node const& operator*() const { return *static_cast<Node const*>(currNode()); }
+        UnsafeIteratorConst& operator++() {
+            advance();
+            return *this;
+        }
+    };
+
+    // Walks both in step and compares pair by pair: by position, not by key.
+    friend bool operator==(HashMap2018 const& a, HashMap2018 const& b) {
+        if (&a == &b) return true;
+        if (a.members() != b.members()) return false;
+        UnsafeIteratorConst right(&b);
+        for (UnsafeIteratorConst left(&a); left; ++left, ++right) {
+            if (!(left->fwkKey() == right->fwkKey())) return false;
+            if constexpr (!std::is_void_v<Value>)
+                if (!(left->value() == right->value())) return false;
+        }
+        return true;
+    }
+};
+
+// A set of keys. The seed constant is 0 in all sets.
+template <class Key, U32 seed>
+class HSet {
+public:
+    struct Node : HashMap2018NodeExternKey<false, seed, Key, void, false> {
+        using HashMap2018NodeExternKey<false, seed, Key, void, false>::HashMap2018NodeExternKey;
+    };
+    using Map = HashMap2018<Node, Key, void>;
+    using IteratorConst = typename Map::IteratorConst;
+
+    bool has(Key const& key) const { return map_[key] != nullptr; }
+    // False if it was there.
+    bool add(Key const& key) {
+        if (has(key)) return false;
+        map_.newMember(Node(key));
+        return true;
+    }
+    bool del(Key const& key) { return map_.deleteMember(key); }
+    void clear() { map_.deleteAll(); }
+    U32 members() const { return map_.members(); }
+    Map& map() { return map_; }
+    Map const& map() const { return map_; }
+
+private:
+    Map map_;
+};
+
+} // namespace Vomo
