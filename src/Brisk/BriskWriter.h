@@ -109,6 +109,14 @@ public:
     HashMap& hashMap() const { return map_; }
     Queue& queue() const { return queue_; }
     std::string const& typeName() const { return typeName_; }
+    // Asks ahead for all that an operation on the slot will touch; no effect.
+    void prefetchSlot(U32 index) const {
+        if (index > table_.slots.maxIndex) return;
+        auto const* const slot = reinterpret_cast<char const*>(table_.slots.base + index);
+        for (std::size_t line = 64; line < sizeof(Slot); line += 64)
+            __builtin_prefetch(slot + line, 1);
+        queue_.prefetchPosition(index);
+    }
 
 private:
     // Set while buckets or slots are being resized: a task that runs in between must not come near

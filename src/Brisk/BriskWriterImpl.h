@@ -79,6 +79,7 @@ auto BriskWriter<Ops>::write(Value const& value, bool overwrite) -> Value const*
         FMTRACE(this->debugHandler(), 9, "existing {} bucket:{} slot:{} next:{}", key, bucket,
                 index, Mem::peek(slot.link).next);
         if (!overwrite) return &slot.value;
+        queue_.prefetchEntry(index);
         rewrite(slot, value);
         ++counters_.overwrites;
         queue_.notify(index);
@@ -173,6 +174,7 @@ bool BriskWriter<Ops>::remove(Key const& key, Value& value) {
     U32 const index = Mem::peek(*prev).next;
     Slot& slot = table_.slots[index];
     FMTRACE(this->debugHandler(), 9, "{} bucket:{} slot:{}", key, bucket, index);
+    queue_.prefetchEntry(index);
     Ops::copyValue(&value, &slot.value);
     auto& header = *table_.header;
     SlotLink const link = Mem::peek(slot.link);

@@ -3,7 +3,7 @@
 // does not depend on the bucket count, so buckets double and halve while readers keep walking: no
 // slot moves, and each step is one 8-byte store.
 //
-// `WriterType` gives `Ops`, `slotTable()`, `criticalTaskCheck()` and `rootPath()`. Everything here
+// `WriterType` gives `Ops`, `slotTable()`, `prefetchSlot()` and `criticalTaskCheck()`. Everything here
 // runs on the writer's thread. Every inconsistency found on a walk raises
 // CorruptionDetectedException; nothing is mended.
 #pragma once
@@ -67,7 +67,7 @@ private:
     void give(Slot& slot, U32 index, U32 bucket, Value& value, Brisk::IterHint& hint);
     bool endOfTable(U32 bucket);
     bool nextSlow(Key const& key, Value& value, Brisk::IterHint& hint);
-    void prefetchHead(U32 bucket);
+    void prefetchChains(U32 bucket, U32 end);
     [[noreturn]] static void notOccupied(U32 index);
     [[noreturn]] static void corruptKey(U32 index);
     [[noreturn]] void cycle(U32 slotCount);

@@ -67,6 +67,7 @@ bool WriterHashMap<W, V>::find(Key const& key, U32 bucket, Link*& prev, Link*& c
     U32 slotCount = 0;
     while (!link.endsChain()) {
         countStep(slotCount);
+        writer_->prefetchSlot(link.next);
         Slot& slot = occupiedSlot(link.next);
         curr = &slot.link;
         U32 const slotRhash = Mem::peek(slot.rhash);
@@ -251,11 +252,17 @@ bool WriterHashMap<W, V>::nextSlow(Key const& key, Value& value, Brisk::IterHint
 
 // Slots of neighbouring buckets lie anywhere: a pass over all buckets asks for them ahead.
 template <class W, class V>
-void WriterHashMap<W, V>::prefetchHead(U32 bucket) {
-    if (bucket >= buckets.numBuckets()) return;
-    U32 const index = Mem::peek(buckets[bucket]).next;
+void WriterHashMap<W, V>::prefetchChains(U32 bucket, U32 end) {
+    constexpr U32 far = 16, near = 8;
     auto& slots = writer_->slotTable().slots;
-    if (index <= slots.maxIndex) __builtin_prefetch(slots.base + index);
+    if (bucket + far >= end) return;
+    U32 const head = Mem::peek(buckets[bucket + far]).next;
+    if (head <= slots.maxIndex) __builtin_prefetch(slots.base + head, 1);
+    // By now the head of a nearer chain has come, and tells where its second slot is.
+    U32 const nearHead = Mem::peek(buckets[bucket + near]).next;
+    if (nearHead > slots.maxIndex) return;
+    U32 const second = Mem::peek(slots.base[nearHead].link).next;
+    if (second <= slots.maxIndex) __builtin_prefetch(slots.base + second, 1);
 }
 
 // Doubles the buckets. Readers: ReaderHashMap::lookup, first, next; BucketReader::doResize.
@@ -278,7 +285,6 @@ void WriterHashMap<W, V>::growBuckets() {
     auto& table = writer_->slotTable();
     buckets.resize(2 * count);
     U32 const mask = 2 * count - 1;
-    constexpr U32 ahead = 8;
 
     // The link at which chain `b` stops holding keys of bucket `b` of the doubled table.
     auto const splitPoint = [&](U32 b) -> Link* {
@@ -296,7 +302,7 @@ void WriterHashMap<W, V>::growBuckets() {
     };
 
     for (U32 b = 0; b < count; ++b) {
-        if (b + ahead < count) prefetchHead(b + ahead);
+        prefetchChains(b, count);
         Link const stop = Mem::peek(*splitPoint(b));
         Link& entry = buckets[b + count];
         Mem::poke(entry, Mem::peek(entry).to(stop.next)); // D1
@@ -304,7 +310,7 @@ void WriterHashMap<W, V>::growBuckets() {
     }
     buckets.publishSize(); // D2
     for (U32 b = 0; b < count; ++b) {
-        if (b + ahead < count) prefetchHead(b + ahead);
+        prefetchChains(b, count);
         Link& stop = *splitPoint(b);
         Mem::publish(stop, Mem::peek(stop).to((b + count) | Link::endBit)); // D3
         tasks.check();

@@ -4,6 +4,9 @@
 
 #include "Kelpie/IpAddr.h"
 
+#include <array>
+#include <bit>
+
 namespace Kelpie {
 class IpGenPrefix;
 } // namespace Kelpie
@@ -63,7 +66,11 @@ public:
     U32 hash() const { return hash(0); }
     Vomo::String stringValue() const;
 
-    friend constexpr bool operator==(IpGenPrefix const&, IpGenPrefix const&) = default;
+    // All three fields, as the three words they are: tables compare keys with each step.
+    friend constexpr bool operator==(IpGenPrefix const& a, IpGenPrefix const& b) {
+        using Words = std::array<U64, 3>;
+        return std::bit_cast<Words>(a) == std::bit_cast<Words>(b);
+    }
     // Total. By family; then, if the first m bits differ, m being the smaller length, by those bits;
     // then a longer prefix before one that covers it; then by all bits of the address.
     friend bool operator<(IpGenPrefix const& a, IpGenPrefix const& b);

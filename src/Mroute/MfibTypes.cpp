@@ -170,10 +170,6 @@ Vomo::String stringValue(RouteKeyType v) {
     return KindText::stringValue(kindType, static_cast<U32>(v));
 }
 
-U32 IpGenRouteKey::hash() const {
-    return prefixHash(s_) ^ prefixHash(g_);
-}
-
 RouteKeyType IpGenRouteKey::kind() const {
     if (g_.isMulticast()) return RouteKeyType::mroute;
     if (g_ == Kelpie::IpGenPrefix()) return RouteKeyType::unknownRouteKeyType;

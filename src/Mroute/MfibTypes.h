@@ -6,6 +6,7 @@
 #include "Kelpie/IpPrefix.h"
 #include "Mroute/BitMapperTypes.h"
 #include "Mroute/McastGroup.h"
+#include "Mroute/Wang.h"
 #include "Vomo/FlagSet.h"
 
 namespace Routing::Multicast::Fib {
@@ -73,6 +74,15 @@ Vomo::String valueToStrep(RouteKeyType const& v);
 RouteKeyType sequenceToValue(Vomo::CharRange& range, RouteKeyType*);
 Vomo::String stringValue(RouteKeyType v);
 
+// The hash of one prefix of a key; 0 of a family other than IPv4 and IPv6. The table's readers hash a
+// key with each step, so it stands here.
+constexpr U32 prefixHash(Kelpie::IpGenPrefix const& p) {
+    auto const len = static_cast<U32>(p.len());
+    if (p.af() == Kelpie::ipv4()) return ::Mroute::wang(p.v4Addr().word() ^ len);
+    if (p.af() == Kelpie::ipv6()) return ::Mroute::wang(p.v6Addr().hash() ^ len);
+    return 0;
+}
+
 // The key of everything the multicast FIB holds: (S,G) routes, and flood entries that are packed
 // into address space no group can occupy. An IPv4 group word is `kind`:4, `vlan`:12, 16 bits for the
 // first two bytes of a MAC address. Asking a key for a part that its kind does not hold ends the
@@ -91,7 +101,7 @@ public:
     constexpr Kelpie::IpGenPrefix const& g() const { return g_; }
     constexpr void gIs(Kelpie::IpGenPrefix const& v) { g_ = v; }
     // Stands in shared tables. Swapped prefixes collide, and s equal to g gives 0.
-    U32 hash() const;
+    constexpr U32 hash() const { return prefixHash(s_) ^ prefixHash(g_); }
     // For people: "(10.1.1.0/24,239.1.1.1)", "vlan7 Floodset".
     Vomo::String pretty() const;
     // The group must be IPv4, multicast or default.

@@ -33,14 +33,6 @@ inline GroupKey groupOf(Kelpie::IpAddr source) {
     return {static_cast<U16>(source.word() >> 16), static_cast<U16>(source.word())};
 }
 
-// Of a family other than IPv4 and IPv6: 0.
-inline U32 prefixHash(Kelpie::IpGenPrefix const& p) {
-    auto const len = static_cast<U32>(p.len());
-    if (p.af() == Kelpie::ipv4()) return ::Mroute::wang(p.v4Addr().word() ^ len);
-    if (p.af() == Kelpie::ipv6()) return ::Mroute::wang(p.v6Addr().hash() ^ len);
-    return 0;
-}
-
 // The text for people of any kind but a route.
 template <class Key> Vomo::String prettyFlood(Key const& key, RouteKeyType type) {
     std::ostringstream text;

@@ -213,6 +213,12 @@ void* SharedMemWrapper::remap(std::size_t size) {
     void* const base = ::mremap(data_, size_, size, MREMAP_MAYMOVE);
     if (base == MAP_FAILED) return fail("mremap", errno);
     data_ = base;
+    // What a writer grows by it is about to fill: one call in place of a fault a page. Where the
+    // kernel does not know the call, the faults come.
+    if (mode_ == Mode::writer && size > size_) {
+        std::size_t const from = size_ & ~(pageSize_ - 1);
+        ::madvise(static_cast<char*>(base) + from, roundToPage(size) - from, MADV_POPULATE_WRITE);
+    }
     if (mode_ == Mode::writer && size < size_) {
         std::size_t const end = roundToPage(size);
         std::size_t const length = lengthOf(fd_);

@@ -48,6 +48,14 @@ public:
     // ring for the readers that sleep. The change must be readable before. Raises
     // MemoryResourceException, with nothing announced, if the private index cannot grow.
     void notifySlot(U32 slot);
+    // Ask ahead, without effect, for what `notifySlot` will touch: first the slot's position, then
+    // the entry there.
+    void prefetchPosition(U32 slot) const {
+        if (slot < numPositions_) __builtin_prefetch(positions_ + slot, 1);
+    }
+    void prefetchEntry(U32 slot) const {
+        if (U32 const at = position(slot); at != ~0U) __builtin_prefetch(&table_.entry(at), 1);
+    }
     // Withdraws the slot's live entry, if it has one.
     void tombstoneSlot(U32 slot);
 
