@@ -315,3 +315,79 @@ TEST_F(ToolTest, ShowEqualsTheKernel) {
     tool.start(command);
     EXPECT_TRUE(tool.shows(kernel.routes())) << "after a crash";
 }
+
+// A table is judged on a copy and left as it is; removed only by its whole name, and never from
+// under its writer.
+TEST_F(ToolTest, CheckFindsDamageAndTouchesNothing) {
+    ASSERT_EQ(load("small.csv", smallFile).exitCode, 0);
+    std::string const table = "routing/multicast/routestatus/default/kernel/route";
+    std::string const slots = tool.base() + "/" + table + "/slots";
+    auto const sound = tool.run({"-4", "check", "kernel/route"});
+    EXPECT_EQ(sound.exitCode, 0);
+    EXPECT_EQ(sound.out, "table " + table + " sound yes marked_by_reader no entries 5\n");
+
+    std::string whole;
+    {
+        std::ifstream in(slots, std::ios::binary);
+        whole.assign(std::istreambuf_iterator<char>(in), {});
+    }
+    ASSERT_GE(whole.size(), 776u + 16 * 176);
+    struct {
+        char const* what;
+        std::size_t offset, bytes; // overwritten with ones; none: cut there
+        std::string finding;
+        int showCode;
+    } const rows[] = {
+        {"a writer died inside an operation", 550, 1, "bad critical section runtimeFlags", 0},
+        {"free list", 560, 4, "corrupted free slot|bad slotCount", 0},
+        {"entry count", 556, 4, "mismatch header->occupiedSlots|do not belong together", 0},
+        {"slot size", 20, 4, "bad slot size", 3},
+        {"magic", 0, 8, "no header", 3},
+        {"a cut file", 1000, 0, "bad shmem size:1000", 3},
+    };
+    for (auto const& row : rows) {
+        SCOPED_TRACE(row.what);
+        std::string damaged = whole;
+        if (row.bytes == 0) damaged.resize(row.offset);
+        for (std::size_t i = 0; i < row.bytes; ++i) damaged[row.offset + i] = '\xff';
+        std::ofstream(slots, std::ios::binary | std::ios::trunc) << damaged;
+        auto const result = tool.run({"-j", "check", table});
+        EXPECT_EQ(result.exitCode, 4);
+        auto const findings = result.json();
+        ASSERT_FALSE(findings.empty());
+        EXPECT_EQ(findings[0]["sound"], false);
+        EXPECT_THAT(findings[0]["finding"].get<std::string>(),
+                    ::testing::ContainsRegex(row.finding));
+        EXPECT_THAT(result.out, ::testing::Not(HasSubstr("cairn-check")));
+        std::ifstream in(slots, std::ios::binary);
+        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), damaged);
+        // The other family's routes are shown all the same.
+        auto const show = tool.run({"-j", "show"});
+        EXPECT_EQ(show.exitCode, row.showCode);
+        EXPECT_GE(show.json().size(), 1u);
+        EXPECT_EQ(show.err.empty(), row.showCode == 0);
+    }
+    std::ofstream(slots, std::ios::binary | std::ios::trunc) << whole;
+    EXPECT_EQ(tool.run({"check", table}).exitCode, 0);
+}
+
+TEST_F(ToolTest, WritersTableIsNeitherCheckedNorRemoved) {
+    std::string const table = "routing/multicast/routestatus/default/kernel/route";
+    int const writer = tool.start({"mirror", "--from", tool.file("small.csv", smallFile)});
+    ASSERT_TRUE(written(true));
+    for (char const* command : {"check", "cleanup"}) {
+        auto const refused = tool.run({command, table});
+        EXPECT_EQ(refused.exitCode, 3);
+        EXPECT_THAT(refused.err, HasSubstr(fmt::format("owned by cairn-{}", writer)));
+    }
+    tool.signal(writer, SIGTERM);
+    EXPECT_EQ(tool.wait(writer), 0);
+    EXPECT_EQ(tool.run({"cleanup", "kernel/route"}).exitCode, 3);
+    EXPECT_EQ(tool.run({"cleanup", "../" + table}).exitCode, 2);
+    EXPECT_EQ(tool.run({"-j", "ls"}).json().size(), 4u);
+    EXPECT_EQ(tool.run({"stat", "--headers", table}).exitCode, 0);
+    EXPECT_EQ(tool.run({"cleanup", table}).exitCode, 0);
+    EXPECT_EQ(tool.run({"cleanup", table}).exitCode, 3);
+    EXPECT_EQ(tool.run({"-j", "ls"}).json().size(), 3u);
+    EXPECT_EQ(tool.run({"-4", "show"}).exitCode, 3);
+}

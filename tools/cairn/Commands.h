@@ -36,7 +36,9 @@ int showCommand(Common const& common, std::vector<std::string> const& words);
 int getCommand(Common const& common, std::vector<std::string> const& words);
 
 int lsCommand(Common const& common);
-int statCommand(Common const& common, std::string const& table);
+int statCommand(Common const& common, std::string const& table, bool headers);
+int checkCommand(Common const& common, std::string const& table);
+int cleanupCommand(std::string const& table);
 
 struct ProbeArguments {
     double seconds = 10;

@@ -1,4 +1,5 @@
 // The command line of `cairn`: arguments in, exit code out.
+#include "AnyTable.h"
 #include "Commands.h"
 #include "KernelFeed.h"
 #include "RouteFile.h"
@@ -70,6 +71,7 @@ int main(int argc, char** argv) {
             common.colour = colour == "always"  ? Colour::always
                             : colour == "never" ? Colour::never
                                                 : Colour::automatic;
+            keepTrace();
             result = run();
         });
         return sub;
@@ -125,11 +127,21 @@ int main(int argc, char** argv) {
     command("ls", "List the tables: type, entries, capacity, writer, generation",
             [&] { return lsCommand(common); });
     std::string table;
-    auto* const stat =
-        command("stat", "All about one table", [&] { return statCommand(common, table); });
-    stat->add_option("table", table, "The table's name, or the end of it")
-        ->type_name("TABLE")
-        ->required();
+    bool headers = false;
+    auto const tableCommand = [&](char const* name, char const* what, char const* how,
+                                  std::function<int()> run) {
+        auto* const sub = command(name, what, std::move(run));
+        sub->add_option("table", table, how)->type_name("TABLE")->required();
+        return sub;
+    };
+    char const* const anyName = "The table's name, or the end of it";
+    tableCommand("stat", "All about one table", anyName, [&] {
+        return statCommand(common, table, headers);
+    })->add_flag("--headers", headers, "The headers of its files, as they stand there");
+    tableCommand("check", "Is a table sound? Not while it has a writer", anyName,
+                 [&] { return checkCommand(common, table); });
+    tableCommand("cleanup", "Remove a table for good. Not while it has a writer",
+                 "The table's whole name", [&] { return cleanupCommand(table); });
 
     ProbeArguments probe;
     auto* const probeApp =

@@ -1,4 +1,5 @@
 // `cairn mirror`: the writer. Fed by the kernel or by a file, until a signal ends it.
+#include "AnyTable.h"
 #include "Churn.h"
 #include "Commands.h"
 #include "KernelMirror.h"
@@ -168,6 +169,10 @@ int mirrorCommand(Common const& common, MirrorArguments const& arguments) {
                            "--churn needs --from: the kernel's routes are not ours to change");
     if (!arguments.from.empty() && !arguments.netns.empty())
         throw CommandError(badUse, "--netns and --from: routes come from the kernel or a file");
+    // What the tables say of trouble (files that had to be given up, say) is for the operator.
+    keepTrace([&](std::string const& line) {
+        if (!arguments.quiet) fmt::print(stderr, "cairn mirror: {}\n", line);
+    });
     EndBySignal const endBySignal;
     Mirror(arguments, common).run();
     return done;

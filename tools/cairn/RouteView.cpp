@@ -1,6 +1,6 @@
 #include "RouteView.h"
 
-#include "Mroute/Tables.h"
+#include "AnyTable.h"
 
 #include <fmt/format.h>
 
@@ -14,10 +14,8 @@ using Routing::Multicast::Fib::IpGenRouteKey;
 
 struct RouteView::Tables {
     explicit Tables(RouteTableName const& name)
-        : oifs(*Dunlin::Platform::getDebugHandler("cairn", false), name.oifIndexIntf().c_str(),
-               Mroute::OifIndexIntfTable::Ops{}, nullptr),
-          routes(*Dunlin::Platform::getDebugHandler("cairn", false), name.route().c_str(),
-                 Mroute::RouteTable::Ops{}, nullptr) {}
+        : oifs(trace(), name.oifIndexIntf().c_str(), Mroute::OifIndexIntfTable::Ops{}, nullptr),
+          routes(trace(), name.route().c_str(), Mroute::RouteTable::Ops{}, nullptr) {}
 
     // The names of a route's interfaces. An index may get another interface once its last route is
     // gone: the names count only if the route still stands afterwards.
@@ -88,11 +86,11 @@ auto guarded(RouteTableName const& name, Read read) {
 RouteView::RouteView(RouteTableName const& name)
     : name_(name), tables_(std::make_unique<Tables>(name)) {
     guarded(name_, [&] {
-        for (bool const there :
-             {tables_->oifs.initialize("cairn"), tables_->routes.initialize("cairn")})
-            if (!there)
-                throw CommandError(
-                    noTable, fmt::format("table {}: not there, or not readable", name_.route()));
+        takeTraceReason();
+        if (tables_->oifs.initialize("cairn") && tables_->routes.initialize("cairn")) return;
+        auto const reason = takeTraceReason();
+        throw CommandError(noTable, fmt::format("table {}: {}", name_.route(),
+                                                reason.empty() ? "not readable" : reason));
     });
 }
 
@@ -101,7 +99,7 @@ RouteView::~RouteView() = default;
 void RouteView::forEach(std::function<void(SeenRoute const&)> const& visit) const {
     guarded(name_, [&] {
         std::vector<Route> all;
-        all.reserve(tables_->routes.members());
+        all.reserve(std::min(tables_->routes.members(), tables_->routes.capacity()));
         Mroute::RouteTable::Value value;
         Brisk::IterHint hint;
         for (bool more = tables_->routes.first(value, hint); more;
@@ -143,9 +141,9 @@ Row RouteView::row(SeenRoute const& seen) const {
     return row;
 }
 
-std::vector<std::unique_ptr<RouteView>> routeViews(ViewFilter const& filter) {
-    std::vector<std::unique_ptr<RouteView>> views;
+void forEachView(ViewFilter const& filter, std::function<void(RouteView const&)> const& visit) {
     std::optional<CommandError> fault;
+    std::size_t viewed = 0;
     for (auto const& table : tablesPresent()) {
         auto const name = RouteTableName::ofRoute(table);
         if (!name || !(name->v4 ? filter.v4 : filter.v6) ||
@@ -153,19 +151,18 @@ std::vector<std::unique_ptr<RouteView>> routeViews(ViewFilter const& filter) {
             (!filter.name.empty() && filter.name != name->name))
             continue;
         try {
-            views.push_back(std::make_unique<RouteView>(*name));
+            visit(RouteView(*name));
+            ++viewed;
         } catch (CommandError const& e) {
-            if (e.code != noTable) throw;
-            fault = e;
+            if (!fault) fault = e;
         }
     }
-    if (views.empty())
-        throw fault.value_or(
-            CommandError(noTable, fmt::format("no route table{}{}{}{} below {}",
-                                              filter.vrf.empty() ? "" : " of VRF ", filter.vrf,
-                                              filter.name.empty() ? "" : " by the name ",
-                                              filter.name, Dunlin::Util::baseDirectory())));
-    return views;
+    if (fault) throw *fault;
+    if (viewed == 0)
+        throw CommandError(noTable, fmt::format("no route table{}{}{}{} below {}",
+                                                filter.vrf.empty() ? "" : " of VRF ", filter.vrf,
+                                                filter.name.empty() ? "" : " by the name ",
+                                                filter.name, Dunlin::Util::baseDirectory()));
 }
 
 } // namespace Cairn

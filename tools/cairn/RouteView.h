@@ -39,12 +39,13 @@ private:
     std::unique_ptr<Tables> tables_;
 };
 
-// The views of all tables that the filters let through: empty ones let all. Raises CommandError if
-// there are none. A table that vanishes meanwhile is left out.
+// Which tables to view: empty texts let all through.
 struct ViewFilter {
     bool v4 = true, v6 = true;
     std::string vrf, name;
 };
-std::vector<std::unique_ptr<RouteView>> routeViews(ViewFilter const& filter);
+// Calls `visit` with each. A table that cannot be read does not hide the others: it is raised as
+// CommandError after them, as is that there is none at all.
+void forEachView(ViewFilter const& filter, std::function<void(RouteView const&)> const& visit);
 
 } // namespace Cairn

@@ -73,12 +73,12 @@ int showCommand(Common const& common, Words const& words) {
     if (auto const text = value("group"); !text.empty()) filter.group = prefixOf(text, "group");
     filter.iif = value("iif");
     filter.oif = value("oif");
-    auto const views = routeViews({common.v4, common.v6, value("vrf"), value("name")});
     Listing listing = common.listing();
-    for (auto const& view : views)
-        view->forEach([&](SeenRoute const& seen) {
-            if (filter.lets(seen)) listing.print(view->row(seen));
+    forEachView({common.v4, common.v6, value("vrf"), value("name")}, [&](RouteView const& view) {
+        view.forEach([&](SeenRoute const& seen) {
+            if (filter.lets(seen)) listing.print(view.row(seen));
         });
+    });
     // An empty table is no failure; a filter that nothing passes is.
     return listing.rows() == 0 && !values.empty() ? nothingMatched : done;
 }
@@ -98,11 +98,11 @@ int getCommand(Common const& common, Words const& words) {
         auto const found = values.find(key);
         return found == values.end() ? std::string() : found->second;
     };
-    auto const views = routeViews(
-        {common.v4 && isV4(group), common.v6 && !isV4(group), value("vrf"), value("name")});
     Listing listing = common.listing();
-    for (auto const& view : views)
-        if (auto const seen = view->get(source, group)) listing.print(view->row(*seen));
+    forEachView({common.v4 && isV4(group), common.v6 && !isV4(group), value("vrf"), value("name")},
+                [&](RouteView const& view) {
+                    if (auto const seen = view.get(source, group)) listing.print(view.row(*seen));
+                });
     return listing.rows() == 0 ? nothingMatched : done;
 }
 

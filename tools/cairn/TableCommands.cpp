@@ -1,9 +1,9 @@
 // `cairn ls` and `cairn stat`: what tables there are, and what one is like.
+#include "AnyTable.h"
 #include "Commands.h"
 
 #include "Brisk/SlotHeaderCommon.h"
 #include "Dunlin/Util.h"
-#include "Mroute/Tables.h"
 #include "SharedMem/OwnerFile.h"
 #include "SharedMem/WriterLock.h"
 
@@ -15,11 +15,6 @@
 
 namespace Cairn {
 namespace {
-
-Dunlin::Platform::DebugHandler& trace() {
-    static auto const handler = Dunlin::Platform::getDebugHandler("cairn", false);
-    return *handler;
-}
 
 struct WriterName {
     std::string process = "none";
@@ -40,37 +35,13 @@ WriterName writerOf(Mem::YokeRootPath const& path) {
     return {"unknown", 0};
 }
 
-// The header of a slot file as it is now; nothing if there is none or it is none of ours.
-std::optional<Brisk::SlotHeaderCommon> headerOf(Mem::YokeRootPath const& path) {
-    Brisk::SlotHeaderCommon header;
-    if (Mem::readFile(path.file("slots"), &header, sizeof header) != long{sizeof header})
-        return std::nullopt;
-    bool const whole = header.magic == Brisk::SlotHeaderCommon::magicNumber &&
-                       std::memchr(header.typeName, 0, sizeof header.typeName);
-    return whole ? std::optional(header) : std::nullopt;
-}
-
-// Calls `visit` with the table type of that name, as a template argument; false if there is none.
-template <class Visit, class... Tables>
-bool withTableOf(std::string const& typeName, Visit visit) {
-    return ((typeName == Tables::typeName && (visit.template operator()<Tables>(), true)) || ...);
-}
-template <class Visit>
-bool withTable(std::string const& typeName, Visit visit) {
-    return withTableOf<Visit, Mroute::RouteTable, Mroute::OifIndexIntfTable,
-                       Mroute::BidirGroupTable, Mroute::DfProfileTable, Mroute::CounterTable,
-                       Mroute::BitIndexMapTable, Mroute::WaitlistMapTable>(typeName, visit);
-}
-
 } // namespace
 
 int lsCommand(Common const& common) {
     Listing listing = common.listing();
     int result = done;
     for (auto const& table : tablesPresent()) {
-        if ((table.starts_with("routing/") && !common.v4) ||
-            (table.starts_with("routing6/") && !common.v6))
-            continue;
+        if (!ofFamily(table, common.v4, common.v6)) continue;
         Mem::YokeRootPath const path(table);
         auto const header = headerOf(path);
         if (!header) {
@@ -95,11 +66,33 @@ int lsCommand(Common const& common) {
     return result;
 }
 
-int statCommand(Common const& common, std::string const& text) {
-    std::string const table = tableMeant(text);
+namespace {
+
+// The headers of all files as the table library tells them, for who debugs it.
+int printHeaders(std::string const& table, Mem::YokeRootPath const& path,
+                 Brisk::SlotHeaderCommon const& header) {
+    bool attached = false;
+    bool const known = withTable(header.typeName, [&]<class Table>() {
+        typename Table::Reader reader(trace(), table.c_str(), typename Table::Ops{}, nullptr);
+        attached = reader.initialize("stat");
+        if (attached) fmt::print("{}", reader.dumpHeaders());
+    });
+    if (!known || !attached) fmt::print("{}\n\n", header.toString());
+    fmt::print("{}\n", SharedMem::OwnerFile(trace(), path, false).headerToString());
+    SharedMem::OrielFile const oriel(trace(), path, false);
+    fmt::print("oriel file: id {:08x}, written {:.3f} s since the epoch\n", oriel.read(),
+               oriel.mtime());
+    return attached ? done : damaged;
+}
+
+} // namespace
+
+int statCommand(Common const& common, std::string const& text, bool headers) {
+    std::string const table = tableMeant(text, common.v4, common.v6);
     Mem::YokeRootPath const path(table);
     auto const header = headerOf(path);
     if (!header) throw CommandError(damaged, fmt::format("table {}: no header", table));
+    if (headers) return printHeaders(table, path, *header);
 
     std::vector<std::pair<std::string, Row::Value>> facts;
     auto const fact = [&](std::string name, Row::Value value) {

@@ -43,7 +43,11 @@ std::vector<std::string> tablesPresent() {
     return tables;
 }
 
-std::string tableMeant(std::string const& text) {
+bool ofFamily(std::string const& table, bool v4, bool v6) {
+    return !(table.starts_with("routing/") && !v4) && !(table.starts_with("routing6/") && !v6);
+}
+
+std::string tableMeant(std::string const& text, bool v4, bool v6) {
     auto const tables = tablesPresent();
     std::string name = text;
     while (name.ends_with('/')) name.pop_back();
@@ -52,7 +56,7 @@ std::string tableMeant(std::string const& text) {
     if (std::find(tables.begin(), tables.end(), name) != tables.end()) return name;
     std::vector<std::string> meant;
     for (auto const& table : tables)
-        if (table.ends_with("/" + name)) meant.push_back(table);
+        if (table.ends_with("/" + name) && ofFamily(table, v4, v6)) meant.push_back(table);
     if (meant.empty())
         throw CommandError(noTable, fmt::format("no table \"{}\" below {}", text, base));
     if (meant.size() > 1)

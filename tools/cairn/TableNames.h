@@ -46,8 +46,10 @@ bool isDirectoryName(std::string const& text);
 
 // The tables below the base directory, by name, sorted.
 std::vector<std::string> tablesPresent();
-// The table that `text` means: its whole name, a path of it, or the end of the only name that ends
-// so. Raises CommandError.
-std::string tableMeant(std::string const& text);
+// Whether a table belongs to a family that is asked for; one of no family always does.
+bool ofFamily(std::string const& table, bool v4, bool v6);
+// The table that `text` means: its whole name, a path of it, or the end of the only name of the
+// given families that ends so. Raises CommandError.
+std::string tableMeant(std::string const& text, bool v4, bool v6);
 
 } // namespace Cairn

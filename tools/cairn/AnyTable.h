@@ -1,0 +1,37 @@
+// A table by its name, whatever it holds.
+#pragma once
+
+#include "Brisk/SlotHeaderCommon.h"
+#include "Mroute/Tables.h"
+#include "SharedMem/RootPath.h"
+
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace Cairn {
+
+// The trace handle of the tool.
+Dunlin::Platform::DebugHandler& trace();
+// Keeps the trace lines of errors instead of printing them, for a message that says what they mean;
+// with CAIRN_TRACE set they go to stderr as ever. `also`, if any, is told each first line.
+void keepTrace(std::function<void(std::string const&)> also = {});
+// The first line of the first error since the last call, or an empty text.
+std::string takeTraceReason();
+
+// The header of a slot file as it is now; nothing if there is none or it is none of ours.
+std::optional<Brisk::SlotHeaderCommon> headerOf(Mem::YokeRootPath const& path);
+
+// Calls `visit` with the table type of that name, as a template argument; false if there is none.
+template <class Visit, class... Tables>
+bool withTableOf(std::string const& typeName, Visit visit) {
+    return ((typeName == Tables::typeName && (visit.template operator()<Tables>(), true)) || ...);
+}
+template <class Visit>
+bool withTable(std::string const& typeName, Visit visit) {
+    return withTableOf<Visit, Mroute::RouteTable, Mroute::OifIndexIntfTable,
+                       Mroute::BidirGroupTable, Mroute::DfProfileTable, Mroute::CounterTable,
+                       Mroute::BitIndexMapTable, Mroute::WaitlistMapTable>(typeName, visit);
+}
+
+} // namespace Cairn

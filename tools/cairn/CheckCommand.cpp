@@ -1,0 +1,170 @@
+// `cairn check` and `cairn cleanup`: is a table sound, and away with it.
+//
+// A table is judged as its next writer would judge it, by the writer's own validator, but on a
+// copy: a writer that finds files unsound formats them anew, and a check must not. The table's
+// writer lock is held meanwhile, so that nobody changes what is being copied.
+#include "AnyTable.h"
+#include "Commands.h"
+
+#include "Dunlin/Util.h"
+#include "SharedMem/OwnerFile.h"
+#include "SharedMem/WriterLock.h"
+
+#include <fmt/format.h>
+
+#include <filesystem>
+#include <unistd.h>
+
+namespace Cairn {
+namespace fs = std::filesystem;
+namespace {
+
+// One line on a terminal, replaced by the next.
+class Progress {
+public:
+    ~Progress() { say(""); }
+    void say(std::string const& text) const {
+        if (terminal_) fmt::print(stderr, "\r\033[K{}", text);
+    }
+
+private:
+    bool terminal_ = ::isatty(STDERR_FILENO) == 1;
+};
+
+// A base directory of its own, with the copy of one table's files.
+class Copy {
+public:
+    Copy(Mem::YokeRootPath const& table) : home_(Dunlin::Util::baseDirectory()) {
+        std::string pattern = (fs::temp_directory_path() / "cairn-check-XXXXXX").string();
+        if (!::mkdtemp(pattern.data()))
+            throw CommandError(noTable, fmt::format("{}: {}", pattern, std::strerror(errno)));
+        base_ = pattern;
+        auto const to = base_ / table.directoryName();
+        fs::create_directories(to);
+        for (auto const& entry : fs::directory_iterator(table.text()))
+            if (entry.is_regular_file() &&
+                entry.path().filename() != SharedMem::OwnerFile::LOCK_NAME)
+                fs::copy_file(entry.path(), to / entry.path().filename());
+        Dunlin::Util::baseDirectoryIs(base_.string());
+    }
+    // A text with the name of the original where the copy's stands.
+    std::string named(std::string text) const {
+        for (auto at = text.find(base_.string()); at != text.npos; at = text.find(base_.string()))
+            text.replace(at, base_.string().size(), home_);
+        return text;
+    }
+    ~Copy() {
+        Dunlin::Util::baseDirectoryIs(home_);
+        std::error_code ignored;
+        fs::remove_all(base_, ignored);
+    }
+    Copy(Copy const&) = delete;
+    Copy& operator=(Copy const&) = delete;
+
+private:
+    std::string home_;
+    fs::path base_;
+};
+
+// The name in full: what takes a table away or holds up its writer is never guessed.
+std::string exactTable(std::string name) {
+    while (name.ends_with('/')) name.pop_back();
+    auto const base = Dunlin::Util::baseDirectory() + "/";
+    if (name.starts_with(base)) name.erase(0, base.size());
+    auto const parts = fs::path(name);
+    bool const plain = !name.empty() && parts.is_relative() &&
+                       std::none_of(parts.begin(), parts.end(),
+                                    [](fs::path const& p) { return p == ".." || p == "."; });
+    if (!plain) throw CommandError(badUse, fmt::format("\"{}\" is not the name of a table", name));
+    for (char const* file : {"slots", "buckets", "owner", "oriel"})
+        if (fs::is_regular_file(base + name + "/" + file)) return name;
+    throw CommandError(noTable, fmt::format("no table {} below {} (its whole name is needed)", name,
+                                            Dunlin::Util::baseDirectory()));
+}
+
+} // namespace
+
+int checkCommand(Common const& common, std::string const& text) {
+    std::string const table = tableMeant(text, common.v4, common.v6);
+    Mem::YokeRootPath const path(table);
+    Progress const progress;
+    SharedMem::OwnerFile owner(trace(), path, false);
+    Mem::WriterLock::waitIs(0.2); // a writer that lives is not waited for
+    owner.lock();
+    auto const lock = Mem::WriterLock::acquireWriterLock(trace(), path, owner, false);
+
+    std::vector<std::string> findings;
+    auto const finding = [&](std::string what) {
+        if (std::find(findings.begin(), findings.end(), what) == findings.end())
+            findings.push_back(std::move(what));
+    };
+    U32 const generation = SharedMem::OrielFile(trace(), path, false).read();
+    if (generation == 0) finding("the oriel file is missing or damaged");
+    if (std::string why; !owner.validate(why)) finding("owner file: " + why);
+    // A reader's suspicion; it may have met nothing worse than a writer beginning anew.
+    bool const marked = fs::exists(path.file("corruption-detected"));
+
+    auto const header = headerOf(path);
+    U64 entries = 0;
+    bool known = false;
+    if (!header) {
+        finding("slot file: no header");
+    } else {
+        progress.say(fmt::format("copying {}", table));
+        Copy const copy(path);
+        progress.say(fmt::format("checking {}: {} entries", table, header->occupiedSlots));
+        // What the writer says of the files it finds, up to where it gives them up; its summaries
+        // aside. Findings name the table, not the copy.
+        bool judged = false;
+        auto const former = Dunlin::traceSinkIs(
+            [&](std::string const&, unsigned level, std::string_view, std::string const& whole) {
+                std::string line = whole.substr(0, whole.find('\n'));
+                if (line.starts_with("all entries from")) judged = true;
+                if (level != 0 || judged) return;
+                for (char const* summary : {"Brisk ", "failed to attach", "failed to validate",
+                                            "owner file", "starting over"})
+                    if (line.starts_with(summary)) return;
+                if (line.starts_with("caught: ")) line.erase(0, 8);
+                finding(copy.named(line));
+            });
+        known = withTable(header->typeName, [&]<class Table>() {
+            Brisk::MapDescriptor descriptor(std::max(1u, header->maxSize));
+            typename Table::Writer writer(trace(), table, descriptor, typename Table::Ops{},
+                                          Table::typeName, [](bool) {});
+            try {
+                writer.initialize("check");
+                entries = writer.members();
+                if (writer.orielId() != generation && findings.empty())
+                    finding("the files do not belong together");
+                else if (writer.orielId() == generation && entries != header->occupiedSlots)
+                    finding("the files do not belong together");
+            } catch (Dunlin::Exception const& e) {
+                finding(copy.named(e.what()));
+            }
+        });
+        Dunlin::traceSinkIs(former);
+        if (!known) finding(fmt::format("unknown type {}", header->typeName));
+    }
+    progress.say("");
+    Listing listing = common.listing();
+    auto const row = [&](bool sound) {
+        return Row()
+            .add("table", table)
+            .add("sound", sound, sound ? Row::Hue::good : Row::Hue::bad)
+            .add("marked_by_reader", marked);
+    };
+    for (auto const& what : findings) listing.print(row(false).add("finding", what));
+    if (findings.empty()) listing.print(row(true).add("entries", entries));
+    return findings.empty() ? done : damaged;
+}
+
+int cleanupCommand(std::string const& text) {
+    std::string const table = exactTable(text);
+    Mem::WriterLock::waitIs(0.2);
+    // The files are the same whatever the table holds.
+    Mroute::RouteTable::Writer writer(trace(), table, Brisk::MapDescriptor(1), {}, "", [](bool) {});
+    writer.cleanup();
+    return done;
+}
+
+} // namespace Cairn
