@@ -5,16 +5,13 @@
 #include "KernelMirror.h"
 #include "RouteFile.h"
 #include "RouteTables.h"
+#include "Signals.h"
 
 #include "Dunlin/TaskSchedulerRoot.h"
 
 #include <fmt/format.h>
 
 #include <cmath>
-#include <csignal>
-#include <sys/epoll.h>
-#include <sys/signalfd.h>
-#include <unistd.h>
 
 namespace Cairn {
 namespace {
@@ -22,29 +19,6 @@ namespace {
 Dunlin::TaskSchedulerRoot& loop() {
     return *Dunlin::schedulerRootDunlin;
 }
-
-// Ends the loop at SIGINT or SIGTERM, so that the tables are let go as they should.
-class EndBySignal {
-public:
-    EndBySignal() {
-        sigset_t signals;
-        sigemptyset(&signals);
-        sigaddset(&signals, SIGINT);
-        sigaddset(&signals, SIGTERM);
-        sigprocmask(SIG_BLOCK, &signals, nullptr);
-        fd_.reset(::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
-        loop().fdAdd(fd_.get(), EPOLLIN, [this](U32) {
-            signalfd_siginfo info;
-            if (::read(fd_.get(), &info, sizeof info) == sizeof info) loop().stop();
-        });
-    }
-    ~EndBySignal() { loop().fdDel(fd_.get()); }
-    EndBySignal(EndBySignal const&) = delete;
-    EndBySignal& operator=(EndBySignal const&) = delete;
-
-private:
-    Mem::Fd fd_;
-};
 
 class Mirror {
 public:

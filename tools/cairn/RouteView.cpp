@@ -22,16 +22,8 @@ struct RouteView::Tables {
     std::optional<SeenRoute> named(RouteTableName const& where, Route route) const {
         bool found = true;
         while (found) {
-            SeenRoute seen;
-            seen.route.name = {where.vrf, route.key().s().address(), route.key().g().address()};
-            seen.route.iif = route.iif().stringValue();
-            for (U8 word = 0; word < Route::numWords; ++word)
-                for (U64 bits = route.oifBitmap(word); bits != 0; bits &= bits - 1)
-                    seen.route.oifs.push_back(
-                        interface(OifIndex(static_cast<U16>(word * 64 + std::countr_zero(bits)))));
-            std::sort(seen.route.oifs.begin(), seen.route.oifs.end());
-            seen.version = route.version();
-            seen.flags = flagNames(route);
+            SeenRoute const seen =
+                describe(route, where.vrf, [this](OifIndex index) { return interface(index); });
             Mroute::RouteTable::Value again;
             Route const now = *routes.lookup(route.key(), found, &again);
             if (found && now == route) return seen;
@@ -43,24 +35,7 @@ struct RouteView::Tables {
         bool found = false;
         Mroute::OifIndexIntfTable::Value value;
         oifs.lookup(index, found, &value);
-        return found ? std::string(value.intf().stringValue())
-                     : fmt::format("oif-{}", index.value());
-    }
-    static std::vector<std::string> flagNames(Route const& route) {
-        std::vector<std::string> names;
-        auto const add = [&](bool on, char const* name) {
-            if (on) names.emplace_back(name);
-        };
-        add(route.valid(), "valid");
-        add(route.programmable(), "programmable");
-        add(route.toCpu(), "to_cpu");
-        add(route.iifRegister(), "iif_register");
-        add(route.oifRegister(), "oif_register");
-        add(route.skipSoftwareProgramming(), "skip_software_programming");
-        add(route.iifPmsi(), "iif_pmsi");
-        add(route.virtualRoute(), "virtual_route");
-        add(route.noRpf(), "no_rpf");
-        return names;
+        return found ? std::string(value.intf().stringValue()) : unknownInterface(index);
     }
 
     Mroute::OifIndexIntfTable::Reader oifs;
@@ -130,14 +105,7 @@ std::optional<SeenRoute> RouteView::get(IpAddress const& source, IpAddress const
 
 Row RouteView::row(SeenRoute const& seen) const {
     Row row;
-    row.add("source", sourceText(seen.route.name.source), Row::Hue::address)
-        .add("group", toText(seen.route.name.group), Row::Hue::address)
-        .add("iif", seen.route.iif, Row::Hue::interface)
-        .addEach("oif", "oifs", seen.route.oifs, Row::Hue::interface)
-        .addJoined("flags", seen.flags)
-        .add("version", U64{seen.version})
-        .add("vrf", name_.vrf)
-        .add("name", name_.name);
+    addRoute(row, seen, name_);
     return row;
 }
 

@@ -2,21 +2,12 @@
 // on writing, and told with the names of their interfaces.
 #pragma once
 
-#include "NamedRoute.h"
-#include "Output.h"
-#include "TableNames.h"
+#include "RouteRecord.h"
 
 #include <functional>
 #include <memory>
 
 namespace Cairn {
-
-// A route as it stands in a table.
-struct SeenRoute {
-    NamedRoute route;
-    std::vector<std::string> flags;
-    U32 version = 0;
-};
 
 class RouteView {
 public:
