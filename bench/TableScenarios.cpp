@@ -23,16 +23,27 @@ using Ops = Table::Ops;
 using Writer = Table::Writer;
 using Reader = Table::Reader;
 
-// The i-th key: source and group scattered over all of 32 and 28 bits, so that hashes are too.
+// What makes a key: source and group, scattered over all of 32 and 28 bits so that hashes are too.
+// Kept small, so that the list of keys to ask for does not compete with the table for the cache.
+struct Words {
+    U32 source, group;
+};
 U32 mixed(U32 x) {
     x = (x ^ x >> 16) * 0x7feb352dU;
     x = (x ^ x >> 15) * 0x846ca68bU;
     return x ^ x >> 16;
 }
-Key keyOf(U32 i) {
+// Of the i-th entry, for each i of the list.
+std::vector<Words> wordsOf(std::vector<U32> const& list) {
+    std::vector<Words> words;
+    words.reserve(list.size());
+    for (U32 const i : list) words.push_back({mixed(i), 0xe0U | mixed(~i) << 8});
+    return words;
+}
+Key keyOf(Words words) {
     using Kelpie::IpAddr;
     using Kelpie::Prefix;
-    return Key(Prefix(IpAddr::fromWord(mixed(i)), 32), Prefix(IpAddr::fromWord(0xe0000000U | mixed(~i) >> 4), 32));
+    return Key(Prefix(IpAddr::fromNetworkWord(words.source), 32), Prefix(IpAddr::fromNetworkWord(words.group), 32));
 }
 // Puts another key into a record that is otherwise ready, as an agent would that keeps one at hand.
 void keyInto(Route& route, Key const& key) { std::memcpy(static_cast<void*>(&route), &key, sizeof key); }
@@ -48,7 +59,7 @@ U64 zeroOf(Route const& route) {
 // One table below a directory of its own.
 class Bed {
 public:
-    Bed(U32 entries, U64 seed) : entries_(entries), order_(shuffled(entries, seed)) {
+    Bed(U32 entries, U64 seed) : entries_(entries), keys_(wordsOf(shuffled(entries, seed))) {
         directory_ = fmt::format("/dev/shm/cairn-bench-{}", getpid());
         Dunlin::Util::baseDirectoryIs(directory_);
         build();
@@ -71,13 +82,13 @@ public:
         if (!writer_->initialize("bench")) throw std::runtime_error("cannot make the table");
     }
     void insertAll() {
-        for (U32 const i : order_) overwrite(i);
+        for (Words const key : keys_) overwrite(key);
     }
-    void overwrite(U32 i) {
-        keyInto(route_, keyOf(i));
+    void overwrite(Words key) {
+        keyInto(route_, keyOf(key));
         writer_->write(route_, true);
     }
-    bool remove(U32 i) { return writer_->remove(keyOf(i), removed_); }
+    bool remove(Words key) { return writer_->remove(keyOf(key), removed_); }
 
     std::unique_ptr<Reader> reader() const {
         auto reader = std::make_unique<Reader>(*trace_, name, Ops{}, nullptr);
@@ -94,12 +105,12 @@ public:
         }
         return bytes;
     }
-    std::vector<U32> const& order() const { return order_; }
+    std::vector<Words> const& keys() const { return keys_; }
 
 private:
     static constexpr char const* name = "bench/route";
     U32 entries_;
-    std::vector<U32> order_;
+    std::vector<Words> keys_;
     std::string directory_;
     std::shared_ptr<Dunlin::Platform::DebugHandler> trace_ = Dunlin::Platform::getDebugHandler("bench", false);
     std::unique_ptr<Writer> writer_;
@@ -107,25 +118,25 @@ private:
     Route removed_;
 };
 
-void hits(Reader& reader, std::vector<U32> const& order, U64 passes) {
+void hits(Reader& reader, std::vector<Words> const& keys, U64 passes) {
     Route out;
     for (U64 pass = 0; pass < passes; ++pass)
-        for (std::size_t i = 0; i < order.size(); i += 1 + zeroOf(out)) {
+        for (std::size_t i = 0; i < keys.size(); i += 1 + zeroOf(out)) {
             bool found = false;
-            reader.lookup(keyOf(order[i]), found, &out);
+            reader.lookup(keyOf(keys[i]), found, &out);
             if (!found) std::abort();
             used(&out);
         }
 }
 
-void misses(Reader& reader, std::vector<U32> const& order, U64 passes) {
+void misses(Reader& reader, std::vector<Words> const& keys, U64 passes) {
     Route out;
     for (U64 pass = 0; pass < passes; ++pass)
-        for (std::size_t i = 0; i < order.size();) {
+        for (std::size_t i = 0; i < keys.size();) {
             bool found = true;
-            reader.lookup(keyOf(0x40000000U + order[i]), found, &out);
+            reader.lookup(keyOf(keys[i]), found, &out);
             used(&out);
-            i += found ? order.size() : 1;
+            i += found ? keys.size() : 1;
         }
 }
 
@@ -155,33 +166,36 @@ void measureTable(U32 entries, std::size_t sizeNumber, Yardsticks const& sticks,
     U64 const passes = std::max<U64>(1, 300'000 / entries);
     U64 const operations = passes * entries;
     Bed bed(entries, options.seed);
-    auto const& order = bed.order();
+    auto const& keys = bed.keys();
     bed.insertAll();
 
     double const hit = inReader([&] {
         auto reader = bed.reader();
-        return measure(options.rounds, operations, [&] { hits(*reader, order, passes); });
+        return measure(options.rounds, operations, [&] { hits(*reader, keys, passes); });
     });
     add("hit", hit, sticks.read, "array read", goal(2.5, 3.5, 3.5));
 
-    auto const writeOrder = shuffled(entries, options.seed + 1);
+    auto const writeKeys = wordsOf(shuffled(entries, options.seed + 1));
     std::size_t next = 0;
     double const busy = inReader(
         [&] {
             auto reader = bed.reader();
-            return measure(options.rounds, operations, [&] { hits(*reader, order, passes); });
+            return measure(options.rounds, operations, [&] { hits(*reader, keys, passes); });
         },
         [&] {
             for (int i = 0; i < 1000; ++i) {
-                bed.overwrite(writeOrder[next]);
-                if (++next == writeOrder.size()) next = 0;
+                bed.overwrite(writeKeys[next]);
+                if (++next == writeKeys.size()) next = 0;
             }
         });
     add("hit under a busy writer", busy, sticks.readSeqlock, "seqlock array, writer", goal(1.8, 2.5, 2.5));
 
+    auto absent = shuffled(entries, options.seed);
+    for (U32& i : absent) i += 0x40000000U;
+    auto const absentKeys = wordsOf(absent);
     double const miss = inReader([&] {
         auto reader = bed.reader();
-        return measure(options.rounds, operations, [&] { misses(*reader, order, passes); });
+        return measure(options.rounds, operations, [&] { misses(*reader, absentKeys, passes); });
     });
     // The goal of a miss is to be no dearer than a hit.
     add("miss", miss, sticks.read, "array read", options.sizes == Options{}.sizes ? hit / sticks.read : 0);
@@ -196,7 +210,7 @@ void measureTable(U32 entries, std::size_t sizeNumber, Yardsticks const& sticks,
 
     double const overwritten = measure(options.rounds, operations, [&] {
         for (U64 pass = 0; pass < passes; ++pass)
-            for (U32 const i : writeOrder) bed.overwrite(i);
+            for (Words const key : writeKeys) bed.overwrite(key);
     });
     add("overwrite", overwritten, sticks.overwrite, "array overwrite", goal(3, 2.5, 3));
 
@@ -207,8 +221,8 @@ void measureTable(U32 entries, std::size_t sizeNumber, Yardsticks const& sticks,
     std::vector<double> removes;
     for (U32 round = 0; round <= options.rounds; ++round) {
         U64 const start = nowNs();
-        for (U32 const i : writeOrder)
-            if (!bed.remove(i)) std::abort();
+        for (Words const key : writeKeys)
+            if (!bed.remove(key)) std::abort();
         if (round) removes.push_back(static_cast<double>(nowNs() - start) / entries);
         bed.insertAll();
     }
