@@ -87,6 +87,7 @@ public:
     static void copyValue(void* to, void const* from) { ValueOpsType::copy(to, from); }
     static Value const& type_default() { return ValueOpsType::type_default(); }
     static Value const& freeValue() { return SlotAllocatorType::freeValue(); }
+    static void setSlotValue(Value& value) { ValueOpsType::setSlotValue(value); }
 
     U32 seed() const { return seed_; }
     void seedIs(U32 seed) { seed_ = seed; }

@@ -16,7 +16,7 @@ struct TestKey {
     std::array<U32, 10> pad{};
 
     TestKey() = default;
-    explicit TestKey(U32 i) : id(i), hashIs(i * 0x9e3779b1U ^ i >> 7) {}
+    explicit TestKey(U32 i) : id(i), hashIs((i + 1) * 0x9e3779b1U >> 7) {}
     TestKey(U32 i, U32 h) : id(i), hashIs(h) {}
     U32 hash() const { return hashIs; }
     friend bool operator==(TestKey const&, TestKey const&) = default;

@@ -1,0 +1,498 @@
+// Every text by which a writer reports damage, misuse, lack of room or progress is produced by what
+// it speaks of: operators and other programs look for them as they stand.
+#include "Brisk/TableFixture.h"
+
+#include "Brisk/TableFullException.h"
+#include "Brisk/Util.h"
+#include "SharedMem/CpuSupport.h"
+#include "SharedMem/LocalMem.h"
+
+#include <regex>
+
+namespace {
+
+using namespace support;
+
+class Messages : public support::Table {
+public:
+    Messages() {
+        handler_->maskIs(0x3ff);
+        Dunlin::traceSinkIs([this](auto&&, unsigned, std::string_view, std::string const& text) {
+            heard_.push_back(text);
+        });
+    }
+    ~Messages() override { Mem::failMappingAfter(0); }
+
+    // Runs `action`; its exception counts as one more line.
+    template <class Action>
+    std::string raisedBy(Action action) {
+        heard_.clear();
+        try {
+            action();
+        } catch (Dunlin::Exception const& e) {
+            heard_.push_back(e.message());
+            return e.message();
+        }
+        return "nothing raised";
+    }
+    // Whether a line was heard that the pattern (an ECMAScript expression) matches whole.
+    testing::AssertionResult heard(std::string const& pattern) const {
+        std::regex const expression(pattern);
+        for (auto const& line : heard_)
+            if (std::regex_search(line, expression)) return testing::AssertionSuccess();
+        auto result = testing::AssertionFailure() << "not heard: " << pattern << "\n";
+        for (auto const& line : heard_) result << "  " << line << "\n";
+        return result;
+    }
+    static void fill(TestWriter& w, U32 from, U32 to) {
+        for (U32 i = from; i < to; ++i) w.write(TestValue(TestKey(i), i), true);
+    }
+    static void drop(TestWriter& w, U32 from, U32 to) {
+        TestValue old;
+        for (U32 i = from; i < to; ++i) w.remove(TestKey(i), old);
+    }
+    static auto& slotOf(TestWriter& w, U32 id) {
+        auto const hash = TestKey(id).hash();
+        return *w.hashMap().lookup(TestKey(id), w.hashMap().bucketOf(hash), hash);
+    }
+    static MapDescriptor shrinkable() {
+        MapDescriptor d(4096);
+        d.shrinkable = true;
+        d.shrinkBuckets = true;
+        return d;
+    }
+
+    std::vector<std::string> heard_;
+};
+
+TEST_F(Messages, OfHeadersThatDoNotAgree) {
+    auto w = writer();
+    auto const& header = *w->slotTable().header;
+    std::string text;
+    auto const wrong = [&](std::size_t size) {
+        return header.validate(handler(), size, w->orielId(), "TestValue", text) ? "sound" : text;
+    };
+    EXPECT_EQ(wrong(776 + 16 * 176), "sound");
+    EXPECT_EQ(wrong(776 + 16 * 176 + 1), "sound") << "a longer file is accepted";
+    EXPECT_EQ(wrong(776 + 16 * 176 - 1), "bad shmem size:3591 wanted:3592 for 16 slots");
+    EXPECT_EQ(wrong(700), "bad header file size: 700 wanted:776");
+    EXPECT_EQ(wrong(599), "bad file size: 599 is below the header's 600");
+    w->slotTable().header->numSlots.value = 0x80000000;
+    EXPECT_THAT(wrong(4096), testing::StartsWith("bad numSlots: 2147483648 message: "));
+    w->slotTable().header->numSlots.value = 16;
+}
+
+TEST_F(Messages, OfProgressAtTheUsualLevels) {
+    heard_.clear();
+    auto w = writer(shrinkable());
+    EXPECT_TRUE(heard("^localMem_:false rootPath:.*/vrf/default/test$"));
+    EXPECT_TRUE(heard("^to new file .*/slots$"));
+    EXPECT_TRUE(heard("^success .*/test capacity:16 orielId:[0-9]+ mtime:[0-9.e+]+ bolsterInfo:"));
+    heard_.clear();
+    bool found;
+    TestValue value;
+    w->lookup(TestKey(1), found, nullptr);
+    w->write(TestValue(TestKey(1), 0), true);
+    w->write(TestValue(TestKey(1), 1), true);
+    w->lookup(TestKey(1), found, nullptr);
+    w->remove(TestKey(9), value);
+    w->remove(TestKey(1), value);
+    w->directWrite(TestValue(TestKey(1), 0));
+    w->directCommit();
+    w->directWrite(TestValue(TestKey(1), 0));
+    w->directCommit();
+    EXPECT_TRUE(heard("^1 not found bucket:[0-9]+$"));
+    EXPECT_TRUE(heard("^new 1 bucket:[0-9]+ slot:0 next:[0-9]+$"));
+    EXPECT_TRUE(heard("^existing 1 bucket:[0-9]+ slot:0 next:[0-9]+$"));
+    EXPECT_TRUE(heard("^1 found bucket:[0-9]+ slotId:0$"));
+    EXPECT_TRUE(heard("^9 bucket:[0-9]+ not found$"));
+    EXPECT_TRUE(heard("^1 bucket:[0-9]+ slot:0$"));
+    EXPECT_TRUE(heard("^1 new  bucket:[0-9]+ slot:0 next:[0-9]+$"));
+    EXPECT_TRUE(heard("^1 existing bucket:[0-9]+ slot:0 next:[0-9]+$"));
+    heard_.clear();
+    w->write(TestValue(TestKey(63, 0xffffffff), 0), true); // the last of any walk
+    fill(*w, 0, 63);
+    EXPECT_TRUE(heard("from 16 to 32 slots$"));
+    EXPECT_TRUE(heard("^to 32 successfully$"));
+    EXPECT_TRUE(heard("from 16 slots to 32$"));
+    EXPECT_TRUE(heard("^growing from: 16 to: 32$"));
+    heard_.clear();
+    IterHint hint;
+    for (bool more = w->first(value, hint); more; more = w->next(value.key(), value, hint)) {}
+    EXPECT_TRUE(heard("^[0-9]+ found at bucket [0-9]+$"));
+    EXPECT_TRUE(heard("^[0-9]+ next bucket [0-9]+ using [0-9]+$"));
+    EXPECT_TRUE(heard("^[0-9]+ success [0-9]+ using [0-9]+, saving new slot hint [0-9]+$"));
+    EXPECT_TRUE(heard("^[0-9]+ failed$"));
+    heard_.clear();
+    hint = {};
+    for (bool more = w->first(value, hint); more; more = w->next(value.key(), value, hint)) hint = {};
+    EXPECT_TRUE(heard("^[0-9]+ comparing slot [0-9]+ [0-9]+$"));
+    EXPECT_TRUE(heard("^[0-9]+ next slotId [0-9]+ success [0-9]+$"));
+    EXPECT_TRUE(heard("^[0-9]+ success [0-9]+$"));
+    EXPECT_TRUE(heard("^[0-9]+ next bucket [0-9]+$"));
+    heard_.clear();
+    drop(*w, 0, 60);
+    EXPECT_TRUE(heard("^threshold:[0-9]+ shrinkThreshold:32$"));
+    EXPECT_TRUE(heard("^removing slot id [0-9]+ from free-list$"));
+    EXPECT_TRUE(heard("^skipping not occupied slot:[0-9]+$"));
+    EXPECT_TRUE(heard("^moving fromSlot:[0-9]+ toSlot:[0-9]+$"));
+    EXPECT_TRUE(heard("^fromSlotId:[0-9]+ toSlotId:[0-9]+$"));
+    EXPECT_TRUE(heard("^newNumSlots:32$"));
+    EXPECT_TRUE(heard("from 64 slots to 32$"));
+    EXPECT_TRUE(heard("^at threshold:32 done$"));
+    EXPECT_TRUE(heard("^shrunk from:64 to:32 shrinkBuckets_:8 time:[0-9]+$"));
+    heard_.clear();
+    EXPECT_TRUE(w->validate());
+    EXPECT_TRUE(heard("^marked 4 slots$"));
+    EXPECT_TRUE(heard("^marked 12 free slots$"));
+    EXPECT_TRUE(heard("^walking slotIndex: [0-9]+$"));
+    EXPECT_TRUE(heard("^slotIndex: [0-9]+$"));
+    heard_.clear();
+    w->detach(false);
+    EXPECT_TRUE(heard("^clearing bolsterInfo$"));
+    w->initialize("again");
+    EXPECT_TRUE(heard("^to existing .*/slots$"));
+    drop(*w, 60, 63);
+    w->remove(TestKey(63, 0xffffffff), value);
+    heard_.clear();
+    w->first(value, hint);
+    EXPECT_TRUE(heard("^none found!$"));
+    w->cleanup();
+    EXPECT_TRUE(heard("^owner:true localMem_:false rootPath:"));
+    EXPECT_TRUE(heard("^removing Brisk files in .*/test$"));
+    EXPECT_TRUE(heard("^removing file: .*/slots$"));
+}
+
+TEST_F(Messages, OfATableThatOutgrowsItsSizeOrShrinksFar) {
+    auto w = writer(MapDescriptor(20));
+    fill(*w, 0, 21);
+    EXPECT_TRUE(heard("^overflowing by 2 slots$"));
+    w->cleanup();
+    w.reset();
+    w = writer(shrinkable());
+    fill(*w, 0, 256);
+    w->queue().markShrinkStart(); // as if readers had not yet taken up a former shrink
+    heard_.clear();
+    drop(*w, 0, 240);
+    EXPECT_TRUE(heard("^shrink started, ignoring shrinkThreshold:128$"));
+    w->queue().markShrinkEnd();
+    drop(*w, 240, 241);
+    EXPECT_TRUE(heard("^threshold:32 shrinkThreshold:128 SUPER SHRINK!$"));
+    EXPECT_EQ(w->capacity(), 32U);
+    EXPECT_TRUE(w->validate()) << w->lastFinding();
+}
+
+TEST_F(Messages, OfLackOfRoom) {
+    auto w = writer();
+    fill(*w, 0, 16);
+    Mem::failMappingAfter(1);
+    EXPECT_THAT(raisedBy([&] { fill(*w, 16, 17); }),
+                testing::MatchesRegex("failed to resize .*/slots from 16 to 32 slots, needed 6408 "
+                                      "bytes. Reason: .+"));
+    Mem::failMappingAfter(2); // the slots grow, the buckets do not
+    EXPECT_EQ(raisedBy([&] { fill(*w, 16, 17); }), "nothing raised");
+    EXPECT_TRUE(heard("^failed to resize .*/buckets from 16 to 32 buckets : .+"));
+    EXPECT_EQ(w->buckets(), 16U);
+    EXPECT_EQ(w->writerCounters().bucketGrowFailures, 1U);
+    Mem::failMappingAfter(0);
+    fill(*w, 17, 18);
+    EXPECT_EQ(w->buckets(), 32U);
+    EXPECT_EQ(walk(*w).size(), 18U);
+    EXPECT_TRUE(w->validate()) << w->lastFinding();
+
+    w->detach(false);
+    Mem::failMappingAfter(1);
+    EXPECT_THAT(raisedBy([&] { w->initialize(""); }),
+                testing::MatchesRegex("cannot attach to shmem .*/slots size:3592: .+"));
+    Mem::failMappingAfter(2);
+    EXPECT_THAT(raisedBy([&] { w->initialize(""); }),
+                testing::MatchesRegex("failed to resize .*/slots to size 6408 : .+"));
+    Mem::failMappingAfter(0);
+    w->initialize("");
+    EXPECT_EQ(walk(*w).size(), 18U) << "no attempt has harmed the table";
+}
+
+TEST_F(Messages, OfDamageThatAnOperationMeets) {
+    auto w = writer();
+    fill(*w, 0, 10);
+    auto& table = w->slotTable();
+    auto& header = *table.header;
+    // Each harm is undone before the next.
+    auto const expect = [&](char const* text, auto harm, auto action, auto undo) {
+        SCOPED_TRACE(text);
+        harm();
+        EXPECT_THAT(raisedBy(action), testing::MatchesRegex(text));
+        header.runtimeFlags = 0; // damage leaves the mark
+        undo();
+    };
+    U32 const head = header.freeList;
+    expect("the slot table is full but numSlots: 16 and occupiedSlots: 10 are not equal",
+           [&] { header.freeList = 0xffffffff; }, [&] { fill(*w, 50, 51); },
+           [&] { header.freeList = head; });
+    expect("out-of-range index: 16 max:15", [&] { header.freeList = 16; },
+           [&] { fill(*w, 50, 51); }, [&] { header.freeList = head; });
+    expect("numSlots mismatch, length of freeList: 6, occupiedSlots: 9 do not add up to numSlots: 16",
+           [&] { header.occupiedSlots = 9; }, [&] { table.purgeFreeSlots(15); },
+           [&] {
+               header.occupiedSlots = 10;
+               table.slots[14].link.next = 15; // the purge has taken it off the list
+           });
+    auto& slot = slotOf(*w, 5);
+    TestValue const whole = slot.value;
+    expect("corrupt key detected, slotId: 5",
+           [&] { slot.value = TestValue(TestKey(5, TestKey(5).hash() + 1), 0); },
+           [&] { fill(*w, 5, 6); }, [&] { slot.value = whole; });
+    U32 const version = slot.slotVersion;
+    expect("slotId: 5 not marked as occupied", [&] { slot.slotVersion = 4; },
+           [&] { fill(*w, 5, 6); }, [&] { slot.slotVersion = version; });
+    // A walk that begins at the free slot's bucket.
+    TestValue value;
+    IterHint hint;
+    auto& entry = w->hashMap().buckets[0];
+    auto const link = entry;
+    expect("slotId: 12 from bucket: 0 not marked as occupied",
+           [&] { entry.next = 12; }, [&] { w->first(value, hint); }, [&] { entry = link; });
+    // The slow path looks at the hash of the entry that it gives.
+    w->first(value, hint);
+    Brisk::IterHint unused;
+    auto& next = *std::find_if(table.slots.base, table.slots.base + 10, [&](auto& s) {
+        return (&s - table.slots.base) != hint.slotIndex &&
+               w->hashMap().bucketOf(s.value.key().hash()) ==
+                   w->hashMap().bucketOf(value.key().hash());
+    });
+    if (&next != table.slots.base + 10) {
+        U32 const rhash = next.rhash;
+        expect("corrupt rhash detected, slotId: [0-9]+ slot.rhash:ffffffff rhash:[0-9a-f]+",
+               [&] { next.rhash = 0xffffffff; }, [&] { w->next(value.key(), value, unused); },
+               [&] { next.rhash = rhash; });
+    }
+    EXPECT_THAT(raisedBy([&] { w->hashMap().buckets[16]; }), "out-of-range, index:16 max:15");
+    drop(*w, 0, 10);
+    auto& last = w->hashMap().buckets[15];
+    expect("has bucket cycle detected, bucketCount: 16 numBuckets: 16",
+           [&] { last.next = 0x80000000; }, [&] { w->first(value, hint); },
+           [&] { last.next = 0xffffffff; });
+    EXPECT_TRUE(w->validate()) << w->lastFinding();
+}
+
+TEST_F(Messages, OfWhatAValidationFinds) {
+    auto w = writer();
+    fill(*w, 0, 12);
+    drop(*w, 10, 12);
+    auto& table = w->slotTable();
+    auto& header = *table.header;
+    auto& slots = table.slots;
+    auto const finding = [&](auto harm, auto undo) {
+        harm();
+        heard_.clear();
+        std::string const text = w->validate() ? "sound" : w->lastFinding();
+        undo();
+        EXPECT_TRUE(text == "sound" || heard("^Brisk .*/test validation failed: "));
+        EXPECT_TRUE(w->validate()) << w->lastFinding();
+        return text;
+    };
+    auto const word = [&](U32& at, U32 value) {
+        U32 const old = at;
+        return finding([&] { at = value; }, [&] { at = old; });
+    };
+    EXPECT_EQ(finding([&] { header.runtimeFlags = 1; }, [&] { header.runtimeFlags = 0; }),
+              "bad critical section runtimeFlags:1");
+    EXPECT_EQ(word(header.occupiedSlots, 9),
+              "walkedSlots:10 is greater than header->occupiedSlots:9");
+    EXPECT_EQ(word(header.occupiedSlots, 11), "mismatch header->occupiedSlots:11 count:10");
+    EXPECT_EQ(word(header.freeList, 0xffffffff),
+              "bad slotCount:10 occupiedSlots:10 freeSlots:0 capacity:16");
+    EXPECT_EQ(word(header.freeList, 17), "corrupted free slot detected with out of bound index: 17");
+    EXPECT_EQ(word(header.freeList, 16), "out-of-range index: 16 max:15");
+    EXPECT_TRUE(heard("^caught: out-of-range index: 16 max:15$"));
+    EXPECT_EQ(word(header.freeList, 3), "corrupted free slot not marked as empty: 3");
+    U32 const head = header.freeList;
+    U32 const second = slots[head].link.next;
+    EXPECT_EQ(word(slots[second].link.next, head),
+              "duplicate freeSlot detected: " + std::to_string(head));
+    EXPECT_EQ(word(slotOf(*w, 4).slotVersion, 7), "stuck LOOKASIDE bit: 0x7");
+    EXPECT_THAT(word(slotOf(*w, 4).rhash, slotOf(*w, 4).rhash ^ 1),
+                testing::MatchesRegex(
+                    "corrupt rhash detected, slotId: 4 slot.rhash:[0-9a-f]{8} rhash:[0-9a-f]{8}"));
+
+    // The queue. An entry's slot is its second word; fresh files hold table 0 behind two headers.
+    auto const entry = [&](U32 position, U32 slot) {
+        long const at = 192 + 8L * position + 4;
+        U32 const old = peek("yarrow", at);
+        return finding([&] { poke("yarrow", at, slot); }, [&] { poke("yarrow", at, old); });
+    };
+    U32 const live = w->queue().position(4);
+    EXPECT_EQ(entry(live, 14), fmt::format("slot:4 bad notification:{} slot:14", live));
+    U32 const freed = w->queue().position(10);
+    EXPECT_EQ(entry(freed, 15),
+              fmt::format("slot index:10 has slot:15 with wrong yarrow slot:{}", freed));
+    fill(*w, 4, 5); // leaves a tombstone behind
+    EXPECT_EQ(entry(live, 14),
+              fmt::format("yarrow pos:{} has slot:14 seq:{} with wrong yarrowSlot:4294967295", live,
+                          live + 1));
+    w->queue().tombstone(7); // an occupied slot without a notification is sound
+    EXPECT_TRUE(w->validate());
+    EXPECT_EQ(entry(live, 7), fmt::format("occupied slot:7 on deleted notification:{}", live));
+    U32 const now = w->queue().position(4);
+    EXPECT_EQ(finding(
+                  [&] {
+                      poke("yarrow", 48, now + 1);
+                      poke("yarrow", 56, now + 1);
+                  },
+                  [&] {
+                      poke("yarrow", 48, 0);
+                      poke("yarrow", 56, 0);
+                  }),
+              fmt::format("corral pos:{} seq:{} slot:4 yarrowPos:{}", now, now + 1, now));
+
+    // What the walk itself cannot reach: the check stands behind the walk's own.
+    Brisk::Validator<TestOps> validator(handler(), *w);
+    slots[15].slotVersion = 8;
+    EXPECT_EQ(raisedBy([&] { validator.markOccupied(15); }), "missing OCCUPIED bit: 0x8");
+    validator.markOccupied(4);
+    EXPECT_EQ(raisedBy([&] { validator.markOccupied(4); }), "duplicate slot: 4");
+    slots[15].slotVersion = 0;
+}
+
+TEST_F(Messages, OfTablesThatCannotBeKept) {
+    auto const leave = [&] {
+        auto w = writer();
+        fill(*w, 0, 3);
+    };
+    leave();
+    std::filesystem::remove(file("buckets"));
+    heard_.clear();
+    {
+        auto w = writer();
+    }
+    EXPECT_TRUE(heard("^failed to attach to existing files\\nBrisk table \"vrf/default/test\"\\n\\n\\n"));
+    EXPECT_TRUE(heard("owner file: "));
+    EXPECT_TRUE(heard("^all entries from .*/test will be lost$"));
+    EXPECT_TRUE(heard("^re-formatted .*/slots$"));
+    EXPECT_TRUE(heard("^re-formatted successfully$"));
+    leave();
+    poke("slots", 548, 1 << 16);
+    heard_.clear();
+    {
+        auto w = writer();
+    }
+    EXPECT_TRUE(heard("^failed to validate existing files\\n"));
+    leave();
+    std::ofstream(file("owner")) << "damaged";
+    heard_.clear();
+    {
+        auto w = writer();
+        EXPECT_EQ(w->members(), 0U);
+    }
+    EXPECT_TRUE(heard("^owner file validation failed, dumping owner file string: "));
+
+    // Where it is asked for, a table that is not sound ends its writer, for the core file.
+    leave();
+    poke("slots", 548, 1 << 16);
+    Brisk::Util::runningOnPhysicalDutIs(true);
+    Brisk::Util::strictValidationIs(true);
+    EXPECT_THAT(raisedBy([&] { writer(); }),
+                testing::MatchesRegex("failed initial validation of .*/test after re-attaching"));
+    Brisk::Util::runningOnPhysicalDutIs(false);
+    Brisk::Util::strictValidationIs(false);
+    EXPECT_FALSE(std::filesystem::exists(file("oriel"))) << "so that the next start formats anew";
+    {
+        auto w = writer();
+        EXPECT_EQ(w->members(), 0U);
+        std::ofstream(file("owner")) << "damaged";
+        w->detach(false);
+        EXPECT_TRUE(heard("^ignoring owner file corruption:"));
+        w->cleanup();
+        EXPECT_TRUE(heard("^owner file corruption detected but continuing with cleanup, dumped "
+                          "owner file: "));
+    }
+    MapDescriptor fixed(5);
+    fixed.fixedSize = true;
+    heard_.clear();
+    {
+        auto w = writer(fixed);
+    }
+    EXPECT_TRUE(heard("^wanted capacity:5 for fixed-size table, but existing file has capacity:0$"));
+    fixed.initialSize = 6;
+    {
+        auto w = writer(fixed);
+        EXPECT_EQ(w->capacity(), 6U);
+    }
+    EXPECT_TRUE(heard("^wanted capacity:6 for fixed-size table, but existing file has capacity:5$"));
+
+    Mem::Atomics::cpuSupportIs(false);
+    EXPECT_EQ(raisedBy([&] { writer(); }), "Hardware does not support Atomics");
+    Mem::Atomics::cpuSupportIs({});
+}
+
+TEST_F(Messages, OfMisuseThatEndsTheProcess) {
+    auto w = writer();
+    fill(*w, 0, 10);
+    auto& table = w->slotTable();
+    auto& header = *table.header;
+    TestValue value;
+    Dunlin::traceSinkIs([](auto&&...) {});
+    EXPECT_DEATH(
+        {
+            header.runtimeFlags = 1;
+            fill(*w, 0, 1);
+        },
+        "Brisk reentrancy detected: .*/test");
+    EXPECT_DEATH(table.addFreeSlots(5, 5), "bad index range, start: 5 end: 5");
+    EXPECT_DEATH(table.addFreeSlots(5, 6), "free-list is not empty");
+    EXPECT_DEATH(table.purgeFreeSlots(16), "bad threshold: 16 numSlots:16");
+    EXPECT_DEATH(
+        {
+            header.freeList = 0xffffffff;
+            table.purgeFreeSlots(15);
+        },
+        "free-list is empty");
+    auto& link = w->hashMap().buckets[0];
+    EXPECT_DEATH(table.move(3, 4, link),
+                 "should always move entries to lower section fromSlotId:3 toSlotId:4");
+    EXPECT_DEATH(table.move(3, 0xffffffff, link), "not valid toSlotId:4294967295");
+    EXPECT_DEATH(
+        {
+            w->directUpdate(TestKey(1));
+            w->write(TestValue(TestKey(2), 0), true);
+        },
+        "unbalanced directSlot:1 containing value:1 when writing value:0 - Make sure the "
+        "DirectIs/Commit are properly paired!");
+    EXPECT_DEATH(
+        {
+            w->directUpdate(TestKey(1));
+            w->remove(TestKey(2), value);
+        },
+        "unbalanced directSlot:1 containing value:1 when removing key:2 - Make sure");
+    EXPECT_DEATH(
+        {
+            w->directUpdate(TestKey(1));
+            w->directWrite(TestValue(TestKey(2), 0));
+        },
+        "unbalanced directSlot:1 containing value:1 when modifying key:2 - Make sure");
+    EXPECT_DEATH(
+        {
+            w->directWrite(TestValue(TestKey(20), 3));
+            w->detach(false);
+        },
+        "unbalanced directSlot:10 containing value:3 - Make sure the DirectIs/Commit are properly "
+        "paired!");
+    EXPECT_DEATH(TestOps::setSlotValue(value), "Not implemented");
+    // A task that runs while slots are moved must not come near the table.
+    MapDescriptor d = shrinkable();
+    d.criticalTask = true;
+    name_ = "vrf/default/busy";
+    auto busy = writer(d);
+    fill(*busy, 0, 4096);
+    EXPECT_DEATH(
+        {
+            // An occupied slot that no link leads to.
+            auto& stray = busy->slotTable().slots;
+            drop(*busy, 0, 4096 - 1024);
+            stray[busy->capacity() - 1].slotVersion |= 1;
+            drop(*busy, 4096 - 1024, 4096);
+        },
+        "key not found|corrupt|not marked|assertion");
+}
+
+} // namespace
