@@ -438,15 +438,18 @@ TEST_F(Messages, OfMisuseThatEndsTheProcess) {
             fill(*w, 0, 1);
         },
         "Brisk reentrancy detected: .*/test");
+    header.runtimeFlags = 0; // what the child stored stands in the file
     EXPECT_DEATH(table.addFreeSlots(5, 5), "bad index range, start: 5 end: 5");
     EXPECT_DEATH(table.addFreeSlots(5, 6), "free-list is not empty");
     EXPECT_DEATH(table.purgeFreeSlots(16), "bad threshold: 16 numSlots:16");
+    U32 const head = header.freeList;
     EXPECT_DEATH(
         {
             header.freeList = 0xffffffff;
             table.purgeFreeSlots(15);
         },
         "free-list is empty");
+    header.freeList = head;
     auto& link = w->hashMap().buckets[0];
     EXPECT_DEATH(table.move(3, 4, link),
                  "should always move entries to lower section fromSlotId:3 toSlotId:4");
