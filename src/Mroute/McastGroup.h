@@ -1,11 +1,18 @@
-// Hardware multicast groups: the key of a group and the kinds that are numbered here.
+// Hardware multicast groups: the key of a group, the kinds that are numbered here, and the entities
+// by which an agent asks for a group and is answered.
 #pragma once
 
-#include "Vomo/Fwd.h"
+#include "Mroute/PortVlan.h"
+#include "Vomo/HashMap2018.h"
+#include "Vomo/RbTreeMap.h"
 
 namespace Multicast::Group {
+class Config;
 struct GroupKey;
 enum class McastGroupKind : U32;
+class Request;
+class Response;
+class Status;
 } // namespace Multicast::Group
 
 namespace Vomo {
@@ -13,10 +20,18 @@ extern "C" {
 extern VomoModule const _McastGroup_5302ff4251cd4c04_vomoModule;
 }
 template <>
-struct IdOf<Multicast::Group::GroupKey> : InModule<&_McastGroup_5302ff4251cd4c04_vomoModule, 0> {};
+struct IdOf<Multicast::Group::Config> : InModule<&_McastGroup_5302ff4251cd4c04_vomoModule, 0> {};
+template <>
+struct IdOf<Multicast::Group::GroupKey> : InModule<&_McastGroup_5302ff4251cd4c04_vomoModule, 1> {};
 template <>
 struct IdOf<Multicast::Group::McastGroupKind>
-    : InModule<&_McastGroup_5302ff4251cd4c04_vomoModule, 1> {};
+    : InModule<&_McastGroup_5302ff4251cd4c04_vomoModule, 2> {};
+template <>
+struct IdOf<Multicast::Group::Request> : InModule<&_McastGroup_5302ff4251cd4c04_vomoModule, 3> {};
+template <>
+struct IdOf<Multicast::Group::Response> : InModule<&_McastGroup_5302ff4251cd4c04_vomoModule, 4> {};
+template <>
+struct IdOf<Multicast::Group::Status> : InModule<&_McastGroup_5302ff4251cd4c04_vomoModule, 5> {};
 } // namespace Vomo
 
 namespace Multicast::Group {
@@ -61,5 +76,180 @@ static_assert(sizeof(GroupKey) == 4 && alignof(GroupKey) == 2);
 Vomo::String valueToStrep(GroupKey v);
 std::ostream& operator<<(std::ostream& stream, GroupKey v);
 Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, GroupKey v);
+
+// An agent's request for a group, in a Config.
+class Request : public Vomo::Entity, public Vomo::Tracked<Request> {
+public:
+    enum Attr : U32 { keyAttr = 258, portVlanAttr, requestIdAttr, toCpuAttr, featureFlagAttr };
+    // A member that is asked for.
+    struct VomoPortVlan : Vomo::RbTreeNode<MrouteLib::PortVlan, bool>, Vomo::Tracked<VomoPortVlan> {
+        using RbTreeNode::RbTreeNode;
+    };
+    using PortVlanMap = Vomo::RbTreeMap<VomoPortVlan, MrouteLib::PortVlan, bool>;
+    using PortVlanIterator = PortVlanMap::IteratorConst;
+
+    explicit Request(GroupKey key) : key_(key) {}
+    ~Request() override;
+    static Vomo::Ptr<Request> RequestIs(GroupKey key);
+
+    GroupKey const& key() const { return key_; }
+    // False also if it is no member.
+    bool portVlan(MrouteLib::PortVlan const& pv) const;
+    PortVlanMap const& portVlan() const { return portVlan_; }
+    void portVlanIs(MrouteLib::PortVlan const& pv, bool value);
+    // Returns the old value; false if it was no member.
+    bool portVlanDel(MrouteLib::PortVlan const& pv);
+    bool portVlanDel(PortVlanIterator const& at);
+    void portVlanDelAll();
+    // Raised by the agent for each new version of the request.
+    U32 requestId() const { return requestId_; }
+    void requestIdIs(U32 v) { assign(requestId_, v, requestIdAttr); }
+    U32 requestIdInc(U32 n) {
+        requestIdIs(requestId_ + n);
+        return requestId_;
+    }
+    U32 requestIdDec(U32 n) {
+        requestIdIs(requestId_ - n);
+        return requestId_;
+    }
+    // A copy goes to the CPU.
+    bool toCpu() const { return toCpu_; }
+    void toCpuIs(bool v) { assign(toCpu_, v, toCpuAttr); }
+    U32 featureFlag() const { return featureFlag_; }
+    void featureFlagIs(U32 v) { assign(featureFlag_, v, featureFlagAttr); }
+
+    Vomo::NotifieeListRecord notifieeList() const override;
+    Vomo::VomoTypeBase fwkType() const override;
+    Vomo::String name() const override;
+
+private:
+    friend Vomo::Describe<Request>;
+    void removeMember(VomoPortVlan* node);
+
+    GroupKey key_;
+    PortVlanMap portVlan_;
+    U32 requestId_ = 0;
+    bool toCpu_ = false;
+    U32 featureFlag_ = 0;
+    mutable Vomo::NotifieeList notifiees_;
+};
+
+// The answer to a request, in a Status.
+class Response : public Vomo::Entity, public Vomo::Tracked<Response> {
+public:
+    enum Attr : U32 { keyAttr = 258, successAttr, multicastIdAttr, requestIdAttr, responseIdAttr };
+
+    explicit Response(GroupKey key) : key_(key) {}
+    ~Response() override;
+    static Vomo::Ptr<Response> ResponseIs(GroupKey key);
+
+    GroupKey const& key() const { return key_; }
+    bool success() const { return success_; }
+    void successIs(bool v) { assign(success_, v, successAttr); }
+    // The group that was allocated.
+    U32 multicastId() const { return multicastId_; }
+    void multicastIdIs(U32 v) { assign(multicastId_, v, multicastIdAttr); }
+    // The request that is answered.
+    U32 requestId() const { return requestId_; }
+    void requestIdIs(U32 v) { assign(requestId_, v, requestIdAttr); }
+    U32 responseId() const { return responseId_; }
+    void responseIdIs(U32 v) { assign(responseId_, v, responseIdAttr); }
+    U32 responseIdInc(U32 n) {
+        responseIdIs(responseId_ + n);
+        return responseId_;
+    }
+    U32 responseIdDec(U32 n) {
+        responseIdIs(responseId_ - n);
+        return responseId_;
+    }
+
+    Vomo::NotifieeListRecord notifieeList() const override;
+    Vomo::VomoTypeBase fwkType() const override;
+    Vomo::String name() const override;
+
+private:
+    friend Vomo::Describe<Response>;
+    GroupKey key_;
+    bool success_ = false;
+    U32 multicastId_ = 0;
+    U32 requestId_ = 0;
+    U32 responseId_ = 0;
+    mutable Vomo::NotifieeList notifiees_;
+};
+
+// The requests of one agent.
+class Config : public Vomo::Entity, public Vomo::Tracked<Config> {
+public:
+    enum Attr : U32 { requestAttr = 258 };
+    struct RequestKeyFunktor {
+        GroupKey const& operator()(Vomo::Ptr<Request> const& r) const { return r->key(); }
+    };
+    struct VomoRequest : Vomo::HashMap2018NodeInternalKey<true, 0U, GroupKey, Vomo::Ptr<Request>,
+                                                          RequestKeyFunktor, false> {
+        using HashMap2018NodeInternalKey::HashMap2018NodeInternalKey;
+    };
+    using RequestMap = Vomo::HashMap2018<VomoRequest, GroupKey, Vomo::Ptr<Request>>;
+
+    explicit Config(Vomo::String const& name) : name_(name) {}
+    ~Config() override;
+    static Vomo::Ptr<Config> ConfigIs(Vomo::String const& name);
+
+    Vomo::Ptr<Request> request(GroupKey key) const;
+    RequestMap const& request() const { return request_; }
+    // The request of that key, made if there is none.
+    Vomo::Ptr<Request> requestIs(GroupKey key);
+    // Returns the request, which has no parent any more; null if there was none.
+    Vomo::Ptr<Request> requestDel(GroupKey key);
+    void requestDelAll();
+
+    Vomo::NotifieeListRecord notifieeList() const override;
+    Vomo::VomoTypeBase fwkType() const override;
+    Vomo::String name() const override { return name_; }
+
+private:
+    friend Vomo::Describe<Config>;
+    Vomo::String name_;
+    RequestMap request_;
+    mutable Vomo::NotifieeList notifiees_;
+};
+
+// The responses to one agent.
+class Status : public Vomo::Entity, public Vomo::Tracked<Status> {
+public:
+    enum Attr : U32 { responseAttr = 258 };
+    struct ResponseKeyFunktor {
+        GroupKey const& operator()(Vomo::Ptr<Response> const& r) const { return r->key(); }
+    };
+    struct VomoResponse : Vomo::HashMap2018NodeInternalKey<true, 0U, GroupKey, Vomo::Ptr<Response>,
+                                                           ResponseKeyFunktor, false> {
+        using HashMap2018NodeInternalKey::HashMap2018NodeInternalKey;
+    };
+    using ResponseMap = Vomo::HashMap2018<VomoResponse, GroupKey, Vomo::Ptr<Response>>;
+
+    explicit Status(Vomo::String const& name) : name_(name) {}
+    ~Status() override;
+    static Vomo::Ptr<Status> StatusIs(Vomo::String const& name);
+
+    Vomo::Ptr<Response> response(GroupKey key) const;
+    ResponseMap const& response() const { return response_; }
+    Vomo::Ptr<Response> responseIs(GroupKey key);
+    Vomo::Ptr<Response> responseDel(GroupKey key);
+    void responseDelAll();
+
+    Vomo::NotifieeListRecord notifieeList() const override;
+    Vomo::VomoTypeBase fwkType() const override;
+    Vomo::String name() const override { return name_; }
+
+private:
+    friend Vomo::Describe<Status>;
+    Vomo::String name_;
+    ResponseMap response_;
+    mutable Vomo::NotifieeList notifiees_;
+};
+
+Vomo::Ptr<Config> configFactory(Vomo::String const& name);
+Vomo::Ptr<Status> statusFactory(Vomo::String const& name);
+Vomo::Ptr<Request> requestFactory(GroupKey key);
+Vomo::Ptr<Response> responseFactory(GroupKey key);
 
 } // namespace Multicast::Group

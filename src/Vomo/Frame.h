@@ -11,14 +11,15 @@
 
 #include <array>
 #include <initializer_list>
+#include <memory>
 #include <utility>
 
 namespace Vomo {
 
 // What an engine can do with a field, an argument or a result of one type.
 struct FieldType {
-    VomoTypeBase type; // no module: a builtin
-    U16 builtin = 0;   // the builtin's number
+    VomoTypeBase type{}; // no module: a builtin
+    U16 builtin = 0;     // the builtin's number
     U32 size = 0;
     void (*print)(String& text, void const* field) = nullptr;
     void (*parse)(CharRange& range, void* field, char const* attrName) = nullptr;
@@ -26,6 +27,9 @@ struct FieldType {
     void (*read)(NboAttrLog::In* in, void* field) = nullptr;
     void (*assign)(void* field, void const* value) = nullptr;
     bool (*equal)(void const* a, void const* b) = nullptr;
+    // An object on the heap, read from the log.
+    void* (*readNew)(NboAttrLog::In* in) = nullptr;
+    void (*destroy)(void* object) = nullptr;
 };
 
 template <class F>
@@ -133,6 +137,17 @@ bool equalFields(void const* a, void const* b) {
 }
 
 template <class F>
+void* readNewField(NboAttrLog::In* in) {
+    auto value = std::make_unique<F>();
+    readField<F>(in, value.get());
+    return value.release();
+}
+template <class F>
+void destroyField(void* object) {
+    delete static_cast<F*>(object);
+}
+
+template <class F>
 consteval FieldType makeFieldType() {
     FieldType type;
     if constexpr (BuiltinNumber<F>::value != 0)
@@ -147,6 +162,8 @@ consteval FieldType makeFieldType() {
         type.read = readField<F>;
         type.assign = assignField<F>;
         type.equal = equalFields<F>;
+        type.readNew = readNewField<F>;
+        type.destroy = destroyField<F>;
     }
     return type;
 }
@@ -176,6 +193,8 @@ enum class RowKind : U8 {
     numKinds
 };
 
+struct CollectionOps;
+
 struct Param {
     char const* name = nullptr;
     FieldType const* type = nullptr;
@@ -197,6 +216,8 @@ struct Row {
     // Makes an object of this one constructor argument, checked.
     void (*construct)(void* to, void const* argument) = nullptr;
     std::array<Param, 3> params{};
+    // Of a collection.
+    CollectionOps const* collection = nullptr;
 };
 
 namespace Impl {

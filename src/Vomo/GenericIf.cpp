@@ -1,5 +1,6 @@
 #include "Vomo/GenericIf.h"
 
+#include "Vomo/EntityFrame.h"
 #include "Vomo/EnumType.h"
 #include "Vomo/Hash.h"
 
@@ -138,6 +139,33 @@ U32 flagSetHash(U8 bits) {
     return hash.result();
 }
 
+namespace {
+
+U32 collectionOp(CollectionOps const& coll, VomoAttr attr, void* out, void* object, AttributeOp op,
+                 void* a, void* b) {
+    switch (op) {
+    case AttributeOp::get: {
+        void const* const found = coll.find(object, a);
+        if (coll.isChildren) Impl::store(out, Ptr<Entity>(static_cast<Entity*>(const_cast<void*>(found))));
+        else if (coll.value == nullptr) Impl::store(out, found != nullptr);
+        else if (found != nullptr) coll.value->assign(out, found);
+        return 0;
+    }
+    case AttributeOp::set:
+        if (!coll.isChildren && coll.value == nullptr && b != nullptr && !*static_cast<bool const*>(b))
+            throwSetFalseValueException(attr);
+        coll.set(object, a, b);
+        return 0;
+    case AttributeOp::del: coll.del(object, a); return 0;
+    case AttributeOp::count: return Impl::store(out, coll.members(object)), 0;
+    case AttributeOp::version: return Impl::store(out, coll.version(object)), 0;
+    case AttributeOp::has: return Impl::store(out, coll.find(object, a) != nullptr), 0;
+    default: return 1;
+    }
+}
+
+} // namespace
+
 U32 rowsOp(TypeHead const& head, std::span<Row const> rows, void* out, void* object, VomoAttr attr,
            AttributeOp op, void* a, void* b) {
     U32 const number = attr.attributeId();
@@ -149,6 +177,7 @@ U32 rowsOp(TypeHead const& head, std::span<Row const> rows, void* out, void* obj
         return base.module->genericTable[base.index].attributeOp(out, object, attr, op, a, b);
     }
     Row const& row = *found;
+    if (row.collection != nullptr) return collectionOp(*row.collection, attr, out, object, op, a, b);
     if (row.op != nullptr) return row.op(out, object, op, a, b);
     switch (row.kind) {
     case RowKind::flag: {
@@ -228,6 +257,37 @@ constinit ValueMethods const GenericIfEnumMethods<U>::vtable_{
     EnumMethods<U>::construct, EnumMethods<U>::destruct, EnumMethods<U>::hash,        voidPtrIs,
     {nullptr, nullptr},        EnumMethods<U>::strRep,   EnumMethods<U>::strepToValue};
 // clang-format on
+
+namespace {
+// An object is a Ptr<Entity>; its text is the entity's type and name.
+struct EntityMethods {
+    using P = Ptr<Entity>;
+    static void construct(void* to, void const* from) {
+        if (from != nullptr)
+            new (to) P(*static_cast<P const*>(from));
+        else
+            new (to) P();
+    }
+    static void destruct(void* object) { static_cast<P*>(object)->~P(); }
+    static U32 hash(void const*, VomoType type) { throwUnhashableException(type); }
+    static String strRep(void const* object, VomoType) {
+        auto const& entity = *static_cast<P const*>(object);
+        if (!entity) return "None";
+        return fmt::format("<{} {}>", entity->fwkType().name(), std::string_view(entity->name()));
+    }
+    static void strepToValue(void*, String const&, VomoType type) {
+        Dunlin::fmthrow<NoImplementationException>("{} has no text form to read", type.name());
+    }
+};
+} // namespace
+
+// clang-format off: it takes the class for a function
+template <class T>
+constinit ValueMethods const GenericIfPtrInterfaceMethods<T>::vtable_{
+    EntityMethods::construct, EntityMethods::destruct, EntityMethods::hash, voidPtrIs,
+    {nullptr, nullptr}, EntityMethods::strRep, EntityMethods::strepToValue};
+// clang-format on
+template struct GenericIfPtrInterfaceMethods<Entity>;
 
 template struct GenericIfEnumMethods<U8>;
 template struct GenericIfEnumMethods<U32>;

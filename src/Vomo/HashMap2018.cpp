@@ -160,6 +160,18 @@ HashMap2018Generic::Place HashMap2018Generic::find(HashMap2018VTable const* vt, 
     return {};
 }
 
+HashMap2018Generic::Place HashMap2018Generic::findOrNext(HashMap2018VTable const* vt,
+                                                         void const* key, U32 rhash) const {
+    Place const place = find(vt, key, rhash);
+    if (place.bucket != nullptr || table_ == nullptr) return place;
+    // Members of equal hash come again rather than not at all.
+    U32 const index = bucketIndex(rhash);
+    if (Bucket* const bucket = table_[index])
+        if (U32 const slot = lowerBound(bucket, withoutMark(rhash)); slot < bucket->used())
+            return {bucket, slot};
+    return firstFrom(index + 1);
+}
+
 void* HashMap2018Generic::lookup(HashMap2018VTable const* vt, void const* key, U32 rhash) const {
     Place const place = find(vt, key, rhash);
     return place.bucket == nullptr ? nullptr : nodeAt(vt, place.bucket, place.slot);

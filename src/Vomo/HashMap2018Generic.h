@@ -202,6 +202,8 @@ private:
 
     void* lookup(HashMap2018VTable const* vt, void const* key, U32 rhash) const;
     Place find(HashMap2018VTable const* vt, void const* key, U32 rhash) const;
+    // The member, or, if it is absent, the first that the walk would meet behind it.
+    Place findOrNext(HashMap2018VTable const* vt, void const* key, U32 rhash) const;
     // The member with the key of `node`, which may be a stale copy.
     Place findSame(HashMap2018VTable const* vt, void const* node, U32 hashWord) const;
     void* insert(HashMap2018VTable const* vt, U32 rhash, void* node);
@@ -226,7 +228,7 @@ public:
     template <class K>
     HashMap2018IteratorGeneric(HashMap2018Generic const* map, HashMap2018VTable const* vt,
                                K const& key)
-        : HashMap2018IteratorGeneric(map, vt, map->find(vt, key.pointer(), key.rhash())) {}
+        : HashMap2018IteratorGeneric(map, vt, map->findOrNext(vt, key.pointer(), key.rhash())) {}
     HashMap2018IteratorGeneric(HashMap2018IteratorGeneric const& other);
     HashMap2018IteratorGeneric& operator=(HashMap2018IteratorGeneric const&) = delete;
     ~HashMap2018IteratorGeneric() { release(); }

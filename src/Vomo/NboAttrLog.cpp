@@ -1,5 +1,6 @@
 #include "Vomo/NboAttrLog.h"
 
+#include "Dunlin/Trace.h"
 #include "Vomo/Exception.h"
 
 #include <cstdlib>
@@ -7,7 +8,9 @@
 
 namespace Vomo::NboAttrLog {
 
-Out::~Out() { std::free(begin_); }
+Out::~Out() {
+    std::free(begin_);
+}
 
 void Out::grow(std::size_t n) {
     std::size_t const used = size();
@@ -39,6 +42,14 @@ String In::nextValidString(U32 max) {
     String text = nextString();
     if (text.bytes() > max) throwRangeException("Vomo::String::bytes > maxLength() not allowed");
     return text;
+}
+
+void failWithAttrLogValueCollectionDefaultKey() {
+    static auto const handler = Dunlin::Platform::getDebugHandler("NboAttrLog", false);
+    FMTRACE(*handler, 0, "a collection ends at a member whose key is the end mark");
+}
+void failWithAttrLogValueCollectionDuplicateKey() {
+    throw AttrLogRecordException("a collection in the attribute log holds a key twice");
 }
 
 } // namespace Vomo::NboAttrLog

@@ -115,5 +115,11 @@ private:
     U8 const* end_;
 };
 
+// A value collection cannot be written beyond a member whose key is the end mark: traces that and
+// returns, so that the end mark follows.
+void failWithAttrLogValueCollectionDefaultKey();
+// A value collection holds a key twice: raises AttrLogRecordException.
+[[noreturn]] void failWithAttrLogValueCollectionDuplicateKey();
+
 } // namespace NboAttrLog
 } // namespace Vomo

@@ -5,7 +5,7 @@
 // `Vomo::ModuleRecord<types>::value`. A mistake fails at the type's own line with a sentence.
 #pragma once
 
-#include "Vomo/GenericIf.h"
+#include "Vomo/EntityFrame.h"
 
 #include <algorithm>
 
@@ -43,6 +43,29 @@ consteval TypeFrame makeFrame() {
 }
 template <class T>
 inline constexpr TypeFrame frameOf = makeFrame<T>();
+
+// An entity type that is made from an Argument, its name or key.
+template <class T, class Argument>
+consteval TypeFrame makeEntityFrame() {
+    using Functions = TypeImpl<T, Argument>;
+    TypeFrame frame{.head = Describe<T>::type,
+                    .self = IdOf<T>::type,
+                    .size = sizeof(T),
+                    .alignment = alignof(T),
+                    .rows = Describe<T>::attributes,
+                    .generic = {}};
+    if constexpr (std::is_same_v<Argument, String>)
+        frame.generic.newEntityForDir = Functions::newEntityForDir;
+    frame.generic.stream = &Functions::stream;
+    frame.generic.methods = &GenericIfImpl::GenericIfPtrInterfaceMethods<Entity>::vtable_;
+    frame.generic.constructFromCtorArgs = Functions::genericIfConstructFromCtorArgs;
+    frame.generic.attributeOp = Functions::genericIfAttributeOp;
+    for (Row const& row : Describe<T>::attributes)
+        if (row.collection != nullptr) frame.generic.iterator = Functions::genericIfIterator;
+    return frame;
+}
+template <class T, class Argument>
+inline constexpr TypeFrame entityFrameOf = makeEntityFrame<T, Argument>();
 
 namespace Impl {
 

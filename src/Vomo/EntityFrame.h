@@ -1,0 +1,406 @@
+// The frame of an entity: rows of its attributes, and one constant table of functions a collection.
+// For sources of entities.
+#pragma once
+
+#include "Vomo/Entity.h"
+#include "Vomo/GenericIf.h"
+#include "Vomo/HashMap2018.h"
+#include "Vomo/RbTreeMap.h"
+
+namespace Vomo {
+
+namespace NboAttrLog {
+class EntityAdapter;
+}
+
+template <>
+struct BuiltinNumber<Entity> {
+    static constexpr U16 value = 3;
+};
+inline constexpr FieldType entityBase{.builtin = 3};
+template <class T>
+inline constexpr FieldType entityType{.type = IdOf<T>::type};
+
+// A set of keys of some type: which members have changed and were not sent.
+struct DirtyKeys {
+    virtual ~DirtyKeys() = default;
+    virtual void add(void const* key) = 0;
+    virtual void del(void const* key) = 0;
+    virtual bool empty() const = 0;
+    // Any of them; not to be asked of an empty set.
+    virtual void const* any() const = 0;
+};
+template <class Key>
+struct DirtyKeysOf final : DirtyKeys {
+    HSet<Key, 0U> set;
+    void add(void const* key) override { set.add(*static_cast<Key const*>(key)); }
+    void del(void const* key) override { set.del(*static_cast<Key const*>(key)); }
+    bool empty() const override { return set.members() == 0; }
+    void const* any() const override {
+        typename HSet<Key, 0U>::IteratorConst const first(&set.map());
+        return &first.node()->fwkKey();
+    }
+};
+
+// What the engines can do with a collection of an entity, without knowing its types. Keys and
+// values are passed by address.
+struct CollectionOps {
+    FieldType const* key;
+    FieldType const* value; // null: a set, or children
+    bool isChildren;
+    U32 (*members)(void const* object);
+    U32 (*version)(void const* object);
+    // The member's value, or the child; for a set its key. Null if there is none.
+    void const* (*find)(void const* object, void const* key);
+    // By the typed mutators, which notify.
+    void (*set)(void* object, void const* key, void const* value);
+    void (*del)(void* object, void const* key);
+    // A safe iterator on the heap, from the key or, if that is null, from the first.
+    void* (*iterNew)(void const* object, void const* key);
+    void const* (*iterKey)(void* iterator); // null at the end
+    void (*iterInc)(void* iterator);
+    void (*iterDel)(void* iterator);
+    // The marks of a resync.
+    void (*markAll)(void* object);
+    void (*unmark)(void* object, void const* key);
+    bool (*isMarked)(void const* object, void const* key);
+    // A copy of a key on the heap.
+    void* (*keyNew)(void const* key);
+    void (*keyDel)(void* key);
+    DirtyKeys* (*dirtyNew)();
+    // Room for a key that is read.
+    GenericIfRaw::Iterator::IteratorVTable const* iteratorMethods;
+};
+
+namespace Impl {
+
+template <class Map>
+struct MapTypes;
+template <class N, class K, class V>
+struct MapTypes<HashMap2018<N, K, V>> {
+    using Node = N;
+    using Key = K;
+    using Value = V;
+    static constexpr bool isHash = true;
+};
+template <class N, class K, class V>
+struct MapTypes<RbTreeMap<N, K, V>> {
+    using Node = N;
+    using Key = K;
+    using Value = V;
+    static constexpr bool isHash = false;
+};
+template <class V>
+struct ChildOf {
+    using type = void;
+};
+template <class C>
+struct ChildOf<Ptr<C>> {
+    using type = C;
+};
+
+template <auto map, auto set, auto del>
+struct Collection {
+    using T = ClassOf<map>;
+    using Map = FieldOf<map>;
+    using Types = MapTypes<Map>;
+    using Key = typename Types::Key;
+    using Value = typename Types::Value;
+    using Child = typename ChildOf<Value>::type;
+    using Iterator = typename Map::IteratorConst;
+    static constexpr bool isChildren = !std::is_void_v<Child>;
+
+    static Map const& of(void const* object) { return static_cast<T const*>(object)->*map; }
+    static Key const& keyAt(void const* key) { return *static_cast<Key const*>(key); }
+    static auto* node(void const* object, void const* key) { return of(object)[keyAt(key)]; }
+
+    static U32 members(void const* object) { return of(object).members(); }
+    static U32 version(void const* object) { return of(object).version(); }
+    static void const* find(void const* object, void const* key) {
+        auto* const found = node(object, key);
+        if (found == nullptr) return nullptr;
+        if constexpr (isChildren)
+            return static_cast<Entity const*>(found->value().ptr());
+        else if constexpr (std::is_void_v<Value>)
+            return &found->fwkKey();
+        else
+            return &found->value();
+    }
+    static void setMember(void* object, void const* key, [[maybe_unused]] void const* value) {
+        auto& self = *static_cast<T*>(object);
+        if constexpr (isChildren || std::is_void_v<Value>)
+            (self.*set)(keyAt(key));
+        else
+            (self.*set)(keyAt(key), *static_cast<Value const*>(value));
+    }
+    static void delMember(void* object, void const* key) {
+        (static_cast<T*>(object)->*del)(keyAt(key));
+    }
+    static void* iterNew(void const* object, void const* key) {
+        return key == nullptr ? new Iterator(&of(object)) : new Iterator(&of(object), keyAt(key));
+    }
+    static void const* iterKey(void* iterator) {
+        auto& i = *static_cast<Iterator*>(iterator);
+        return i ? &i.key() : nullptr;
+    }
+    static void iterInc(void* iterator) { ++*static_cast<Iterator*>(iterator); }
+    static void iterDel(void* iterator) { delete static_cast<Iterator*>(iterator); }
+    static void markAll(void* object) {
+        Map& m = static_cast<T*>(object)->*map;
+        if constexpr (isChildren) {
+            for (typename Map::UnsafeIteratorConst i(&m); i; ++i)
+                i->value()->streamStateIs(i->value()->streamState() | Entity::resyncMark);
+        } else if constexpr (Types::isHash) {
+            m.vomoMarkAllForDeletion();
+        } else {
+            m.markAllForDeletion();
+        }
+    }
+    static void unmark(void* object, void const* key) {
+        auto* const found = node(object, key);
+        if (found == nullptr) return;
+        if constexpr (isChildren)
+            found->value()->streamStateIs(found->value()->streamState() & ~Entity::resyncMark);
+        else if constexpr (Types::isHash)
+            (static_cast<T*>(object)->*map).markedForDeletionIs(keyAt(key), false);
+        else
+            found->vomoMarkedForDeletionIs(false);
+    }
+    static bool isMarked(void const* object, void const* key) {
+        auto* const found = node(object, key);
+        if (found == nullptr) return false;
+        if constexpr (isChildren)
+            return (found->value()->streamState() & Entity::resyncMark) != 0;
+        else if constexpr (Types::isHash)
+            return Iterator(&of(object), keyAt(key)).markedForDeletion();
+        else
+            return found->vomoMarkedForDeletion();
+    }
+    static void* keyNew(void const* key) { return new Key(keyAt(key)); }
+    static void keyDel(void* key) { delete static_cast<Key*>(key); }
+    static DirtyKeys* dirtyNew() { return new DirtyKeysOf<Key>; }
+
+    // The iterator of the generic interface.
+    static bool iterObj(VomoAttr, void* iterator, void* out) {
+        auto& i = *static_cast<Iterator*>(iterator);
+        if constexpr (!Types::isHash) {
+            *static_cast<Value*>(out) = i.value();
+        } else {
+            auto* const present = i.node();
+            if constexpr (isChildren)
+                *static_cast<Ptr<Entity>*>(out) =
+                    present == nullptr ? Ptr<Entity>() : Ptr<Entity>(present->value());
+            else if constexpr (std::is_void_v<Value>)
+                *static_cast<bool*>(out) = present != nullptr;
+            else if (present != nullptr)
+                *static_cast<Value*>(out) = present->value();
+        }
+        return true;
+    }
+    static bool iterKeyOut(VomoAttr, void* iterator, void* out) {
+        *static_cast<Key*>(out) = static_cast<Iterator*>(iterator)->key();
+        return true;
+    }
+    static bool iterNonnull(VomoAttr, void* iterator) {
+        return bool(*static_cast<Iterator*>(iterator));
+    }
+    static void iterNext(VomoAttr, void* iterator) { iterInc(iterator); }
+    static void iterEnd(VomoAttr, void* iterator) { iterDel(iterator); }
+    static constexpr GenericIfRaw::Iterator::IteratorVTable iteratorMethods{
+        iterObj, iterKeyOut, iterNonnull, iterNext, iterEnd, {}};
+
+    static constexpr FieldType const* valueType() {
+        if constexpr (isChildren || std::is_void_v<Value>)
+            return nullptr;
+        else
+            return &fieldType<Value>;
+    }
+    static constexpr CollectionOps ops{
+        &fieldType<Key>, valueType(), isChildren, members,  version,         find,    setMember,
+        delMember,       iterNew,     iterKey,    iterInc,  iterDel,         markAll, unmark,
+        isMarked,        keyNew,      keyDel,     dirtyNew, &iteratorMethods};
+};
+
+template <auto get, auto set>
+U32 scalarOp(void* out, void* object, AttributeOp op, void* a, void*) {
+    using T = typename SignatureOf<get>::Class;
+    if (op == AttributeOp::get)
+        store<ResultOf<get>>(out, (static_cast<T const*>(object)->*get)());
+    else if (op == AttributeOp::set)
+        (static_cast<T*>(object)->*set)(*static_cast<ResultOf<get> const*>(a));
+    else
+        return 1;
+    return 0;
+}
+
+} // namespace Impl
+
+// A stored scalar of an entity, with its accessor and mutator.
+template <auto field, auto get, auto set>
+consteval Row notifying(U32 number, char const* name) {
+    return {.number = number,
+            .kind = RowKind::notifying,
+            .stored = true,
+            .name = name,
+            .type = &fieldType<Impl::FieldOf<field>>,
+            .field = Impl::fieldAt<field>,
+            .op = Impl::scalarOp<get, set>};
+}
+// A collection of values, or a set: `set(key, value)` or `set(key)`, `del(key)`.
+template <auto map, auto set, auto del>
+consteval Row valueMap(U32 number, char const* name) {
+    using C = Impl::Collection<map, set, del>;
+    constexpr bool isSet = std::is_void_v<typename C::Value>;
+    return {.number = number,
+            .kind = isSet ? RowKind::valueSet : RowKind::valueMap,
+            .stored = true,
+            .name = name,
+            .type = isSet ? &fieldType<bool> : C::valueType(),
+            .key = &fieldType<typename C::Key>,
+            .collection = &C::ops};
+}
+// A collection of entities that it makes: `set(key)` gives the child. `keyName` is the child's
+// attribute that is the key.
+template <auto map, auto set, auto del>
+consteval Row children(U32 number, char const* name, char const* keyName) {
+    using C = Impl::Collection<map, set, del>;
+    return {.number = number,
+            .kind = RowKind::children,
+            .stored = true,
+            .name = name,
+            .type = &entityType<typename C::Child>,
+            .key = &fieldType<typename C::Key>,
+            .keyName = keyName,
+            .collection = &C::ops};
+}
+
+consteval TypeHead entity(char const* name, U8 flags = 0) {
+    return {name, TypeKind::entity, flags, &entityBase};
+}
+
+// The functions of an entity type that the attribute log calls.
+struct StreamTable {
+    Ptr<Entity> (*newEntityForAttrLog)(NboAttrLog::In* in);
+    void (*newFlowOut)(NboAttrLog::EntityAdapter* sa, bool, U32 lastSynced);
+    bool (*freeResyncState)(NboAttrLog::EntityAdapter* sa);
+    U32 (*attrLogSizeCtorParams)(Entity const* entity);
+    void (*serializeConstructorParams)(NboAttrLog::Out& out, Entity const* entity);
+    void (*vomoInstantiateSerialize)(NboAttrLog::EntityAdapter* sa);
+    U32 (*handleAttrFlowOut)(NboAttrLog::EntityAdapter* sa, U32 attrId);
+    bool (*doHandleAttrTransaction)(NboAttrLog::EntityAdapter* sa, U32 attrId, U32 kind, bool flag);
+    void (*doHandleAttrDeserialization)(NboAttrLog::EntityAdapter* sa, S32 attrId,
+                                        NboAttrLog::In* in);
+    U32 (*streamAdapterOnAttribute)(NboAttrLog::EntityAdapter* sa, U32 attrId, void const* key);
+    void const* reserved[2];
+};
+static_assert(sizeof(StreamTable) == 96);
+
+namespace NboAttrLog {
+// The engines behind the stream table of every entity type.
+void newFlowOut(EntityAdapter* sa, std::span<Row const> rows, U32 lastSynced);
+bool freeResyncState(EntityAdapter* sa);
+U32 handleAttrFlowOut(EntityAdapter* sa, std::span<Row const> rows, U32 attrId);
+void instantiateSerialize(EntityAdapter* sa, std::span<Row const> rows);
+bool handleAttrTransaction(EntityAdapter* sa, std::span<Row const> rows, U32 attrId, U32 kind,
+                           bool flag);
+void handleAttrDeserialization(EntityAdapter* sa, std::span<Row const> rows, S32 attrId, In* in);
+U32 onAttribute(EntityAdapter* sa, std::span<Row const> rows, U32 attrId, void const* key);
+U32 sizeOfCtorParams(std::span<Row const> rows, Entity const* entity);
+void writeCtorParams(Out& out, std::span<Row const> rows, Entity const* entity);
+} // namespace NboAttrLog
+
+// The per-type functions of an entity; each hands its rows to an engine. An entity is made from one
+// argument, its name or key.
+template <class T, class Argument>
+struct TypeImpl {
+    static constexpr std::span<Row const> rows() { return Describe<T>::attributes; }
+    using Sa = NboAttrLog::EntityAdapter;
+
+    static void* newEntityForDir(String const& name, void* args) {
+        if (args != nullptr) throwNewEntityArgsException(IdOf<T>::type);
+        if constexpr (std::is_same_v<Argument, String>) {
+            Ptr<T> const made = newEntity<T>(name);
+            made->referencesInc(); // the caller's
+            return static_cast<Entity*>(made.ptr());
+        } else {
+            return nullptr;
+        }
+    }
+    static Ptr<Entity> newEntityForAttrLog(NboAttrLog::In* in) {
+        if constexpr (std::is_same_v<Argument, String>)
+            return newEntity<T>(in->nextString());
+        else
+            return newEntity<T>(Argument(in, StreamBogon{}));
+    }
+    // `to` is a Ptr<Entity>.
+    static void genericIfConstructFromCtorArgs(void* to, void* const* args) {
+        *static_cast<Ptr<Entity>*>(to) = newEntity<T>(*static_cast<Argument const*>(args[0]));
+    }
+    // `object` is the entity as Entity.
+    static U32 genericIfAttributeOp(void* out, void* object, VomoAttr attr, AttributeOp op, void* a,
+                                    void* b) {
+        if (attr.isNull()) return 1;
+        return GenericIfImpl::rowsOp(Describe<T>::type, rows(), out,
+                                     static_cast<T*>(static_cast<Entity*>(object)), attr, op, a, b);
+    }
+    static void* genericIfIterator(void* object, void** key, VomoAttr attr,
+                                   GenericIfRaw::Iterator::IteratorVTable const** methods) {
+        for (Row const& row : rows())
+            if (row.number == attr.attributeId() && row.collection != nullptr) {
+                *methods = row.collection->iteratorMethods;
+                return row.collection->iterNew(static_cast<T*>(static_cast<Entity*>(object)),
+                                               key == nullptr ? nullptr : *key);
+            }
+        return nullptr;
+    }
+
+    static void newFlowOut(Sa* sa, bool, U32 lastSynced) {
+        NboAttrLog::newFlowOut(sa, rows(), lastSynced);
+    }
+    static bool freeResyncState(Sa* sa) { return NboAttrLog::freeResyncState(sa); }
+    static U32 attrLogSizeCtorParams(Entity const* e) {
+        return NboAttrLog::sizeOfCtorParams(rows(), e);
+    }
+    static void serializeConstructorParams(NboAttrLog::Out& out, Entity const* e) {
+        NboAttrLog::writeCtorParams(out, rows(), e);
+    }
+    static void vomoInstantiateSerialize(Sa* sa) { NboAttrLog::instantiateSerialize(sa, rows()); }
+    static U32 handleAttrFlowOut(Sa* sa, U32 attrId) {
+        return NboAttrLog::handleAttrFlowOut(sa, rows(), attrId);
+    }
+    static bool doHandleAttrTransaction(Sa* sa, U32 attrId, U32 kind, bool flag) {
+        return NboAttrLog::handleAttrTransaction(sa, rows(), attrId, kind, flag);
+    }
+    static void doHandleAttrDeserialization(Sa* sa, S32 attrId, NboAttrLog::In* in) {
+        NboAttrLog::handleAttrDeserialization(sa, rows(), attrId, in);
+    }
+    static U32 streamAdapterOnAttribute(Sa* sa, U32 attrId, void const* key) {
+        return NboAttrLog::onAttribute(sa, rows(), attrId, key);
+    }
+    static constexpr bool hasChildren() {
+        for (Row const& row : Describe<T>::attributes)
+            if (row.kind == RowKind::children) return true;
+        return false;
+    }
+    static constexpr StreamTable stream{newEntityForAttrLog,
+                                        newFlowOut,
+                                        freeResyncState,
+                                        attrLogSizeCtorParams,
+                                        serializeConstructorParams,
+                                        hasChildren() ? vomoInstantiateSerialize : nullptr,
+                                        handleAttrFlowOut,
+                                        doHandleAttrTransaction,
+                                        doHandleAttrDeserialization,
+                                        streamAdapterOnAttribute,
+                                        {}};
+};
+
+namespace GenericIfImpl {
+template <class T>
+struct GenericIfPtrInterfaceMethods {
+    static ValueMethods const vtable_;
+};
+extern template struct GenericIfPtrInterfaceMethods<Entity>;
+} // namespace GenericIfImpl
+
+} // namespace Vomo

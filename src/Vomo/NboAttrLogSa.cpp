@@ -1,0 +1,489 @@
+#include "Vomo/NboAttrLogSa.h"
+
+namespace Vomo::NboAttrLog {
+
+void throwWriteUpdateFromReadOnlyProxyException() {
+    throw ArgumentException("a peer that may only read sent a change");
+}
+
+// FlowOut
+
+void FlowOut::bookmarkIs(CollectionOps const* collection, void const* key) {
+    PLAINASSERT(bookmark_ == nullptr, "!rsc->bookmark()");
+    bookmarkOf_ = collection;
+    bookmark_ = collection->keyNew(key);
+}
+void FlowOut::bookmarkDel() {
+    if (bookmark_ != nullptr) bookmarkOf_->keyDel(std::exchange(bookmark_, nullptr));
+}
+bool FlowOut::hasDirtyCollKeys() const {
+    for (auto const& [attrId, attribute] : attributes)
+        if (attribute.dirtyKeys && !attribute.dirtyKeys->empty()) return true;
+    return false;
+}
+
+// EntityAdapter
+
+EntityAdapter::EntityAdapter(Connection& connection, Ptr<Entity> entity, U32 id)
+    : connection_(connection), entity_(std::move(entity)), id_(id) {
+    notifierIs(entity_.ptr());
+}
+
+StreamTable const& EntityAdapter::stream() const {
+    VomoTypeBase const type = entity_->fwkType();
+    return *type.module->genericTable[type.index].stream;
+}
+
+void EntityAdapter::onAttribute(U32 attrId, void const* key) {
+    if (!connection_.isApplying(this, attrId)) stream().streamAdapterOnAttribute(this, attrId, key);
+}
+
+// The engines of an entity's stream table
+
+namespace {
+
+// What is sent for an entity: its stored attributes but those of its construction.
+bool isSent(Row const& row) {
+    return row.stored && row.kind != RowKind::ctor;
+}
+
+Row const* rowOf(std::span<Row const> rows, U32 attrId) {
+    for (Row const& row : rows)
+        if (row.number == attrId && isSent(row)) return &row;
+    return nullptr;
+}
+
+FlowOut::Attribute& stateOf(EntityAdapter& sa, Row const& row) {
+    FlowOut::Attribute& state = sa.flow.attributes[row.number];
+    if (row.collection != nullptr && !state.dirtyKeys)
+        state.dirtyKeys.reset(row.collection->dirtyNew());
+    return state;
+}
+
+void sendScalar(EntityAdapter& sa, Row const& row) {
+    Out& out = sa.connection().begin(sa, static_cast<S32>(row.number), 0);
+    row.type->write(out, row.field(sa.object()));
+    sa.connection().commit();
+}
+
+// A member as it is now: there or gone.
+void sendMember(EntityAdapter& sa, Row const& row, void const* key) {
+    CollectionOps const& coll = *row.collection;
+    Connection& connection = sa.connection();
+    auto const number = static_cast<S32>(row.number);
+    void const* const found = coll.find(sa.object(), key);
+    if (found == nullptr) {
+        coll.key->write(connection.begin(sa, -number, MessageFlag::inCollection), key);
+        connection.commit();
+        if (coll.isChildren) connection.dropOrphans();
+        return;
+    }
+    if (!coll.isChildren) {
+        Out& out = connection.begin(sa, number, MessageFlag::inCollection);
+        coll.key->write(out, key);
+        if (coll.value != nullptr) coll.value->write(out, found);
+        connection.commit();
+        return;
+    }
+    auto* const child = const_cast<Entity*>(static_cast<Entity const*>(found));
+    auto const [adapter, isNew] = connection.adapterOf(child);
+    Out& out = connection.begin(sa, number, MessageFlag::inCollection);
+    coll.key->write(out, key);
+    out << U16{0} << adapter->id();
+    connection.commit();
+    if (isNew) {
+        adapter->stream().newFlowOut(adapter, false, 0);
+        connection.wait(*adapter);
+    }
+}
+
+void sendMark(EntityAdapter& sa, Row const& row, U8 mark) {
+    sa.connection().begin(sa, static_cast<S32>(row.number), mark);
+    sa.connection().commit();
+}
+
+// Sends the keys that changed while they could not be sent. False when the queue is full.
+bool drainKeys(EntityAdapter& sa, Row const& row, FlowOut::Attribute& state) {
+    while (!state.dirtyKeys->empty()) {
+        if (!sa.connection().continueFlowOut()) return false;
+        void* const key = row.collection->keyNew(state.dirtyKeys->any());
+        state.dirtyKeys->del(key);
+        sendMember(sa, row, key);
+        row.collection->keyDel(key);
+    }
+    return true;
+}
+
+// The walk of a resync. False when it stops at a bookmark, or among the dirty keys.
+bool sendCollection(EntityAdapter& sa, Row const& row) {
+    CollectionOps const& coll = *row.collection;
+    FlowOut::Attribute& state = stateOf(sa, row);
+    if (!state.synced) {
+        void* const from =
+            sa.flow.bookmark() == nullptr ? nullptr : coll.keyNew(sa.flow.bookmark());
+        sa.flow.bookmarkDel();
+        U8 const resumed = state.walking ? MessageFlag::resumed : U8{0};
+        sendMark(sa, row, static_cast<U8>(MessageFlag::beginMark | resumed));
+        state.walking = true;
+        void* const iterator = coll.iterNew(sa.object(), from);
+        if (from != nullptr) coll.keyDel(from);
+        while (void const* const key = coll.iterKey(iterator)) {
+            if (!sa.connection().continueFlowOut()) {
+                sa.flow.bookmarkIs(&coll, key);
+                break;
+            }
+            state.dirtyKeys->del(key);
+            sendMember(sa, row, key);
+            coll.iterInc(iterator);
+        }
+        coll.iterDel(iterator);
+        if (sa.flow.bookmark() != nullptr) return false;
+        sendMark(sa, row, static_cast<U8>(MessageFlag::endMark | resumed));
+        state.walking = false;
+        state.synced = true;
+    }
+    return drainKeys(sa, row, state);
+}
+
+// A key, value or scalar that was read; released at the end of the scope.
+class ReadValue {
+public:
+    ReadValue(FieldType const& type, In* in) : type_(type), value_(type.readNew(in)) {}
+    ~ReadValue() { type_.destroy(value_); }
+    ReadValue(ReadValue const&) = delete;
+    ReadValue& operator=(ReadValue const&) = delete;
+    void* get() const { return value_; }
+
+private:
+    FieldType const& type_;
+    void* value_;
+};
+
+void checkAllRead(In const& in) {
+    if (in.remaining() != 0)
+        Dunlin::fmthrow<AttrLogRecordException>("message of the attribute log: {} bytes too many",
+                                                in.remaining());
+}
+
+[[noreturn]] void throwUnknown(EntityAdapter const& sa, S32 attrId) {
+    Dunlin::fmthrow<AttrLogRecordException>(
+        "attribute log: {} has no attribute {} that can be {}", sa.entity()->fwkType().name(),
+        attrId < 0 ? -attrId : attrId, attrId < 0 ? "taken from" : "sent");
+}
+
+} // namespace
+
+void newFlowOut(EntityAdapter* sa, std::span<Row const> rows, U32 lastSynced) {
+    for (Row const& row : rows)
+        if (isSent(row)) stateOf(*sa, row).synced = row.number < lastSynced;
+}
+
+bool freeResyncState(EntityAdapter* sa) {
+    bool const had = sa->flow.bookmark() != nullptr;
+    sa->flow.bookmarkDel();
+    return had;
+}
+
+U32 handleAttrFlowOut(EntityAdapter* sa, std::span<Row const> rows, U32 attrId) {
+    if (attrId != 0 && rowOf(rows, attrId) == nullptr) return 0xFFFFFFFF;
+    for (Row const& row : rows) {
+        if (!isSent(row) || row.number < attrId) continue;
+        if (!sa->connection().continueFlowOut()) return row.number;
+        if (row.collection != nullptr) {
+            if (!sendCollection(*sa, row)) return row.number;
+            continue;
+        }
+        FlowOut::Attribute& state = stateOf(*sa, row);
+        // After the first pass only what changed since.
+        if (!state.synced || state.dirty) sendScalar(*sa, row);
+        state.synced = true;
+        state.dirty = false;
+    }
+    return 0;
+}
+
+void instantiateSerialize(EntityAdapter* sa, std::span<Row const> rows) {
+    for (Row const& row : rows)
+        if (row.kind == RowKind::children) sendCollection(*sa, row);
+}
+
+U32 onAttribute(EntityAdapter* sa, std::span<Row const> rows, U32 attrId, void const* key) {
+    Row const* const row = rowOf(rows, attrId);
+    if (row == nullptr) return 0;
+    FlowOut::Attribute& state = stateOf(*sa, *row);
+    bool const isMember = row->collection != nullptr;
+    if (!state.synced) {
+        // The resync has yet to come by, and sends what is there then. Behind its back only keys of
+        // a walk that has begun can be missed.
+        if (isMember && state.walking) state.dirtyKeys->add(key);
+        return 1;
+    }
+    if (!sa->connection().continueFlowOut()) {
+        if (isMember)
+            state.dirtyKeys->add(key);
+        else
+            state.dirty = true;
+        sa->connection().wait(*sa);
+    } else if (isMember) {
+        state.dirtyKeys->del(key);
+        sendMember(*sa, *row, key);
+    } else {
+        state.dirty = false;
+        sendScalar(*sa, *row);
+    }
+    return 1;
+}
+
+bool handleAttrTransaction(EntityAdapter* sa, std::span<Row const> rows, U32 attrId, U32 kind,
+                           bool flag) {
+    Row const* const row = rowOf(rows, attrId);
+    if (row == nullptr || row->collection == nullptr) return false;
+    CollectionOps const& coll = *row->collection;
+    if (kind == 0) {
+        // A resumed walk goes on with the marks that are there (B27).
+        if (!flag) coll.markAll(sa->object());
+    } else if (kind == 2) {
+        Connection::ActiveAnchor const anchor(sa->connection(), sa, attrId);
+        void* const iterator = coll.iterNew(sa->object(), nullptr);
+        for (void const* key; (key = coll.iterKey(iterator)) != nullptr; coll.iterInc(iterator))
+            if (coll.isMarked(sa->object(), key)) coll.del(sa->object(), key);
+        coll.iterDel(iterator);
+        if (coll.isChildren) sa->connection().dropOrphans();
+    }
+    return true;
+}
+
+// Reads the whole message before anything is changed.
+void handleAttrDeserialization(EntityAdapter* sa, std::span<Row const> rows, S32 attrId, In* in) {
+    auto const number = static_cast<U32>(attrId < 0 ? -attrId : attrId);
+    Row const* const row = rowOf(rows, number);
+    if (row == nullptr || (attrId < 0 && row->collection == nullptr)) throwUnknown(*sa, attrId);
+    Connection& connection = sa->connection();
+    if (row->collection == nullptr) {
+        ReadValue const value(*row->type, in);
+        checkAllRead(*in);
+        Connection::ActiveAnchor const anchor(connection, sa, number);
+        row->op(nullptr, sa->object(), AttributeOp::set, value.get(), nullptr);
+        return;
+    }
+    CollectionOps const& coll = *row->collection;
+    ReadValue const key(*coll.key, in);
+    if (attrId < 0) {
+        checkAllRead(*in);
+        Connection::ActiveAnchor const anchor(connection, sa, number);
+        coll.del(sa->object(), key.get());
+        if (coll.isChildren) connection.dropOrphans();
+    } else if (coll.isChildren) {
+        in->nextU16(); // ephemeral: not used between processes
+        U32 const id = in->nextU32();
+        checkAllRead(*in);
+        Connection::ActiveAnchor const anchor(connection, sa, number);
+        coll.set(sa->object(), key.get(), nullptr);
+        void const* const child = coll.find(sa->object(), key.get());
+        if (child == nullptr) return; // a notifiee has removed it again
+        connection.bind(id, Ptr<Entity>(const_cast<Entity*>(static_cast<Entity const*>(child))));
+        coll.unmark(sa->object(), key.get());
+    } else {
+        std::unique_ptr<ReadValue> const value(
+            coll.value == nullptr ? nullptr : new ReadValue(*coll.value, in));
+        checkAllRead(*in);
+        Connection::ActiveAnchor const anchor(connection, sa, number);
+        coll.set(sa->object(), key.get(), value ? value->get() : nullptr);
+        coll.unmark(sa->object(), key.get());
+    }
+}
+
+U32 sizeOfCtorParams(std::span<Row const> rows, Entity const* entity) {
+    Out out;
+    writeCtorParams(out, rows, entity);
+    return static_cast<U32>(out.size());
+}
+
+void writeCtorParams(Out& out, std::span<Row const> rows, Entity const* entity) {
+    bool any = false;
+    for (Row const& row : rows)
+        if (row.kind == RowKind::ctor) {
+            row.type->write(out, row.field(entity));
+            any = true;
+        }
+    if (!any) out << entity->name(); // an entity without a key is made from its name
+}
+
+// Connection
+
+namespace {
+constexpr U32 rootId = 1;
+constexpr U32 mirrorIds = 0x80000000; // of children that the mirror makes
+} // namespace
+
+Connection::Connection(Role role, Ptr<Entity> root, bool readOnlyRemote)
+    : role_(role), root_(std::move(root)), readOnlyRemote_(readOnlyRemote), nextId_(rootId + 1) {}
+
+Connection::~Connection() {
+    connectedIs(false);
+}
+
+void Connection::connectedIs(bool connected) {
+    adapters_.clear();
+    ids_.clear();
+    retired_.clear();
+    waiting_.clear();
+    in_.clear();
+    out_.clear();
+    sent_ = 0;
+    connected_ = connected;
+    nextId_ = role_ == Role::source ? rootId + 1 : mirrorIds;
+    if (!connected) return;
+    if (role_ == Role::mirror) {
+        bind(rootId, root_);
+        return;
+    }
+    auto& adapter = *(adapters_[rootId] = std::make_unique<EntityAdapter>(*this, root_, rootId));
+    ids_[root_.ptr()] = rootId;
+    adapter.stream().newFlowOut(&adapter, false, 0);
+    wait(adapter);
+    flow();
+}
+
+// An entity that the peer has announced: what it holds is known there.
+EntityAdapter& Connection::bind(U32 id, Ptr<Entity> entity) {
+    retired_.erase(id);
+    if (auto const known = ids_.find(entity.ptr()); known != ids_.end()) {
+        if (known->second == id) return *adapters_.at(id);
+        retired_.insert(known->second);
+        adapters_.erase(known->second);
+    }
+    if (auto const taken = adapters_.find(id); taken != adapters_.end())
+        ids_.erase(taken->second->entity());
+    ids_[entity.ptr()] = id;
+    auto& slot = adapters_[id];
+    slot = std::make_unique<EntityAdapter>(*this, std::move(entity), id);
+    slot->stream().newFlowOut(slot.get(), false, 0xFFFFFFFF);
+    slot->flow.resyncDone = true;
+    return *slot;
+}
+
+std::pair<EntityAdapter*, bool> Connection::adapterOf(Entity* entity) {
+    if (auto const known = ids_.find(entity); known != ids_.end())
+        return {adapters_.at(known->second).get(), false};
+    U32 const id = nextId_++;
+    ids_[entity] = id;
+    auto& slot = adapters_[id];
+    slot = std::make_unique<EntityAdapter>(*this, Ptr<Entity>(entity), id);
+    return {slot.get(), true};
+}
+
+// A child that has left its parent is of no concern any more.
+void Connection::dropOrphans() {
+    for (auto at = adapters_.begin(); at != adapters_.end();) {
+        Entity* const entity = at->second->entity();
+        if (entity == root_.ptr() || entity->parent() != nullptr) {
+            ++at;
+            continue;
+        }
+        retired_.insert(at->first);
+        ids_.erase(entity);
+        at = adapters_.erase(at);
+    }
+}
+
+Out& Connection::begin(EntityAdapter const& sa, S32 attrId, U8 flags) {
+    messageStart_ = out_.size();
+    return out_ << U32{0} << sa.id() << attrId << flags;
+}
+
+void Connection::commit() {
+    auto const size = __builtin_bswap32(static_cast<U32>(out_.size() - messageStart_));
+    std::memcpy(const_cast<U8*>(out_.bytes().data()) + messageStart_, &size, sizeof size);
+    ++messagesSent_;
+    if (messageStart_ == sent_ && onWaiting) onWaiting();
+}
+
+void Connection::consumed(std::size_t bytes) {
+    sent_ += bytes;
+    if (sent_ == out_.size()) {
+        out_.clear();
+        sent_ = 0;
+    }
+    flow();
+}
+
+void Connection::wait(EntityAdapter& sa) {
+    if (std::find(waiting_.begin(), waiting_.end(), sa.id()) == waiting_.end())
+        waiting_.push_back(sa.id());
+}
+
+void Connection::flow() {
+    if (flowing_) return;
+    flowing_ = true;
+    struct End {
+        bool& flag;
+        ~End() { flag = false; }
+    } const end{flowing_};
+    while (!waiting_.empty() && continueFlowOut()) {
+        auto const at = adapters_.find(waiting_.front());
+        if (at == adapters_.end()) { // has left meanwhile
+            waiting_.pop_front();
+            continue;
+        }
+        EntityAdapter& sa = *at->second;
+        // A first pass goes on where it stopped; later ones send what is dirty.
+        U32 const stopped = sa.stream().handleAttrFlowOut(&sa, sa.flow.resyncAt);
+        sa.flow.resyncAt = stopped;
+        if (stopped != 0) break;
+        sa.flow.resyncDone = true;
+        waiting_.erase(std::find(waiting_.begin(), waiting_.end(), sa.id()));
+    }
+}
+
+void Connection::receive(std::span<U8 const> bytes) {
+    in_.insert(in_.end(), bytes.begin(), bytes.end());
+    std::size_t done = 0;
+    struct Erase {
+        std::vector<U8>& in;
+        std::size_t& done;
+        ~Erase() { in.erase(in.begin(), in.begin() + static_cast<std::ptrdiff_t>(done)); }
+    } const erase{in_, done};
+    while (in_.size() - done >= sizeof(U32)) {
+        std::span<U8 const> const rest = std::span<U8 const>(in_).subspan(done);
+        U32 const size = In(rest).nextU32();
+        if (size < messageHeaderSize || size > maxMessageSize)
+            Dunlin::fmthrow<AttrLogRecordException>(
+                "message of the attribute log: length {}, must be {} to {}", size,
+                messageHeaderSize, maxMessageSize);
+        if (rest.size() < size) return;
+        handleMessage(rest.first(size));
+        ++messagesReceived_;
+        done += size;
+    }
+}
+
+void Connection::handleMessage(std::span<U8 const> message) {
+    In in(message.subspan(sizeof(U32)));
+    U32 const id = in.nextU32();
+    S32 const attrId = in.nextS32();
+    U8 const flags = in.nextU8();
+    auto const at = adapters_.find(id);
+    if (at == adapters_.end()) {
+        if (retired_.contains(id)) return;
+        Dunlin::fmthrow<AttrLogRecordException>("attribute log: entity {} was never announced", id);
+    }
+    if (readOnlyRemote()) throwWriteUpdateFromReadOnlyProxyException();
+    EntityAdapter& sa = *at->second;
+    if (flags & (MessageFlag::beginMark | MessageFlag::endMark)) {
+        checkAllRead(in);
+        U32 const kind = flags & MessageFlag::beginMark ? 0 : 2;
+        if (attrId < 0 || !sa.stream().doHandleAttrTransaction(&sa, static_cast<U32>(attrId), kind,
+                                                               (flags & MessageFlag::resumed) != 0))
+            throwUnknown(sa, attrId);
+        return;
+    }
+    if (attrId == std::numeric_limits<S32>::min()) throwUnknown(sa, -1);
+    try {
+        sa.stream().doHandleAttrDeserialization(&sa, attrId, &in);
+    } catch (RangeException const& ex) { // a value that cannot be
+        throw AttrLogRecordException(std::string("attribute log: ") + ex.what());
+    }
+}
+
+} // namespace Vomo::NboAttrLog

@@ -1,0 +1,210 @@
+// Requests for multicast groups: mutators, who is told how often, references, the generic
+// interface.
+#include "Mroute/McastGroup.h"
+#include "Vomo/EntityFrame.h"
+
+namespace {
+
+using namespace Multicast::Group;
+using MrouteLib::PortVlan;
+
+PortVlan portVlan(U32 n) {
+    PortVlan pv;
+    pv.outLifIs(MrouteLib::OutLif(n));
+    return pv;
+}
+
+// Counts what it hears; may act on it.
+struct Watcher : Vomo::NotifieeConst {
+    std::vector<U32> heard;
+    std::function<void(U32, void const*)> act;
+    int zero = 0;
+    void onAttribute(U32 attrId, void const* key) override {
+        heard.push_back(attrId);
+        if (act) act(attrId, key);
+    }
+    void onZeroReferences() override { ++zero; }
+    std::vector<U32> take() { return std::exchange(heard, {}); }
+};
+using Heard = std::vector<U32>;
+
+TEST(Request, EveryMutatorTellsOnceOrNotAtAll) {
+    auto const request = requestFactory({19, 7});
+    Watcher watcher;
+    watcher.notifierIs(request.ptr());
+    auto const pv = portVlan(5);
+    struct {
+        char const* what;
+        std::function<void()> act;
+        Heard heard;
+    } const rows[] = {
+        {"set to the present value", [&] { request->requestIdIs(0); }, {}},
+        {"set", [&] { request->requestIdIs(3); }, {260}},
+        {"add nothing", [&] { request->requestIdInc(0); }, {}},
+        {"wrap around", [&] { EXPECT_EQ(request->requestIdDec(4), 4294967295U); }, {260}},
+        {"bool", [&] { request->toCpuIs(true); }, {261}},
+        {"same bool", [&] { request->toCpuIs(true); }, {}},
+        {"another", [&] { request->featureFlagIs(1); }, {262}},
+        {"new member", [&] { request->portVlanIs(pv, false); }, {259}},
+        {"same member", [&] { request->portVlanIs(pv, false); }, {}},
+        {"other value", [&] { request->portVlanIs(pv, true); }, {259}},
+        {"no such member", [&] { EXPECT_FALSE(request->portVlanDel(portVlan(6))); }, {}},
+        {"a member goes", [&] { EXPECT_TRUE(request->portVlanDel(pv)); }, {259}},
+        {"three members",
+         [&] {
+             for (U32 i = 1; i < 4; ++i) request->portVlanIs(portVlan(i), true);
+         },
+         {259, 259, 259}},
+        {"by iterator",
+         [&] {
+             EXPECT_TRUE(request->portVlanDel(
+                 Request::PortVlanIterator(&request->portVlan(), portVlan(2))));
+         },
+         {259}},
+        {"all go", [&] { request->portVlanDelAll(); }, {259, 259}},
+    };
+    for (auto const& row : rows) {
+        SCOPED_TRACE(row.what);
+        row.act();
+        EXPECT_EQ(watcher.take(), row.heard);
+    }
+    EXPECT_EQ(request->portVlan().members(), 0U);
+}
+
+TEST(Config, ChildrenAreMadeKeptAndLetGo) {
+    S64 const live = Vomo::AllocTrackTypeInfo::live(Request::vomoAllocTrackTypeInfo_);
+    {
+        auto const config = configFactory("agent");
+        Watcher watcher;
+        watcher.notifierIs(config.ptr());
+        auto const request = config->requestIs({19, 7});
+        EXPECT_EQ(request->parent(), config.ptr());
+        EXPECT_EQ(config->requestIs({19, 7}).ptr(), request.ptr());
+        EXPECT_EQ(watcher.take(), Heard{258});
+        EXPECT_FALSE(config->requestDel({19, 8}));
+        EXPECT_EQ(watcher.take(), Heard{});
+        watcher.act = [&](U32, void const* key) { // told after the removal
+            EXPECT_EQ(*static_cast<GroupKey const*>(key), GroupKey(19, 7));
+            EXPECT_FALSE(config->request({19, 7}));
+            EXPECT_EQ(request->parent(), nullptr);
+        };
+        EXPECT_EQ(config->requestDel({19, 7}).ptr(), request.ptr());
+        EXPECT_EQ(watcher.take(), Heard{258});
+        watcher.act = nullptr;
+        request->requestIdIs(9); // still alive for who holds it
+        for (U16 i = 0; i < 20; ++i) config->requestIs({20, i});
+        watcher.take();
+        config->requestDelAll();
+        EXPECT_EQ(watcher.take().size(), 20U);
+        config->requestIs({20, 1}); // goes with its parent
+    }
+    EXPECT_EQ(Vomo::AllocTrackTypeInfo::live(Request::vomoAllocTrackTypeInfo_), live);
+}
+
+TEST(Notifiees, AttachDetachAndThrowDuringAVisit) {
+    auto const request = requestFactory({19, 7});
+    auto first = std::make_unique<Watcher>(), second = std::make_unique<Watcher>();
+    Watcher late;
+    first->notifierIs(request.ptr());
+    second->notifierIs(request.ptr());
+    first->act = [&](U32, void const*) {
+        second.reset();                 // not called any more
+        late.notifierIs(request.ptr()); // not called yet
+    };
+    request->requestIdIs(1);
+    EXPECT_EQ(first->heard, Heard{260});
+    EXPECT_EQ(late.heard, Heard{});
+    first->act = [&](U32, void const*) { throw std::runtime_error("from a notifiee"); };
+    EXPECT_THROW(request->requestIdIs(2), std::runtime_error);
+    EXPECT_EQ(request->requestId(), 2U);                   // the change stays
+    first->act = [&](U32, void const*) { first.reset(); }; // goes during its own call
+    request->requestIdIs(3);
+    request->requestIdIs(4);
+    EXPECT_EQ(late.heard, (Heard{260, 260}));
+}
+
+TEST(Notifiees, ASilentEntityAndZeroReferences) {
+    Watcher watcher;
+    {
+        Vomo::Ptr<Request> const silent(
+            new Request(GroupKey(19, 7))); // no factory has turned it on
+        watcher.notifierIs(silent.ptr(), true);
+        silent->requestIdIs(5);
+        EXPECT_EQ(watcher.heard, Heard{});
+        silent->hasNotificationActiveIs(true);
+        silent->requestIdIs(6);
+        EXPECT_EQ(watcher.heard, Heard{260});
+        EXPECT_EQ(watcher.zero, 0);
+        silent->vomoMarkedForDeletionIs(true); // flag bits are no references
+    }
+    EXPECT_EQ(watcher.zero, 1);
+    EXPECT_EQ(watcher.notifier(), nullptr);
+}
+
+TEST(References, AreCountedAtomicallyWhereAskedFor) {
+    auto const request = requestFactory({19, 7});
+    for (bool const threads : {false, true}) {
+        Vomo::VFPtrInterface::threadSafePointers_ = threads;
+        auto const copy = request;
+        EXPECT_EQ(request->references(), 2U);
+    }
+    Vomo::VFPtrInterface::threadSafePointers_ = false;
+    EXPECT_EQ(request->references(), 1U);
+}
+
+TEST(GenericInterface, WalksAnEntityByNames) {
+    using namespace Vomo;
+    VomoType const type = typeByName("Multicast::Group::Config"),
+                   requestType = typeByName("Multicast::Group::Request");
+    GenericRow const& generic = type.module->genericTable[type.index];
+    int argument = 0;
+    EXPECT_THROW(generic.newEntityForDir("x", &argument), ArgumentException);
+    auto* const made = static_cast<Entity*>(generic.newEntityForDir("agent", nullptr));
+    Ptr<Entity> const config(made);
+    made->referencesDec();
+    EXPECT_EQ(config->fwkType(), type);
+    VomoAttr const request = attrByName(type, "request");
+    GroupKey key(19, 7);
+    U32 count = 0;
+    bool has = false;
+    Ptr<Entity> child;
+    EXPECT_EQ(generic.attributeOp(nullptr, made, request, AttributeOp::set, &key, nullptr), 0U);
+    EXPECT_EQ(generic.attributeOp(&count, made, request, AttributeOp::count, nullptr, nullptr), 0U);
+    EXPECT_EQ(generic.attributeOp(&has, made, request, AttributeOp::has, &key, nullptr), 0U);
+    EXPECT_EQ(generic.attributeOp(&child, made, request, AttributeOp::get, &key, nullptr), 0U);
+    EXPECT_EQ(count, 1U);
+    EXPECT_TRUE(has);
+    EXPECT_EQ(generic.attributeOp(nullptr, made, request, AttributeOp::call, nullptr, nullptr), 1U);
+
+    GenericRow const& onRequest = requestType.module->genericTable[requestType.index];
+    VomoAttr const members = attrByName(requestType, "portVlan");
+    for (U32 i = 1; i < 4; ++i) {
+        PortVlan pv = portVlan(i);
+        bool on = i != 2;
+        EXPECT_EQ(onRequest.attributeOp(nullptr, child.ptr(), members, AttributeOp::set, &pv, &on),
+                  0U);
+    }
+    GenericIfRaw::Iterator::IteratorVTable const* methods = nullptr;
+    void* const iterator = onRequest.iterator(child.ptr(), nullptr, members, &methods);
+    std::vector<std::pair<U32, bool>> found;
+    for (; methods->iterNonnull(members, iterator); methods->iterInc(members, iterator)) {
+        PortVlan pv;
+        bool on = false;
+        methods->iterKey(members, iterator, &pv);
+        methods->iterObj(members, iterator, &on);
+        found.emplace_back(pv.outLif().value(), on);
+    }
+    methods->iterDel(members, iterator);
+    EXPECT_EQ(found, (std::vector<std::pair<U32, bool>>{{1, true}, {2, false}, {3, true}}));
+    EXPECT_EQ(onRequest.iterator(child.ptr(), nullptr, attrByName(requestType, "toCpu"), &methods),
+              nullptr);
+    U32 id = 77;
+    EXPECT_EQ(onRequest.attributeOp(nullptr, child.ptr(), attrByName(requestType, "requestId"),
+                                    AttributeOp::set, &id, nullptr),
+              0U);
+    EXPECT_EQ(static_cast<Request*>(child.ptr())->requestId(), 77U);
+    EXPECT_EQ(generic.attributeOp(nullptr, made, request, AttributeOp::del, &key, nullptr), 0U);
+    EXPECT_EQ(child->parent(), nullptr);
+}
+
+} // namespace

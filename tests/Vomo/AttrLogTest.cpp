@@ -1,0 +1,295 @@
+// Replication: a mirror follows a source through small queues, cut connections and damage.
+#include "Mroute/McastGroup.h"
+#include "Vomo/NboAttrLogSa.h"
+
+#include <random>
+
+namespace {
+
+using namespace Multicast::Group;
+using MrouteLib::PortVlan;
+using Vomo::NboAttrLog::Connection;
+
+PortVlan portVlan(U32 n) {
+    PortVlan pv;
+    pv.portIs(Kelpie::IntfId(n + 1));
+    pv.outLifIs(MrouteLib::OutLif(n));
+    return pv;
+}
+
+// All there is to know about a config.
+std::string content(Config const& config) {
+    std::map<GroupKey, std::string> requests;
+    for (Config::RequestMap::UnsafeIteratorConst i(&config.request()); i; ++i) {
+        Request const& r = *i->value();
+        std::string text =
+            fmt::format("{} {} {} {}:", r.key(), r.requestId(), r.toCpu(), r.featureFlag());
+        for (Request::PortVlanIterator m(&r.portVlan()); m; ++m)
+            text += fmt::format(" {}={}", m.key().outLif(), m.value());
+        requests[r.key()] = text;
+    }
+    std::string all;
+    for (auto const& [key, text] : requests) all += text + "\n";
+    return all;
+}
+
+// Both ends in one process, with a byte queue between them.
+class Replication : public testing::Test {
+protected:
+    Replication()
+        : sourceEnd(Connection::Role::source, source), mirrorEnd(Connection::Role::mirror, mirror) {
+    }
+    void connect() {
+        mirrorEnd.connectedIs(true);
+        sourceEnd.connectedIs(true);
+    }
+    void disconnect() {
+        sourceEnd.connectedIs(false);
+        mirrorEnd.connectedIs(false);
+    }
+    // Carries up to `bytes` from one end to the other; how many went.
+    static std::size_t carry(Connection& from, Connection& to,
+                             std::size_t bytes = ~std::size_t{0}) {
+        std::vector<U8> const piece(from.waiting().begin(),
+                                    from.waiting().begin() + static_cast<std::ptrdiff_t>(std::min(
+                                                                 bytes, from.waiting().size())));
+        to.receive(piece);
+        from.consumed(piece.size());
+        return piece.size();
+    }
+    void settle() {
+        while (carry(sourceEnd, mirrorEnd) + carry(mirrorEnd, sourceEnd) != 0) {
+        }
+    }
+    void expectEqual() { EXPECT_EQ(content(*mirror), content(*source)); }
+
+    // One random change of a config.
+    void change(Config& config) {
+        GroupKey const key(19, static_cast<U16>(random() % 40));
+        U32 const what = static_cast<U32>(random() % 12);
+        if (what == 0) {
+            config.requestDel(key);
+            return;
+        }
+        auto const request = config.requestIs(key);
+        if (what < 7)
+            request->portVlanIs(portVlan(static_cast<U32>(random() % 30)), random() & 1);
+        else if (what < 9)
+            request->portVlanDel(portVlan(static_cast<U32>(random() % 30)));
+        else if (what == 9)
+            request->requestIdInc(1);
+        else if (what == 10)
+            request->toCpuIs(random() & 1);
+        else
+            request->featureFlagIs(static_cast<U32>(random()));
+    }
+
+    std::mt19937 random{14};
+    Vomo::Ptr<Config> source = configFactory("source"), mirror = configFactory("mirror");
+    Connection sourceEnd, mirrorEnd;
+};
+
+TEST_F(Replication, AMirrorEqualsItsSourceAtRest) {
+    for (int i = 0; i < 200; ++i) change(*source);
+    connect();
+    settle();
+    expectEqual();
+    for (int round = 0; round < 300; ++round) {
+        for (int i = 0; i < 20; ++i) change(*source);
+        settle();
+        expectEqual();
+    }
+    EXPECT_EQ(sourceEnd.messagesReceived(), 0U); // nothing was echoed
+}
+
+TEST_F(Replication, ASmallQueueInterruptsWalksAndLosesNothing) {
+    for (int i = 0; i < 400; ++i) change(*source);
+    sourceEnd.budgetIs(40); // about one message
+    connect();
+    for (int step = 0; step < 60000; ++step) {
+        if (step < 4000) change(*source);
+        carry(sourceEnd, mirrorEnd, 1 + random() % 9);
+        if (step >= 4000 && sourceEnd.waitingBytes() == 0) break;
+    }
+    settle();
+    expectEqual();
+}
+
+TEST_F(Replication, NothingIsSentTwiceThatNeedNotBe) {
+    auto const request = source->requestIs({19, 1});
+    for (U32 i = 0; i < 100; ++i) request->portVlanIs(portVlan(i), true);
+    connect();
+    settle();
+    // Begin, request, end; begin, 100 members, end; 3 scalars.
+    EXPECT_EQ(mirrorEnd.messagesReceived(), 3U + 102 + 3);
+    sourceEnd.budgetIs(1);
+    request->toCpuIs(true); // fills the queue
+    for (U32 i = 0; i < 1000; ++i) request->requestIdInc(1);
+    for (int i = 0; i < 50; ++i) request->portVlanIs(portVlan(5), i % 2 == 0);
+    settle();
+    expectEqual();
+    EXPECT_EQ(mirrorEnd.messagesReceived(), 108U + 3);
+}
+
+TEST_F(Replication, MarkAndSweepRemovesExactlyWhatIsGone) {
+    for (U16 i = 0; i < 10; ++i) source->requestIs({19, i})->portVlanIs(portVlan(i), true);
+    connect();
+    settle();
+    disconnect();
+    auto const kept = mirror->request({19, 3});
+    mirror->requestIs({20, 99}); // of the mirror alone
+    mirror->request({19, 4})->portVlanIs(portVlan(77), true);
+    source->requestDel({19, 5});
+    source->request({19, 6})->portVlanDel(portVlan(6));
+    sourceEnd.budgetIs(30); // the walk is interrupted: marks must survive the second begin
+    connect();
+    settle();
+    expectEqual();
+    EXPECT_EQ(mirror->request({19, 3}).ptr(), kept.ptr()); // sent again: the same entity
+    EXPECT_FALSE(mirror->request({20, 99}));
+}
+
+TEST_F(Replication, ChangesGoBothWaysAndAreNotEchoed) {
+    connect();
+    settle();
+    mirror->requestIs({19, 1})->requestIdIs(5);
+    settle();
+    expectEqual();
+    source->request({19, 1})->toCpuIs(true);
+    settle();
+    expectEqual();
+    EXPECT_TRUE(mirror->request({19, 1})->toCpu());
+    U64 const sent = sourceEnd.messagesSent() + mirrorEnd.messagesSent();
+    settle();
+    EXPECT_EQ(sourceEnd.messagesSent() + mirrorEnd.messagesSent(), sent);
+    for (int i = 0; i < 2000; ++i) {
+        change(i % 2 != 0 ? *source : *mirror);
+        settle();
+    }
+    expectEqual();
+}
+
+TEST_F(Replication, AReadOnlyMirrorIsRefused) {
+    Connection strict(Connection::Role::source, source, true);
+    mirrorEnd.connectedIs(true);
+    strict.connectedIs(true);
+    carry(strict, mirrorEnd);
+    mirror->requestIs({19, 1});
+    EXPECT_THROW(carry(mirrorEnd, strict), Vomo::ArgumentException);
+    EXPECT_FALSE(source->request({19, 1}));
+}
+
+TEST_F(Replication, CutOffAndReconnectedAtAnyByte) {
+    for (int i = 0; i < 100; ++i) change(*source);
+    for (std::size_t cut = 1; cut < 2500; cut += 37) {
+        connect();
+        std::size_t carried = 0;
+        while (carried < cut) {
+            std::size_t const n = carry(sourceEnd, mirrorEnd, cut - carried);
+            if (n == 0) break;
+            carried += n;
+        }
+        disconnect();
+        change(*source);
+    }
+    connect();
+    settle();
+    expectEqual();
+}
+
+TEST_F(Replication, ADamagedStreamRaisesAndLeavesTheEntityWhole) {
+    connect();
+    auto const request = source->requestIs({19, 1});
+    for (U32 i = 0; i < 5; ++i) request->portVlanIs(portVlan(i), true);
+    std::vector<U8> const good(sourceEnd.waiting().begin(), sourceEnd.waiting().end());
+    int raised = 0, rounds = 0;
+    for (std::size_t at = 0; at < good.size(); ++at) {
+        for (U8 const flip : {U8{1}, U8{0x80}, U8{0xff}}) {
+            auto const target = configFactory("target");
+            Connection end(Connection::Role::mirror, target);
+            end.connectedIs(true);
+            std::vector<U8> bytes = good;
+            bytes[at] ^= flip;
+            ++rounds;
+            try {
+                end.receive(bytes);
+            } catch (Vomo::AttrLogRecordException const&) {
+                ++raised;
+            }
+            // Whatever arrived stands there as a whole.
+            content(*target);
+            for (Config::RequestMap::UnsafeIteratorConst i(&target->request()); i; ++i)
+                EXPECT_EQ(i->value()->parent(), target.ptr());
+        }
+    }
+    EXPECT_GT(raised, rounds / 4);
+    EXPECT_LT(raised, rounds);
+    auto const target = configFactory("target");
+    Connection end(Connection::Role::mirror, target);
+    end.connectedIs(true);
+    U8 const tooLong[] = {0xff, 0xff, 0xff, 0xff};
+    EXPECT_THROW(end.receive(tooLong), Vomo::AttrLogRecordException);
+}
+
+TEST_F(Replication, BytesOfAMessageAreAsTold) {
+    connect();
+    settle();
+    auto const request = source->requestIs({19, 7});
+    request->requestIdIs(0x01020304);
+    auto const hex = [&] {
+        std::string text;
+        for (U8 const b : sourceEnd.waiting()) text += fmt::format("{:02x}", b);
+        return text;
+    };
+    // Entity 2 is request 19,7.
+    EXPECT_EQ(hex(), "00000017000000010000010201"
+                     "0013"
+                     "0007"
+                     "0000"
+                     "00000002");
+    carry(sourceEnd, mirrorEnd);
+    EXPECT_EQ(hex(), "0000000d000000020000010302" // portVlan from here,
+                     "0000000d000000020000010304" // to here: empty
+                     "00000011000000020000010400"
+                     "01020304"
+                     "0000000e000000020000010500"
+                     "00"
+                     "00000011000000020000010600"
+                     "00000000");
+    carry(sourceEnd, mirrorEnd);
+    PortVlan pv;
+    pv.vlanIdIs(Bridging::VlanId(7));
+    request->portVlanIs(pv, true);
+    EXPECT_EQ(hex(), "00000020000000020000010301"
+                     "0000000000000000"
+                     "00000007"
+                     "0000"
+                     "00000000"
+                     "01");
+    carry(sourceEnd, mirrorEnd);
+    request->portVlanDel(pv); // attribute -259
+    EXPECT_EQ(hex(), "0000001f00000002fffffefd01"
+                     "0000000000000000"
+                     "00000007"
+                     "0000"
+                     "00000000");
+}
+
+TEST(StreamTable, UnknownAttributesAndConstructors) {
+    auto const request = requestFactory({19, 7});
+    Connection connection(Connection::Role::source, request);
+    connection.connectedIs(true);
+    auto const type = request->fwkType();
+    Vomo::StreamTable const& stream = *type.module->genericTable[type.index].stream;
+    auto* const sa = connection.adapterOf(request.ptr()).first;
+    EXPECT_EQ(stream.handleAttrFlowOut(sa, 999), 0xFFFFFFFFU);
+    EXPECT_EQ(stream.streamAdapterOnAttribute(sa, 999, nullptr), 0U);
+    EXPECT_FALSE(stream.doHandleAttrTransaction(sa, 260, 0, false));
+    EXPECT_EQ(stream.attrLogSizeCtorParams(request.ptr()), 4U);
+    Vomo::NboAttrLog::Out out;
+    stream.serializeConstructorParams(out, request.ptr());
+    Vomo::NboAttrLog::In in(out.bytes());
+    EXPECT_EQ(stream.newEntityForAttrLog(&in)->name(), request->name());
+}
+
+} // namespace
