@@ -6,8 +6,11 @@
 
 #include "Dunlin/Exception.h"
 
+#include <algorithm>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -38,18 +41,50 @@ public:
             std::ifstream in(entry.path(), std::ios::binary);
             files_.push_back({entry.path().filename(), {std::istreambuf_iterator<char>(in), {}}});
         }
+        std::sort(files_.begin(), files_.end(), [](File const& a, File const& b) { return a.name < b.name; });
     }
 
+    // In the order of their names.
     std::vector<File> const& files() const { return files_; }
 
-    // Writes all files anew, one of them with other bytes.
-    void lay(std::string const& name, std::string const& bytes) const {
+    // Writes all files anew, some of them with other bytes.
+    using Edits = std::map<std::string, std::string>;
+    void lay(Edits const& edits) const {
         for (auto const& entry : std::filesystem::directory_iterator(directory_)) std::filesystem::remove(entry.path());
         for (auto const& file : files_) {
             std::ofstream out(directory_ + '/' + file.name, std::ios::binary);
-            std::string const& content = file.name == name ? bytes : file.bytes;
+            auto const edit = edits.find(file.name);
+            std::string const& content = edit == edits.end() ? file.bytes : edit->second;
             out.write(content.data(), static_cast<std::streamsize>(content.size()));
         }
+    }
+
+    // What a fuzzer's input means: a list of edits of 6 bytes. File number, what to do (poke a byte,
+    // poke a word, flip a bit, cut the file), offset (u16), value (u16; a word is the value extended
+    // by its sign, so that small, large and negative numbers are all near).
+    Edits editsOf(U8 const* data, std::size_t size) const {
+        Edits edits;
+        for (; size >= 6; data += 6, size -= 6) {
+            auto const& file = files_[data[0] % files_.size()];
+            U16 offset, value;
+            std::memcpy(&offset, data + 2, sizeof offset);
+            std::memcpy(&value, data + 4, sizeof value);
+            std::string& bytes = edits.emplace(file.name, file.bytes).first->second;
+            if (bytes.empty()) continue;
+            std::size_t const at = offset % bytes.size();
+            switch (data[1] % 4) {
+            case 0: bytes[at] = static_cast<char>(value); break;
+            case 1: {
+                auto const word = static_cast<U32>(static_cast<S16>(value));
+                std::size_t const aligned = at & ~std::size_t{3};
+                if (aligned + sizeof word <= bytes.size()) std::memcpy(bytes.data() + aligned, &word, sizeof word);
+                break;
+            }
+            case 2: bytes[at] = static_cast<char>(bytes[at] ^ 1 << value % 8); break;
+            default: bytes.resize(at); break;
+            }
+        }
+        return edits;
     }
 
     // Everything a reader can ask, then a writer that takes the table over and goes on with it.

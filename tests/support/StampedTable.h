@@ -69,10 +69,10 @@ struct fmt::formatter<Support::StampKey> : fmt::formatter<U32> {
         return fmt::formatter<U32>::format(key.number, context);
     }
 };
-template <U32 bytes>
-struct fmt::formatter<Support::Stamped<bytes>> : fmt::formatter<std::string_view> {
+template <U32 valueBytes>
+struct fmt::formatter<Support::Stamped<valueBytes>> : fmt::formatter<std::string_view> {
     template <class Context>
-    auto format(Support::Stamped<bytes> const& value, Context& context) const {
+    auto format(Support::Stamped<valueBytes> const& value, Context& context) const {
         return fmt::formatter<std::string_view>::format(
             fmt::format("{}/{}", value.key().number, value.stamp()), context);
     }

@@ -24,7 +24,7 @@ void tryAll(DamagedTable const& table, DamagedTable::File const& file, std::size
         for (std::size_t i = 0; i < count; ++i) {
             place->at = i;
             alarm(30);
-            table.lay(file.name, damage(i));
+            table.lay({{file.name, damage(i)}});
             DamagedTable::tryOut();
         }
         return 0;
@@ -54,5 +54,26 @@ TEST_P(Damage, OfAnySingleBitEndsInANamedExceptionOrAResult) {
 }
 INSTANTIATE_TEST_SUITE_P(Files, Damage, ::testing::Values("slots", "buckets", "yarrow", "yarrow2", "oriel", "owner"),
                          [](auto const& one) { return std::string(one.param); });
+
+// Each input that the fuzzer once found something with, and a few of its kind.
+TEST(Damage, OfTheFuzzersFindingsEndsLikewise) {
+    TempBase const base;
+    DamagedTable const table;
+    U32 inputs = 0;
+    for (auto const& entry : std::filesystem::directory_iterator(CORPUS_DIR)) {
+        SCOPED_TRACE(entry.path());
+        std::ifstream in(entry.path(), std::ios::binary);
+        std::string const bytes{std::istreambuf_iterator<char>(in), {}};
+        Child child([&](Child&) {
+            alarm(30);
+            table.lay(table.editsOf(reinterpret_cast<U8 const*>(bytes.data()), bytes.size()));
+            DamagedTable::tryOut();
+            return 0;
+        });
+        EXPECT_EQ(child.join(), 0);
+        ++inputs;
+    }
+    EXPECT_GT(inputs, 0U);
+}
 
 } // namespace
