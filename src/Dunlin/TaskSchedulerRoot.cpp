@@ -163,7 +163,7 @@ void TaskSchedulerRoot::fdAdd(int fd, U32 events, FdCallback callback) {
     event.data.fd = fd;
     if (epoll_ctl(d.epoll, known ? EPOLL_CTL_MOD : EPOLL_CTL_ADD, fd, &event) != 0)
         failed("epoll_ctl");
-    d.watches[fd] = std::make_shared<Impl::Watch>(std::move(callback), d.nextSerial++);
+    d.watches[fd] = std::make_shared<Impl::Watch>(Impl::Watch{std::move(callback), d.nextSerial++});
 }
 
 void TaskSchedulerRoot::fdDel(int fd) {

@@ -181,7 +181,7 @@ private:
     struct Counts {
         std::size_t attributes = 0, names = 1, references = 0, parameterRecords = 1;
     };
-    static consteval Counts count() {
+    static constexpr Counts count() {
         Counts counts;
         for (TypeFrame const& type : types) {
             ++counts.references;
@@ -199,7 +199,7 @@ private:
     }
     static constexpr Counts upper = count();
 
-    static consteval auto listAttributeNames() {
+    static constexpr auto listAttributeNames() {
         Impl::NameList<upper.names> list;
         list.add("");
         for (TypeFrame const& type : types)
@@ -211,7 +211,7 @@ private:
         list.arrange();
         return list;
     }
-    static consteval auto listTypeNames() {
+    static constexpr auto listTypeNames() {
         Impl::NameList<numTypes> list;
         for (TypeFrame const& type : types) list.add(type.head.name);
         for (std::size_t i = 1; i < numTypes; ++i)
@@ -231,7 +231,7 @@ private:
         Impl::ReferenceList<upper.references> references;
         std::array<U16, 1 + 3 * upper.parameterRecords> parameters{};
     };
-    static consteval Tables build() {
+    static constexpr Tables build() {
         Tables t;
         constexpr auto nameOffsets = attributeNameList.offsets();
         constexpr auto typeOffsets = typeNameList.offsets();
@@ -288,12 +288,12 @@ private:
     }
     static constexpr Tables tables = build();
     template <std::size_t n, class Row, std::size_t m>
-    static consteval std::array<Row, n> first(std::array<Row, m> const& rows) {
+    static constexpr std::array<Row, n> first(std::array<Row, m> const& rows) {
         std::array<Row, n> result{};
         for (std::size_t i = 0; i < n; ++i) result[i] = rows[i];
         return result;
     }
-    static consteval auto listGeneric() {
+    static constexpr auto listGeneric() {
         std::array<GenericRow, numTypes> rows{};
         for (std::size_t i = 0; i < numTypes; ++i) rows[i] = types[i].generic;
         return rows;

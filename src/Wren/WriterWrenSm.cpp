@@ -27,6 +27,8 @@ struct Reader {
 } // namespace
 
 struct WriterWrenSm::Impl {
+    Impl(WriterQueue& q, bool local) : queue(q), localMem(local) {}
+
     WriterQueue& queue;
     bool localMem;
     bool listening = false;
