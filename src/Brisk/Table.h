@@ -1,7 +1,11 @@
-// The writer and the reader of a table, for those who use instances that exist.
+// The front, the writer, the reader and the shadow of a table, for those who use instances that
+// exist.
 #pragma once
 
+#include "Brisk/BriskDummy.h"
+#include "Brisk/BriskMap.h"
 #include "Brisk/BriskReader.h"
+#include "Brisk/BriskShadow.h"
 #include "Brisk/BriskWriter.h"
 #include "Brisk/Operations.h"
 #include "Yarrow/BasicSlot.h"
@@ -20,4 +24,6 @@ using OpsOf = Ops<Key, Value, KeyOps<Key, Value, KeyRetrieval<Key, Value, getter
 // Promises that some source instantiates the table (BRISK_TABLE_INSTANCE in TableImpl.h).
 #define BRISK_TABLE_EXTERN(OPS)                                                                    \
     extern template class Brisk::BriskWriter<OPS>;                                                 \
-    extern template class Brisk::BriskReader<OPS>
+    extern template class Brisk::BriskReader<OPS>;                                                 \
+    extern template class Brisk::BriskShadow<OPS>;                                                 \
+    extern template class Brisk::BriskMap<OPS>

@@ -60,15 +60,21 @@ struct TaskSchedulerRoot::Impl {
         if (opened == here) return;
         if (opened != 0) {
             closeDescriptors();
-            watches.clear();
-            timers.clear();
+            // Let go without destroying anything: what a callback holds is the parent's business.
+            abandon(watches);
+            abandon(timers);
+            abandon(critical);
+            abandon(normal);
             dueTimes.clear();
-            critical.clear();
-            normal.clear();
             armedFor = 0;
         }
         openDescriptors();
         openedIn.store(here, std::memory_order_release);
+    }
+    template <class Container>
+    static void abandon(Container& container) {
+        [[maybe_unused]] auto const* const leaked = new Container(std::move(container));
+        container.clear();
     }
     void closeDescriptors() {
         for (int const fd : {epoll, timer, wakeup})
@@ -274,7 +280,8 @@ double TaskSchedulerRoot::now() const {
 
 namespace {
 TaskSchedulerRoot& theRoot() {
-    static TaskSchedulerRoot root;
+    // Never destroyed: objects that hang on it may outlive it otherwise.
+    static auto& root = *new TaskSchedulerRoot;
     return root;
 }
 } // namespace

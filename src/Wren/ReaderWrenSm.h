@@ -46,6 +46,8 @@ public:
     bool connect(SharedMem::BolsterInfo const& writer);
     // From now on notifications are taken. Before, the connection only holds back pruning.
     void enable();
+    // Takes no more until `enable`; the connection stays.
+    void suspend() { enabled_ = false; }
     // Ends the connection, without a call of handleDisconnect.
     void disconnect();
 

@@ -71,6 +71,13 @@ Sequence QueueReader::position() const {
     return inside ? start - 1 : head;
 }
 
+bool QueueReader::inCorral(Sequence at) const {
+    if (!control_) return false;
+    Sequence const start = Mem::observe(control_->corralStart);
+    Sequence const end = Mem::observe(control_->corralEnd);
+    return start != 0 && at >= start && (end == 0 || at <= end);
+}
+
 void QueueReader::lastIs(Sequence sequence) {
     last_ = sequence;
     overtaken_ = false;

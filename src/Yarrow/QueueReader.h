@@ -48,6 +48,9 @@ public:
     // cannot be taken as proof that the slot is empty.
     bool validateNotif();
 
+    // Whether the sequence lies in a move of slots that readers have yet to pass.
+    bool inCorral(Sequence at) const;
+
     // True if all that the queue holds was taken.
     bool quiesced() const { return attached() && last_ == head(); }
     std::size_t primaryMappedSize() const { return files_[0].mappedSize(); }

@@ -239,19 +239,29 @@ void QueueWriter::notifySlot(U32 slot) {
     Mem::publish(control_->sequence, next);                                      // N3
     count_ = index + 1;
     sequence_ = next;
-    tombstoneSlot(slot); // N4
+    lastNotified_ = slot;
+    if (U32 const former = position(slot); former != ~0U) withdraw(slot, former); // N4
     // Inside the corral no position is kept, so nothing replaces this entry later.
     if (!corralOpen_) positions_[slot] = ~index;
     if (wren_.mustRing()) [[unlikely]]
         wren_.ring();
 }
 
+void QueueWriter::withdraw(U32 slot, U32 at) {
+    Entry& entry = table_.entry(at);
+    Mem::publish(entry, Entry{Mem::peek(entry).offset, Entry::tombstone});
+    positions_[slot] = 0;
+}
+
+// What is withdrawn here has no successor for its slot. If it announced a change that some reader
+// has yet to take, that change has moved on with the slot's contents, and a reader that keeps no
+// values takes the announcement inside the corral for a mere move: it is repeated behind it.
 void QueueWriter::tombstoneSlot(U32 slot) {
     U32 const former = position(slot);
     if (former == ~0U) return;
-    Entry& entry = table_.entry(former);
-    Mem::publish(entry, Entry{Mem::peek(entry).offset, Entry::tombstone});
-    positions_[slot] = 0;
+    if (corralOpen_ && base_ + entry(former).offset > wren_.slowest(sequence_))
+        movedUnseen_.push_back(lastNotified_);
+    withdraw(slot, former);
 }
 
 void QueueWriter::makeRoom() {
@@ -368,6 +378,7 @@ void QueueWriter::markShrinkStart() {
     FMASSERT(corralStart() == 0, "corral already stands, start:{} end:{}", corralStart(),
              corralEnd());
     corralOpen_ = true;
+    movedUnseen_.clear();
     Mem::publish(control_->corralStart, sequence_ + 1);
 }
 
@@ -380,6 +391,8 @@ void QueueWriter::markShrinkEnd() {
         return;
     }
     Mem::publish(control_->corralEnd, sequence_);
+    for (U32 const slot : movedUnseen_) notifySlot(slot);
+    movedUnseen_.clear();
     maybeDissolveCorral();
 }
 

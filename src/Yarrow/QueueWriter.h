@@ -7,6 +7,7 @@
 #include "Yarrow/YarrowWriterNotifiee.h"
 
 #include <memory>
+#include <vector>
 
 namespace Yarrow {
 
@@ -56,7 +57,8 @@ public:
     void prefetchEntry(U32 slot) const {
         if (U32 const at = position(slot); at != ~0U) __builtin_prefetch(&table_.entry(at), 1);
     }
-    // Withdraws the slot's live entry, if it has one.
+    // Withdraws the slot's live entry, if it has one. Inside a move, the slot's contents are taken
+    // to be in the slot announced last.
     void tombstoneSlot(U32 slot);
 
     // The span of a move of slots. What is announced inside is never replaced by a later
@@ -93,6 +95,7 @@ private:
     void positionsChanged() override;
     void quiescedChanged(bool quiesced) override;
 
+    void withdraw(U32 slot, U32 position);
     void create(SharedMem::OrielId orielId);
     void takeOver();
     void rebuildPositions();
@@ -122,6 +125,8 @@ private:
     U32 incarnation_ = 0;
     SharedMem::OrielId orielId_ = 0;
     bool corralOpen_ = false;
+    U32 lastNotified_ = 0;
+    std::vector<U32> movedUnseen_; // slots whose contents moved with a change not all have seen
     // By slot the complement of its position, so that fresh zero memory means "none".
     Mem::Local positionsMem_;
     U32* positions_ = nullptr;

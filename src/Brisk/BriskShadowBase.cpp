@@ -1,0 +1,149 @@
+#include "Brisk/BriskShadowBase.h"
+
+#include "Dunlin/Exception.h"
+#include "Dunlin/Rdtsc.h"
+#include "SharedMem/OwnerFile.h"
+
+namespace Brisk {
+namespace {
+
+// The clock is looked at after so many notifications.
+constexpr unsigned notificationsPerLook = 32;
+
+} // namespace
+
+BriskShadowBase::BriskShadowBase(Dunlin::Platform::DebugHandler& handler, char const* name,
+                                 U32 flagsAre)
+    : Debuggable(handler), shadowPath(name), flags(flagsAre), syncer(*this),
+      yarrowReader(handler, shadowPath), wren(handler, *this) {}
+
+BriskShadowBase::~BriskShadowBase() = default;
+
+bool BriskShadowBase::initializeYarrow() {
+    if (!yarrowReader.attach(sharedOrielId())) return false;
+    incarnation_ = yarrowReader.incarnation();
+    maybeConnect();
+    markRuntime();
+    startWalk((flags & asyncFlag) != 0);
+    return true;
+}
+
+// The position comes before the walk (H-shadow-3).
+void BriskShadowBase::startWalk(bool asynchronous) {
+    yarrowEnabled = false;
+    wren.suspend();
+    ++walkSerial_;
+    syncSequence = yarrowReader.position();
+    yarrowReader.lastIs(syncSequence);
+    syncHead_ = Wren::syncPass; // until the walk is complete, everything may have been met by it
+    syncer.sync(syncBound(), SyncerMode::sync, asynchronous);
+}
+
+void BriskShadowBase::resync() {
+    ++resyncs_;
+    FMTRACE(debugHandler(), 1, "{} last:{} head:{}", shadowPath.text(), yarrowReader.last(),
+            yarrowReader.head());
+    reportQuiesced(false);
+    if (runtime()) startWalk(true);
+}
+
+U32 BriskShadowBase::syncBound() {
+    resize();
+    return std::max(sharedCapacity(), localCapacity());
+}
+
+void BriskShadowBase::noteSyncComplete() {
+    syncHead_ = yarrowReader.head();
+}
+
+void BriskShadowBase::maybeEnableYarrow() {
+    if (!runtime() || !syncer.done()) return;
+    yarrowEnabled = wrenEnabled = true;
+    wren.enable();
+}
+
+void BriskShadowBase::maybeConnect() {
+    try {
+        SharedMem::OwnerFile const owner(debugHandler(), shadowPath, false);
+        if (!wren.connect(owner.bolsterInfo()))
+            FMTRACE(debugHandler(), 1, "{} no writer listens yet", shadowPath.text());
+    } catch (Dunlin::Exception const& error) {
+        FMTRACE(debugHandler(), 1, "{}", error.message());
+    }
+    if (yarrowEnabled && !wren.enabled()) wren.enable();
+}
+
+void BriskShadowBase::stopAll() {
+    wren.disconnect();
+    yarrowEnabled = wrenEnabled = false;
+    yarrowReader.detach();
+    syncer.stop();
+    ++walkSerial_;
+    quiescedReported_ = false;
+}
+
+void BriskShadowBase::reportQuiesced(bool quiesced) {
+    if (quiesced == quiescedReported_) return;
+    quiescedReported_ = quiesced;
+    handleQuiesced(quiesced);
+}
+
+void BriskShadowBase::syncFailed(std::string const& message) {
+    corruptionDetected(message);
+}
+
+// A writer of another incarnation may have died before it announced its last change, and one that
+// has dropped what we have not seen cannot tell us any more (H-write-3).
+void BriskShadowBase::wrenWelcome(Wren::Welcome const& welcome) {
+    bool const another = welcome.incarnation != incarnation_;
+    incarnation_ = welcome.incarnation;
+    if (another || welcome.prunedThrough > yarrowReader.last()) resync();
+}
+
+bool BriskShadowBase::wrenDrain(double seconds) {
+    // A client's callback that runs the loop must not bring us back in here.
+    if (!runtime() || !yarrowEnabled || draining_) return false;
+    struct Guard {
+        bool& flag;
+        explicit Guard(bool& f) : flag(f) { flag = true; }
+        ~Guard() { flag = false; }
+    } const guard(draining_);
+    U64 const serial = walkSerial_;
+    U64 const start = Dunlin::Rdtsc::ticks();
+    double const limit = seconds * Dunlin::Rdtsc::calibrationRate();
+    try {
+        for (unsigned taken = 1;; ++taken) {
+            switch (yarrowReader.next()) {
+            case Yarrow::QueueReader::Taken::none:
+                reportQuiesced(true);
+                return true;
+            case Yarrow::QueueReader::Taken::overtaken:
+                resync();
+                return false;
+            case Yarrow::QueueReader::Taken::entry: {
+                reportQuiesced(false);
+                Wren::Sequence const sequence = yarrowReader.sequence();
+                doSlot(yarrowReader.slot(), sequence, sequence <= syncHead_);
+                // The client may have detached the shadow, or a new walk may have begun.
+                if (!runtime() || walkSerial_ != serial) return false;
+                yarrowReader.done();
+                if (!notifying) return false;
+            }
+            }
+            if (taken % notificationsPerLook == 0 &&
+                static_cast<double>(Dunlin::Rdtsc::ticks() - start) > limit)
+                return false;
+        }
+    } catch (Dunlin::CorruptionDetectedException const& error) {
+        yarrowEnabled = false;
+        wren.suspend();
+        corruptionDetected(error.message());
+    } catch (Dunlin::MemoryResourceException const& error) {
+        yarrowEnabled = false;
+        wren.suspend();
+        corruptionDetected(error.message());
+    }
+    return false;
+}
+
+} // namespace Brisk

@@ -1,0 +1,255 @@
+// Definitions of BriskShadow; included only where a table is instantiated.
+#pragma once
+
+#include "Brisk/BriskMap.h"
+#include "Brisk/BriskReaderImpl.h"
+#include "Brisk/BriskShadow.h"
+#include "Brisk/ShadowStoreImpl.h"
+
+namespace Brisk {
+
+template <class Ops>
+BriskShadow<Ops>::BriskShadow(Dunlin::Platform::DebugHandler& handler, std::string const& name,
+                              Ops const& ops, BriskMap<Ops>& map, U32 shadowFlags)
+    : BriskShadowBase(handler, name.c_str(), shadowFlags), Interface(handler, ops),
+      reader_(handler, name.c_str(), ops, &counters_),
+      handle_(Dunlin::Platform::getDebugHandler("Brisk-DummyShadowNotifier", false)), map_(&map) {}
+
+template <class Ops>
+BriskShadow<Ops>::~BriskShadow() {
+    map_ = nullptr;
+    stopAll();
+    store_.reset();
+    reader_.detach(false);
+}
+
+template <class Ops>
+void BriskShadow<Ops>::abandon() {
+    map_ = nullptr;
+    stopAll();
+    if (store_) store_->disable();
+    flushing_ = false;
+    this->initializedIs(false);
+    reader_.detach(false);
+}
+
+// --- Life
+// -----------------------------------------------------------------------------------------
+
+template <class Ops>
+bool BriskShadow<Ops>::initialize(std::string const& event) {
+    try {
+        return doInitialize(event);
+    } catch (Dunlin::CorruptionDetectedException const& error) {
+        FMTRACE(debugHandler(), 0, "corruption detected: {}", error.message());
+        corruptionDetected(error.message());
+        return false;
+    }
+}
+
+template <class Ops>
+bool BriskShadow<Ops>::doInitialize(std::string const& event) {
+    if (this->initialized()) {
+        maybeConnect();
+        return true;
+    }
+    if (!reader_.initialize(event)) {
+        FMTRACE(debugHandler(), 0, "brisk.initialize() Failed");
+        return false;
+    }
+    if (flushing_) {
+        // The client hears the rest of what has gone before it hears of the new contents.
+        reattaching_ = true;
+        syncer.forceSyncCompletion();
+        reattaching_ = false;
+    }
+    // The former store may be further up the call stack, in one of its callbacks.
+    retire(std::move(store_));
+    bool const notifyOnFlush = (flags & notifyOnFlushFlag) != 0;
+    if ((flags & keyShadowFlag) != 0)
+        store_ = std::make_unique<KeyShadowStore<Ops>>(debugHandler(), reader_, yarrowReader,
+                                                       counters_, this->ops_, *this, notifyOnFlush);
+    else
+        store_ = std::make_unique<ShadowStore<ValueShadowSlot<Ops>>>(
+            debugHandler(), reader_, yarrowReader, counters_, this->ops_, *this, notifyOnFlush);
+    synced = false;
+    // The walk's callbacks may have detached the shadow again.
+    if (store_->initialize() && initializeYarrow()) return this->initialized();
+    reader_.detach(false);
+    return false;
+}
+
+template <class Ops>
+void BriskShadow<Ops>::syncComplete() {
+    counters_.syncSequence = counters_.sequence = syncSequence;
+    FMTRACE(debugHandler(), 1, "Synchronization complete, seq:{}", syncSequence);
+    noteSyncComplete();
+    if (!synced) {
+        synced = true;
+        if (map_) map_->shadowSynced();
+    }
+    // The client may have detached the shadow, or started over, in that callback.
+    if (!this->initialized() || !syncer.done()) return;
+    maybeEnableYarrow();
+    reportQuiesced(quiesced());
+}
+
+template <class Ops>
+void BriskShadow<Ops>::detach(bool force) {
+    auto& handler = debugHandler();
+    if (!this->initialized() || flushing_) {
+        FMTRACE(handler, 5, "already detached");
+        if (mountStatus() != Mem::MountStatus::flushing) return;
+        FMASSERT(syncer.mode() == SyncerMode::flush,
+                 "expected Syncer in flush mode during asynchronous flush");
+        FMASSERT(force, "expected only forced detach during asynchronous flush");
+        syncer.forceSyncCompletion();
+        return;
+    }
+    stopAll();
+    reader_.detach(force);
+    flushing_ = true;
+    synced = false;
+    syncer.sync(store_->numSlots(), SyncerMode::flush, !force);
+    this->initializedIs(false);
+    FMTRACE(handler, 2, "{} detached, force:{}", rootPath().text(), force);
+}
+
+template <class Ops>
+void BriskShadow<Ops>::flushComplete() {
+    FMTRACE(debugHandler(), 1, "Flush complete");
+    store_->disable();
+    flushing_ = false;
+    if (this->initialized() || reattaching_ || !map_) return;
+    map_->shadowFlushed();
+}
+
+template <class Ops>
+Mem::MountStatus BriskShadow<Ops>::mountStatus() const {
+    if (flushing_) return Mem::MountStatus::flushing;
+    if (!this->initialized()) return Mem::MountStatus::unmounted;
+    return synced ? Mem::MountStatus::synchronised : Mem::MountStatus::mounted;
+}
+
+template <class Ops>
+void BriskShadow<Ops>::handleDisconnect() {
+    if (!yarrowEnabled && !wrenEnabled)
+        FMTRACE(debugHandler(), 1,
+                "disconnected while wren processing is disabled, syncer mode:{} done:{}",
+                syncer.mode(), syncer.done());
+    if (mountStatus() == Mem::MountStatus::flushing || !map_) return;
+    map_->handleDisconnect();
+}
+
+template <class Ops>
+void BriskShadow<Ops>::corruptionDetected(std::string const& message) {
+    if (mountStatus() == Mem::MountStatus::flushing || !map_) return;
+    map_->doCorruptionDetected(message);
+}
+
+template <class Ops>
+void BriskShadow<Ops>::handleQuiesced(bool quiesced) {
+    if (map_) map_->callbacks().quiescedNotify(quiesced);
+}
+
+template <class Ops>
+std::string BriskShadow<Ops>::dumpHeaders() const {
+    return yarrowReader.headersToString() + reader_.dumpHeaders();
+}
+
+// --- Slots
+// ----------------------------------------------------------------------------------------
+
+template <class Ops>
+bool BriskShadow<Ops>::doSlot(Yarrow::BasicSlot slot, Wren::Sequence sequence, bool compare) {
+    bool const taken = store_->doSlot(slot, sequence, compare);
+    if (!taken) ++counters_.discardedSlots;
+    return taken;
+}
+
+template <class Ops>
+void BriskShadow<Ops>::doFlushSlot(U32 slot) {
+    store_->doFlushSlot(slot);
+}
+
+template <class Ops>
+void BriskShadow<Ops>::shadowValue(Value const& value) {
+    if (map_) map_->callbacks().valueNotify(value);
+}
+
+template <class Ops>
+void BriskShadow<Ops>::shadowKey(Key const& key) {
+    if (map_) map_->callbacks().keyNotify(key);
+}
+
+template <class Ops>
+void BriskShadow<Ops>::shadowDelete(Key const& key) {
+    if (map_) map_->callbacks().deleteNotify(key);
+}
+
+// --- The interface
+// --------------------------------------------------------------------------------
+
+template <class Ops>
+void BriskShadow<Ops>::notifyingIs(bool on) {
+    FMTRACE(debugHandler(), 5, "notifying:{}", on);
+    notifying = on;
+    syncer.notifyingIs(on);
+    wren.notifyingIs(on);
+}
+
+template <class Ops>
+void BriskShadow<Ops>::yieldTimeIs(double const& seconds) {
+    wren.yieldTimeIs(seconds);
+    syncer.yieldTimeIs(seconds);
+}
+
+template <class Ops>
+Reader::Counters BriskShadow<Ops>::readerCounters() {
+    counters_.shadowMappedSize = store_ ? store_->shadowMappedSize() : 0;
+    counters_.orielMappedSize = store_ ? store_->orielMappedSize() : 0;
+    counters_.yarrowPrimaryMappedSize = yarrowReader.primaryMappedSize();
+    counters_.yarrowSecondaryMappedSize = yarrowReader.secondaryMappedSize();
+    counters_.sequencesSent = wren.sequencesSent();
+    return reader_.readerCounters();
+}
+
+template <class Ops>
+void BriskShadow<Ops>::validateVersionAnchor() const {
+    if (store_) store_->validateVersionAnchor();
+}
+
+template <class Ops>
+Mem::CacheVersionAnchor BriskShadow<Ops>::getCacheVersionAnchor() const {
+    return store_ ? store_->getCacheVersionAnchor() : Mem::cacheVersionAnchor({});
+}
+
+template <class Ops>
+auto BriskShadow<Ops>::lookup(Key const& key, bool& found, void* out) const -> Value const* {
+    if (store_) return store_->lookup(key, found, out);
+    found = false;
+    return &Ops::type_default();
+}
+
+template <class Ops>
+auto BriskShadow<Ops>::directLookup(Key const& key, bool& found, void* out) const -> Value const* {
+    if (store_) return store_->directLookup(key, found, out);
+    found = false;
+    return &Ops::type_default();
+}
+
+template <class Ops>
+bool BriskShadow<Ops>::first(Value& value, IterHint& hint) const {
+    if (store_) return store_->first(0, value, hint);
+    Ops::copyValue(&value, &Ops::type_default());
+    return false;
+}
+
+template <class Ops>
+bool BriskShadow<Ops>::next(Key const& key, Value& value, IterHint& hint) const {
+    if (store_) return store_->next(key, value, hint);
+    Ops::copyValue(&value, &Ops::type_default());
+    return false;
+}
+
+} // namespace Brisk

@@ -1,0 +1,141 @@
+// Fronts of a test table with a client that keeps its own map from the callbacks alone, and writers
+// in this process or in another.
+#pragma once
+
+#include "Brisk/Table.h"
+#include "Dunlin/TaskSchedulerRoot.h"
+#include "support/Child.h"
+#include "support/TempBase.h"
+#include "support/TestTable.h"
+
+#include <map>
+#include <random>
+#include <set>
+
+namespace support {
+
+using Brisk::BriskType;
+using Brisk::IterHint;
+using Brisk::MapDescriptor;
+using Mem::MountStatus;
+using TestMap = Brisk::BriskMap<TestOps>;
+using TestShadow = Brisk::BriskShadow<TestOps>;
+
+inline Dunlin::TaskSchedulerRoot& loop() {
+    return *Dunlin::schedulerRootDunlin;
+}
+
+template <class Condition>
+bool pump(Condition condition, double seconds = 10) {
+    double const end = loop().now() + seconds;
+    while (!condition()) {
+        if (loop().now() > end) return false;
+        loop().runOnce(0.02);
+    }
+    return true;
+}
+inline void settle(int turns = 5) {
+    for (int i = 0; i < turns; ++i) loop().runOnce(0.003);
+}
+
+inline MapDescriptor shadowSettings(BriskType type, bool notifyDuringSync = true) {
+    MapDescriptor descriptor(1000);
+    descriptor.type = type;
+    descriptor.notifyDuringSync = notifyDuringSync;
+    return descriptor;
+}
+inline MapDescriptor writerSettings(bool shrinkable = false) {
+    MapDescriptor descriptor(100'000);
+    descriptor.shrinkable = descriptor.shrinkBuckets = shrinkable;
+    return descriptor;
+}
+
+// All entries of an implementation or a front's table, by walking.
+template <class Table>
+std::map<U32, U64> contents(Table const& table) {
+    std::map<U32, U64> seen;
+    TestValue value;
+    IterHint hint;
+    for (bool more = table.first(value, hint); more; more = table.next(value.key(), value, hint))
+        EXPECT_TRUE(seen.emplace(value.key().id, value.stamp()).second);
+    return seen;
+}
+
+// A front and what its client was told.
+class Client {
+public:
+    Client(std::string const& name, MapDescriptor const& descriptor)
+        : descriptor_(descriptor), front(std::make_unique<TestMap>(name, "TestValue")) {
+        front->valueNotifyIs(
+            [this](TestValue const& value) { changed(value.key(), value.stamp()); });
+        front->keyNotifyIs([this](TestKey const& key) {
+            bool found = false;
+            TestValue into;
+            TestValue const* const value = front->table().lookup(key, found, &into);
+            changed(key, found ? value->stamp() : ~0ULL);
+        });
+        front->deleteNotifyIs([this](TestKey const& key) {
+            ++deletes;
+            if (known.erase(key.id) == 0) ++strayDeletes;
+            bool found = true;
+            front->table().lookup(key, found, nullptr);
+            if (found) ++strayDeletes; // a client in its delete callback sees the key gone
+            onDelete(key);
+        });
+        front->mountStatusNotifyIs([this] {
+            statuses += std::to_string(U32(front->mountStatus()));
+            onStatus();
+        });
+        front->quiescedNotifyIs([this](bool on) { quiesced = on; });
+    }
+    void init() { front->init(descriptor_); }
+    void changed(TestKey const& key, U64 stamp) {
+        ++updates;
+        auto const [at, fresh] = known.emplace(key.id, stamp);
+        if (!fresh && at->second == stamp) ++equalUpdates;
+        at->second = stamp;
+        onUpdate(key);
+    }
+    TestShadow& shadow() const { return dynamic_cast<TestShadow&>(front->table()); }
+    bool synchronised() const { return front->mountStatus() == MountStatus::synchronised; }
+    bool asleep() const {
+        auto const* const shadow = dynamic_cast<TestShadow const*>(&front->table());
+        return shadow && shadow->connected() && shadow->quiesced();
+    }
+
+private:
+    MapDescriptor descriptor_;
+
+public:
+    std::unique_ptr<TestMap> front;
+    std::map<U32, U64> known;
+    U64 updates = 0, deletes = 0, strayDeletes = 0, equalUpdates = 0;
+    std::string statuses;
+    bool quiesced = false;
+    std::function<void(TestKey const&)> onUpdate = Dunlin::noop, onDelete = Dunlin::noop;
+    std::function<void()> onStatus = Dunlin::noop;
+};
+
+class Fronts : public testing::Test {
+public:
+    std::unique_ptr<TestWriter> writer(MapDescriptor const& descriptor = writerSettings()) {
+        auto result = std::make_unique<TestWriter>(*handler_, name_, descriptor, TestOps{},
+                                                   "TestValue", Dunlin::noop);
+        result->initialize("test");
+        return result;
+    }
+    static void put(TestWriter& writer, U32 id, U64 stamp) {
+        writer.write(TestValue(TestKey(id), stamp), true);
+    }
+    static bool drop(TestWriter& writer, U32 id) {
+        TestValue value;
+        return writer.remove(TestKey(id), value);
+    }
+
+    Support::TempBase base_;
+    std::string name_ = "vrf/default/test";
+    std::shared_ptr<Dunlin::Platform::DebugHandler> handler_ =
+        Dunlin::Platform::getDebugHandler("FrontTest", true);
+};
+
+} // namespace support

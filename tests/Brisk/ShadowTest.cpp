@@ -1,0 +1,347 @@
+// Shadows over a writer in the same process: what a client is told, and what it may do meanwhile.
+#include "FrontFixture.h"
+
+#include "Dunlin/Exception.h"
+
+namespace {
+
+using namespace support;
+
+class Shadow : public Fronts, public testing::WithParamInterface<BriskType> {
+public:
+    std::unique_ptr<Client> client(bool notifyDuringSync = true) {
+        auto result = std::make_unique<Client>(name_, shadowSettings(GetParam(), notifyDuringSync));
+        result->init();
+        return result;
+    }
+    bool values() const { return GetParam() == BriskType::valueShadow; }
+};
+INSTANTIATE_TEST_SUITE_P(BothStores, Shadow,
+                         testing::Values(BriskType::valueShadow, BriskType::keyShadow),
+                         [](auto const& store) {
+                             return store.param == BriskType::valueShadow ? "Value" : "Key";
+                         });
+
+TEST_P(Shadow, SynchronisesThenTellsEachChangeOnce) {
+    auto w = writer();
+    for (U32 id = 0; id < 100; ++id) put(*w, id, 1);
+    auto c = client();
+    // Synchronous: mounted was never told; synchronised by the walk and by the front (A18).
+    EXPECT_EQ(c->statuses, "22");
+    EXPECT_EQ(c->updates, 100U);
+    ASSERT_TRUE(pump([&] { return c->asleep(); }));
+    EXPECT_TRUE(c->quiesced);
+    EXPECT_EQ(c->updates, 100U); // what the walk met is not told again
+
+    put(*w, 5, 2);
+    put(*w, 1000, 1);
+    EXPECT_TRUE(drop(*w, 7));
+    ASSERT_TRUE(pump([&] { return c->asleep(); }));
+    EXPECT_EQ(c->updates, 102U);
+    EXPECT_EQ(c->deletes, 1U);
+    put(*w, 5, 2); // an announced overwrite is told, equal or not (A8)
+    ASSERT_TRUE(pump([&] { return c->asleep(); }));
+    EXPECT_EQ(c->updates, 103U);
+    EXPECT_EQ(c->known, contents(*w));
+    EXPECT_EQ(contents(c->front->table()), contents(*w));
+    EXPECT_EQ(c->front->members(), 100U);
+    EXPECT_EQ(c->front->sequence(), w->sequence());
+    EXPECT_TRUE(c->shadow().store()->sound());
+    EXPECT_TRUE(pump([&] { return w->quiesced(); }));
+    EXPECT_EQ(c->strayDeletes, 0U);
+
+    bool found = true;
+    c->front->table().lookup(TestKey(7), found, nullptr);
+    EXPECT_FALSE(found);
+    TestValue into;
+    EXPECT_EQ(c->front->table().lookup(TestKey(5), found, &into)->stamp(), 2U);
+    EXPECT_THROW(c->front->table().write(TestValue(TestKey(1)), true),
+                 Dunlin::NoPermissionException);
+    auto const counters = c->front->readerCounters();
+    EXPECT_EQ(counters.occupiedSlots, 100U);
+    EXPECT_GT(counters.shadowMappedSize, 0U);
+    EXPECT_GT(counters.sequencesSent, 0U);
+    EXPECT_EQ(counters.orielMappedSize > 0, !values());
+}
+
+TEST_P(Shadow, SilentDuringTheFirstSyncUnlessAsked) {
+    auto w = writer();
+    put(*w, 1, 1);
+    auto c = client(false);
+    EXPECT_EQ(c->updates, 0U);
+    EXPECT_EQ(c->statuses, "22");
+    EXPECT_EQ(contents(c->front->table()).size(), 1U);
+    put(*w, 2, 1);
+    ASSERT_TRUE(pump([&] { return c->updates == 1; }));
+}
+
+TEST_P(Shadow, ReusedSlotsGiveOneDeleteAndOneUpdate) {
+    auto w = writer();
+    for (U32 id = 0; id < 10; ++id) put(*w, id, 1);
+    auto c = client();
+    ASSERT_TRUE(pump([&] { return c->asleep(); }));
+    auto const before = c->updates;
+    // The slot freed last is taken first: key 100 stands where key 3 stood.
+    drop(*w, 3);
+    put(*w, 100, 1);
+    ASSERT_TRUE(pump([&] { return c->asleep(); }));
+    EXPECT_EQ(c->deletes, 1U);
+    EXPECT_EQ(c->updates, before + 1);
+    // Away and back between two looks, in the same slot or in another: no delete.
+    drop(*w, 4);
+    drop(*w, 5);
+    put(*w, 4, 9);
+    put(*w, 5, 9);
+    ASSERT_TRUE(pump([&] { return c->asleep(); }));
+    EXPECT_EQ(c->known, contents(*w));
+    EXPECT_EQ(c->strayDeletes, 0U);
+    EXPECT_TRUE(c->shadow().store()->sound());
+}
+
+// The walk of a resync finds other keys in every slot it remembers (H-shadow-1).
+TEST_P(Shadow, ResyncWithEverySlotChangedBalances) {
+    auto w = writer();
+    for (U32 id = 0; id < 200; ++id) put(*w, id, 1);
+    auto c = client();
+    ASSERT_TRUE(pump([&] { return c->asleep(); }));
+    auto const updates = c->updates;
+    U64 const resyncs = c->shadow().resyncs();
+    // The writer comes back as another incarnation with the keys shuffled over the slots.
+    w.reset();
+    w = writer();
+    for (U32 id = 0; id < 100; ++id) drop(*w, id);
+    for (U32 id = 99; id >= 50; --id) put(*w, id, id);
+    for (U32 id = 300; id < 350; ++id) put(*w, id, 1);
+    ASSERT_TRUE(pump([&] { return c->synchronised() && c->asleep() && c->known == contents(*w); }));
+    EXPECT_EQ(c->strayDeletes, 0U);
+    EXPECT_GT(c->updates, updates);
+    EXPECT_TRUE(c->shadow().store()->sound());
+    (void)resyncs;
+}
+
+// Keys that have changed places are the same keys: no delete in a walk.
+TEST_P(Shadow, ResyncOverACircleOfSlotsDeletesNothing) {
+    auto w = writer();
+    for (U32 id = 0; id < 8; ++id) put(*w, id, id);
+    auto c = client();
+    ASSERT_TRUE(pump([&] { return c->asleep() && w->quiesced(); }));
+    auto const updates = c->updates;
+    w->detach(false);
+    w->initialize("again"); // another incarnation: the shadow will walk
+    // The slot freed last is taken first.
+    for (U32 id = 0; id < 8; ++id) drop(*w, id);
+    for (U32 id = 0; id < 8; ++id) put(*w, id, id);
+    U64 const walks = c->shadow().resyncs();
+    ASSERT_TRUE(pump([&] { return c->shadow().resyncs() > walks && c->asleep(); }));
+    EXPECT_EQ(c->deletes, 0U);
+    EXPECT_EQ(c->known, contents(*w));
+    if (values()) {
+        EXPECT_EQ(c->updates, updates);
+    }
+    EXPECT_TRUE(c->shadow().store()->sound());
+}
+
+TEST_P(Shadow, ShrinkIsNoChange) {
+    auto w = writer(writerSettings(true));
+    for (U32 id = 0; id < 1024; ++id) put(*w, id, 1);
+    auto c = client();
+    // Settled on both sides: what a reader has not acknowledged is told again when it moves.
+    ASSERT_TRUE(pump([&] { return c->asleep() && w->quiesced(); }));
+    auto const updates = c->updates;
+    U32 const slots = w->capacity();
+    for (U32 id = 0; id < 769; ++id) drop(*w, id);
+    ASSERT_TRUE(pump([&] { return c->asleep() && w->capacity() < slots; }));
+    settle(20);
+    ASSERT_TRUE(pump([&] { return c->asleep(); }));
+    EXPECT_GT(w->writerCounters().slotMoves, 0U);
+    EXPECT_EQ(c->deletes, 769U);
+    EXPECT_EQ(c->updates, updates);
+    EXPECT_EQ(c->strayDeletes, 0U);
+    EXPECT_EQ(c->known, contents(*w));
+    EXPECT_TRUE(w->validate());
+    EXPECT_TRUE(c->shadow().store()->sound());
+}
+
+TEST_P(Shadow, LooksWhileBeingTold) {
+    auto w = writer();
+    auto c = client();
+    ASSERT_TRUE(pump([&] { return c->asleep(); }));
+    int looked = 0;
+    c->onUpdate = [&](TestKey const& key) {
+        bool found = false;
+        TestValue into;
+        EXPECT_TRUE(c->front->table().lookup(key, found, &into)->whole());
+        EXPECT_TRUE(found);
+        c->front->table().validateVersionAnchor();
+        EXPECT_EQ(contents(c->front->table()).count(key.id), 1U);
+        ++looked;
+    };
+    c->onDelete = [&](TestKey const& key) {
+        EXPECT_EQ(contents(c->front->table()).count(key.id), 0U);
+        ++looked;
+    };
+    for (U32 id = 0; id < 50; ++id) put(*w, id, 1);
+    ASSERT_TRUE(pump([&] { return c->asleep(); }));
+    for (U32 id = 0; id < 50; ++id) drop(*w, id);
+    ASSERT_TRUE(pump([&] { return c->asleep(); }));
+    EXPECT_EQ(looked, 100);
+    EXPECT_GT(c->front->readerCounters().inFlightHits, 0U);
+    EXPECT_GT(c->front->readerCounters().shadowBucketGrows, 0U);
+    EXPECT_GT(c->front->readerCounters().shadowBucketShrinks, 0U);
+}
+
+// Detach, and detach with a new attach, from inside each kind of callback.
+TEST_P(Shadow, EndsAndStartsOverFromInsideAnyCallback) {
+    for (bool const again : {false, true}) {
+        for (int where = 0; where < 4; ++where) {
+            SCOPED_TRACE(testing::Message() << "where " << where << " again " << again);
+            std::filesystem::remove_all(base_.path() + "/vrf");
+            auto w = writer();
+            for (U32 id = 0; id < 40; ++id) put(*w, id, 1);
+            auto c = client();
+            ASSERT_TRUE(pump([&] { return c->asleep(); }));
+            bool done = false;
+            auto const act = [&] {
+                if (std::exchange(done, true)) return;
+                c->front->detach(true);
+                // When an asynchronous flush is completed the sentry looks at once, and finds the
+                // writer alive.
+                EXPECT_EQ(c->front->mountStatus(),
+                          where < 2 ? MountStatus::unmounted : MountStatus::mounted);
+                EXPECT_TRUE(c->known.empty()); // the flush told all
+                if (again) c->front->attach("test");
+            };
+            if (where == 0) c->onUpdate = [&](TestKey const&) { act(); };
+            if (where == 1) c->onDelete = [&](TestKey const&) { act(); };
+            if (where == 2) c->onStatus = [&] { act(); };
+            put(*w, 3, 5);
+            drop(*w, 4);
+            if (where == 2) c->front->tryAttach(), c->front->detach(false);
+            if (where == 3) {
+                // In the midst of an asynchronous flush.
+                c->onDelete = [&](TestKey const&) {
+                    if (!done && c->front->mountStatus() == MountStatus::flushing) act();
+                };
+                c->front->detach(false);
+                EXPECT_EQ(c->front->mountStatus(), MountStatus::flushing);
+            }
+            ASSERT_TRUE(pump([&] { return done; }));
+            c->onUpdate = c->onDelete = Dunlin::noop;
+            c->onStatus = Dunlin::noop;
+            // The writer lives, so the sentry brings the table back in any case.
+            c->front->tryAttach();
+            ASSERT_TRUE(pump([&] { return c->synchronised() && c->asleep(); }));
+            EXPECT_EQ(c->known, contents(*w));
+            EXPECT_EQ(c->strayDeletes, 0U);
+        }
+    }
+}
+
+TEST_P(Shadow, FlushAsTold) {
+    auto w = writer();
+    for (U32 id = 0; id < 40; ++id) put(*w, id, 1);
+    {
+        auto c = client();
+        ASSERT_TRUE(pump([&] { return c->asleep(); }));
+        c->statuses.clear();
+        w->detach(false);
+        ASSERT_TRUE(pump([&] { return c->front->mountStatus() == MountStatus::unmounted; }));
+        EXPECT_EQ(c->deletes, 40U);
+        EXPECT_EQ(c->statuses, "30");
+        EXPECT_FALSE(c->quiesced);
+        EXPECT_EQ(c->front->table().type(), BriskType::reader); // a dummy
+        w->initialize("again");
+        ASSERT_TRUE(pump([&] { return c->asleep() && c->synchronised(); }));
+        EXPECT_EQ(c->statuses, "3012"); // mounted first: the walk runs in slices now
+        EXPECT_EQ(c->known.size(), 40U);
+    }
+    MapDescriptor quiet = shadowSettings(GetParam());
+    quiet.notifyOnFlush = false;
+    Client c(name_, quiet);
+    c.init();
+    ASSERT_TRUE(pump([&] { return c.asleep(); }));
+    w->detach(false);
+    ASSERT_TRUE(pump([&] { return c.front->mountStatus() == MountStatus::unmounted; }));
+    EXPECT_EQ(c.deletes, 0U);
+    EXPECT_EQ(contents(c.front->table()).size(), 0U);
+}
+
+TEST_P(Shadow, AnUnforcedDetachInsideAFlushIsAFault) {
+    auto w = writer();
+    put(*w, 1, 1);
+    auto c = client();
+    ASSERT_TRUE(pump([&] { return c->asleep(); }));
+    c->front->detach(false);
+    EXPECT_EQ(c->front->mountStatus(), MountStatus::flushing);
+    EXPECT_DEATH(c->front->table().detach(false),
+                 "expected only forced detach during asynchronous flush");
+    c->front->table().detach(true);
+    // The sentry saw the writer; the walk runs in slices now.
+    EXPECT_EQ(c->front->mountStatus(), MountStatus::mounted);
+    ASSERT_TRUE(pump([&] { return c->synchronised(); }));
+}
+
+TEST_P(Shadow, OvertakenTellsOnlyDifferences) {
+    auto w = writer();
+    for (U32 id = 0; id < 300; ++id) put(*w, id, 1);
+    auto c = client();
+    ASSERT_TRUE(pump([&] { return c->asleep(); }));
+    // Nobody is connected while the queue runs over, so it is pruned.
+    auto const updates = c->updates;
+    c->front->notifyingIs(false);
+    for (U32 round = 0; round < 20; ++round)
+        for (U32 id = 0; id < 300; ++id) put(*w, id, id % 3 == 0 ? round + 2 : 1);
+    for (U32 id = 0; id < 30; ++id) drop(*w, id);
+    c->front->notifyingIs(true);
+    ASSERT_TRUE(pump([&] { return c->asleep() && c->known == contents(*w); }));
+    EXPECT_EQ(c->deletes, 30U);
+    EXPECT_EQ(c->strayDeletes, 0U);
+    // The queue keeps one notification per slot: 270 at most.
+    EXPECT_LE(c->updates - updates, 270U);
+}
+
+TEST_P(Shadow, ModelOfAnyHistory) {
+    char const* const chosen = std::getenv("SEED");
+    unsigned const seed =
+        chosen ? static_cast<unsigned>(std::atoi(chosen)) : std::random_device{}();
+    SCOPED_TRACE(seed);
+    std::mt19937 random(seed);
+    auto w = writer(writerSettings(true));
+    auto c = client();
+    MapDescriptor slices = shadowSettings(GetParam());
+    slices.asyncAlways = true;
+    Client sliced(name_, slices);
+    sliced.front->yieldTimeIs(0.00001);
+    sliced.init();
+    U64 stamp = 0;
+    for (int round = 0; round < 1500; ++round) {
+        U32 const range = round % 300 < 150 ? 3000 : 60;
+        for (auto n = random() % 60; n-- > 0;) {
+            U32 const id = static_cast<U32>(random() % range);
+            if (random() % 3 == 0)
+                drop(*w, id);
+            else
+                put(*w, id, ++stamp);
+        }
+        if (round % 300 == 150)
+            for (U32 id = 0; id < 3000; ++id)
+                if (id % 64) drop(*w, id);
+        if (random() % 200 == 0) w->detach(false), w->initialize("again");
+        if (random() % 4 == 0) loop().runOnce(0);
+        if (random() % 40 == 0) {
+            ASSERT_TRUE(pump([&] { return c->synchronised() && c->asleep(); }));
+            ASSERT_EQ(c->known, contents(*w)) << round;
+            ASSERT_TRUE(c->shadow().store()->sound());
+        }
+    }
+    ASSERT_TRUE(pump([&] {
+        return c->synchronised() && c->asleep() && sliced.synchronised() && sliced.asleep();
+    }));
+    EXPECT_EQ(c->known, contents(*w));
+    EXPECT_EQ(sliced.known, contents(*w));
+    EXPECT_EQ(c->strayDeletes + sliced.strayDeletes, 0U);
+    EXPECT_TRUE(w->validate());
+    EXPECT_EQ(c->shadow().lateWakes(), 0U);
+}
+
+} // namespace
