@@ -1,5 +1,6 @@
-// Damages the files of a small sound table as the input says, then attaches as reader and as writer.
-// A named exception or a clean result is right; a signal, a hang or a read out of bounds is not.
+// Damages the files of a small sound table as the input says, then attaches as reader and as
+// writer. A named exception or a clean result is right; a signal, a hang or a read out of bounds is
+// not.
 #include "Brisk/TableImpl.h"
 #include "tests/support/DamagedTable.h"
 #include "tests/support/TempBase.h"

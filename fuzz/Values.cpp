@@ -1,10 +1,10 @@
 // Reads values from foreign text and from foreign log bytes. What parses must print to a text that
 // parses to the same value; what does not must raise an exception with a name.
-#include "Mroute/MfibBriskTypes.h"
-#include "Mroute/MfibTypes.h"
+#include "Kelpie/IpPrefix.h"
 #include "Mroute/BitMapperTypes.h"
 #include "Mroute/McastGroup.h"
-#include "Kelpie/IpPrefix.h"
+#include "Mroute/MfibBriskTypes.h"
+#include "Mroute/MfibTypes.h"
 #include "Vomo/CharRange.h"
 #include "Vomo/Exception.h"
 #include "Vomo/NboAttrLog.h"
@@ -53,7 +53,8 @@ extern "C" int LLVMFuzzerTestOneInput(U8 const* data, std::size_t size) {
     std::string_view const input(reinterpret_cast<char const*>(data) + 1, size - 1);
     using namespace Routing::Multicast::Fib;
     namespace Tables = Brisk::Multicast::Fib;
-    each<IpGenRouteKey, RouteFlags, Tables::Route, Tables::OifIndexIntf, Tables::BidirGroup, Tables::DfProfile,
-         Kelpie::IpGenPrefix, BitMapper::BitIndexMap, Multicast::Group::GroupKey>(data[0], input, {data + 1, size - 1});
+    each<IpGenRouteKey, RouteFlags, Tables::Route, Tables::OifIndexIntf, Tables::BidirGroup,
+         Tables::DfProfile, Kelpie::IpGenPrefix, BitMapper::BitIndexMap,
+         Multicast::Group::GroupKey>(data[0], input, {data + 1, size - 1});
     return 0;
 }

@@ -256,7 +256,7 @@ private:
     U32 slot_ = 0;
     U32 word_ = 0;         // hash word of the current member, without its mark
     bool private_ = false; // the bucket is a copy of our own
-    [[maybe_unused]] U64 reserved_[3] = {};
+    [[maybe_unused]] [[maybe_unused]] U64 reserved_[3] = {}; // fills up the 64 bytes
 };
 static_assert(sizeof(HashMap2018IteratorGeneric) == 64);
 

@@ -22,7 +22,7 @@ struct TypeFrame {
 };
 
 template <class T>
-consteval TypeFrame makeFrame() {
+constexpr TypeFrame makeFrame() {
     TypeFrame frame{.head = Describe<T>::type,
                     .self = IdOf<T>::type,
                     .size = sizeof(T),
@@ -46,7 +46,7 @@ inline constexpr TypeFrame frameOf = makeFrame<T>();
 
 // An entity type that is made from an Argument, its name or key.
 template <class T, class Argument>
-consteval TypeFrame makeEntityFrame() {
+constexpr TypeFrame makeEntityFrame() {
     using Functions = TypeImpl<T, Argument>;
     TypeFrame frame{.head = Describe<T>::type,
                     .self = IdOf<T>::type,

@@ -3,6 +3,8 @@
 
 #include "Vomo/Exception.h"
 
+#include <fmt/format.h>
+
 #include <charconv>
 #include <cstdarg>
 

@@ -48,4 +48,10 @@ struct ProbeArguments {
 };
 int probeCommand(Common const& common, ProbeArguments const& arguments);
 
+// All types, or those of one module; one type in full; a text read by the type that it names, or by
+// `type`.
+int typesCommand(Common const& common, std::string const& module);
+int typeCommand(Common const& common, std::string const& name);
+int valueCommand(Common const& common, std::string const& text, std::string const& type);
+
 } // namespace Cairn

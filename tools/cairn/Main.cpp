@@ -155,6 +155,25 @@ int main(int argc, char** argv) {
     probeApp->add_flag("--walk", probe.walk, "Walk over and over instead of looking up");
     probeApp->add_option("--seed", probe.seed, "Seed of the order of lookups (1)")->type_name("N");
 
+    std::string module, typeName, valueText, valueType;
+    command("types", "List the types: module, kind, size, attributes, default",
+            [&] { return typesCommand(common, module); })
+        ->add_option("module", module, "One module's types only")
+        ->type_name("MODULE");
+    command("type", "One type in full: every attribute with number, kind, type and default",
+            [&] { return typeCommand(common, typeName); })
+        ->add_option("name", typeName, "Its full name, Multicast::Group::GroupKey")
+        ->type_name("NAME")
+        ->required();
+    auto* const valueApp =
+        command("value", "Read a value's text form and print it back, or say where it is wrong",
+                [&] { return valueCommand(common, valueText, valueType); });
+    valueApp->add_option("text", valueText, "\"Value('Type', ** {...})\"")
+        ->type_name("TEXT")
+        ->required();
+    valueApp->add_option("--type", valueType, "The type of a bare text such as 10.0.0.1/32")
+        ->type_name("NAME");
+
     auto const say = [](ExitCode code, char const* text) {
         fmt::print(stderr, "cairn: {}\n", text);
         return code;

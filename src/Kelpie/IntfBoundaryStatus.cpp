@@ -1,0 +1,28 @@
+#include "Kelpie/IntfBoundaryStatus.h"
+
+#include "Vomo/Record.h"
+
+template <>
+struct Vomo::Describe<Kelpie::IntfBoundaryStatus> {
+    using T = Kelpie::IntfBoundaryStatus;
+    static constexpr auto type = entity("Kelpie::IntfBoundaryStatus");
+    static constexpr auto attributes = rows({
+        notifying<&T::boundary_, &T::boundary, &T::boundaryIs>(T::boundaryAttr, "boundary"),
+    });
+};
+
+namespace Kelpie {
+
+Vomo::Ptr<IntfBoundaryStatus> intfBoundaryStatusFactory(Vomo::String const& name) {
+    return Vomo::newEntity<IntfBoundaryStatus>(name);
+}
+
+} // namespace Kelpie
+
+namespace {
+constexpr Vomo::TypeFrame types[] = {Vomo::entityFrameOf<Kelpie::IntfBoundaryStatus, Vomo::String>};
+} // namespace
+constinit Vomo::VomoModule const Vomo::_IntfBoundaryStatus_6d8ffdafd8f4e068_vomoModule =
+    Vomo::ModuleRecord<types>::value;
+static Vomo::ModuleRegistration const
+    registration(&Vomo::_IntfBoundaryStatus_6d8ffdafd8f4e068_vomoModule);

@@ -1,0 +1,46 @@
+// Whether an interface is a multicast boundary: what the FIB's status holds for each.
+#pragma once
+
+#include "Vomo/Entity.h"
+#include "Vomo/Fwd.h"
+
+namespace Kelpie {
+class IntfBoundaryStatus;
+} // namespace Kelpie
+
+namespace Vomo {
+extern "C" {
+extern VomoModule const _IntfBoundaryStatus_6d8ffdafd8f4e068_vomoModule;
+}
+template <>
+struct IdOf<Kelpie::IntfBoundaryStatus>
+    : InModule<&_IntfBoundaryStatus_6d8ffdafd8f4e068_vomoModule, 0> {};
+} // namespace Vomo
+
+namespace Kelpie {
+
+// Named by its interface.
+class IntfBoundaryStatus : public Vomo::Entity, public Vomo::Tracked<IntfBoundaryStatus> {
+public:
+    enum Attr : U32 { boundaryAttr = 258 };
+
+    explicit IntfBoundaryStatus(Vomo::String const& name) : name_(name) {}
+    ~IntfBoundaryStatus() override { notifiees_.deleteAll(); }
+
+    bool boundary() const { return boundary_; }
+    void boundaryIs(bool v) { assign(boundary_, v, boundaryAttr); }
+
+    Vomo::NotifieeListRecord notifieeList() const override { return {1, &notifiees_, 0, 0}; }
+    Vomo::VomoTypeBase fwkType() const override { return Vomo::IdOf<IntfBoundaryStatus>::type; }
+    Vomo::String name() const override { return name_; }
+
+private:
+    friend Vomo::Describe<IntfBoundaryStatus>;
+    Vomo::String const name_;
+    bool boundary_ = false;
+    mutable Vomo::NotifieeList notifiees_;
+};
+
+Vomo::Ptr<IntfBoundaryStatus> intfBoundaryStatusFactory(Vomo::String const& name);
+
+} // namespace Kelpie

@@ -1,0 +1,207 @@
+#include "Vomo/NboAttrLogSocket.h"
+
+#include "Dunlin/Trace.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace Vomo::NboAttrLog {
+namespace {
+
+Dunlin::Platform::DebugHandler& handler() {
+    static auto const it = Dunlin::Platform::getDebugHandler("NboAttrLog", false);
+    return *it;
+}
+
+std::string errorText() {
+    return std::system_category().message(errno);
+}
+
+sockaddr_un addressOf(std::string const& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof address.sun_path)
+        Dunlin::fmthrow<Dunlin::InvalidInitializeException>(
+            "socket path {} has {} bytes, at most {} are possible", path, path.size(),
+            sizeof address.sun_path - 1);
+    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+    return address;
+}
+
+int newSocket() {
+    int const fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (fd < 0) Dunlin::fmthrow<Dunlin::InvalidInitializeException>("no socket: {}", errorText());
+    return fd;
+}
+
+// Moves bytes between a connection and a socket. `onEnd` is called once, when the peer has gone or
+// its stream was damaged; the pump is of no use then.
+class SocketPump {
+public:
+    SocketPump(Dunlin::TaskSchedulerRoot& loop, int fd, Connection& connection,
+               std::function<void()> onEnd)
+        : loop_(loop), fd_(fd), connection_(connection), onEnd_(std::move(onEnd)) {
+        connection_.onWaiting = [this] { watch(true); };
+        watch(false);
+    }
+    ~SocketPump() {
+        connection_.onWaiting = nullptr;
+        loop_.fdDel(fd_);
+        ::close(fd_);
+    }
+    SocketPump(SocketPump const&) = delete;
+    SocketPump& operator=(SocketPump const&) = delete;
+
+private:
+    void watch(bool writing) {
+        loop_.fdAdd(fd_, writing ? EPOLLIN | EPOLLOUT : EPOLLIN,
+                    [this](U32 events) { ready(events); });
+    }
+    void ready(U32 events) {
+        bool alive = true;
+        if (events & (EPOLLIN | EPOLLHUP | EPOLLERR)) alive = receive();
+        if (alive && (events & EPOLLOUT)) alive = send();
+        if (!alive) onEnd_(); // destroys this
+    }
+    bool receive() {
+        U8 buffer[65536];
+        ssize_t const n = ::recv(fd_, buffer, sizeof buffer, 0);
+        if (n < 0) return errno == EAGAIN || errno == EINTR;
+        if (n == 0) return false;
+        try {
+            connection_.receive({buffer, static_cast<std::size_t>(n)});
+        } catch (Exception const& e) {
+            FMTRACE(handler(), 0, "attribute log: {}; the connection is closed", e.what());
+            return false;
+        }
+        return true;
+    }
+    bool send() {
+        while (connection_.waitingBytes() != 0) {
+            auto const bytes = connection_.waiting();
+            ssize_t const n = ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+            if (n < 0) return errno == EAGAIN || errno == EINTR;
+            connection_.consumed(static_cast<std::size_t>(n));
+        }
+        watch(false);
+        return true;
+    }
+
+    Dunlin::TaskSchedulerRoot& loop_;
+    int fd_;
+    Connection& connection_;
+    std::function<void()> onEnd_;
+};
+
+} // namespace
+
+class SocketServer::Peer {
+public:
+    Peer(SocketServer& server, int fd)
+        : connection_(Connection::Role::source, server.root_, server.readOnlyRemote_),
+          pump_(server.loop_, fd, connection_, [this, &server] {
+              // Not from within the pump's own callback.
+              server.loop_.taskAdd(Dunlin::TaskSchedulerRoot::Priority::normal,
+                                   [&server, this, alive = server.alive_] {
+                                       if (*alive) server.drop(this);
+                                   });
+          }) {
+        connection_.connectedIs(true);
+    }
+
+private:
+    Connection connection_;
+    SocketPump pump_;
+};
+
+SocketServer::SocketServer(Dunlin::TaskSchedulerRoot& loop, std::string path, Ptr<Entity> root,
+                           bool readOnlyRemote)
+    : loop_(loop), path_(std::move(path)), root_(std::move(root)), readOnlyRemote_(readOnlyRemote) {
+    sockaddr_un const address = addressOf(path_);
+    fd_ = newSocket();
+    auto const* const where = reinterpret_cast<sockaddr const*>(&address);
+    bool bound = ::bind(fd_, where, sizeof address) == 0;
+    if (!bound && errno == EADDRINUSE) {
+        // Nobody listens at a socket that is left over.
+        int const probe = newSocket();
+        bool const dead = ::connect(probe, where, sizeof address) != 0 && errno == ECONNREFUSED;
+        ::close(probe);
+        errno = EADDRINUSE;
+        if (dead && ::unlink(path_.c_str()) == 0) bound = ::bind(fd_, where, sizeof address) == 0;
+    }
+    if (!bound) fail();
+    if (::listen(fd_, 16) != 0) fail();
+    loop_.fdAdd(fd_, EPOLLIN, [this](U32) { accept(); });
+}
+
+void SocketServer::fail() {
+    std::string const why = errorText();
+    ::close(fd_);
+    Dunlin::fmthrow<Dunlin::InvalidInitializeException>("cannot serve at {}: {}", path_, why);
+}
+
+SocketServer::~SocketServer() {
+    *alive_ = false;
+    peers_.clear();
+    loop_.fdDel(fd_);
+    ::close(fd_);
+    ::unlink(path_.c_str());
+}
+
+void SocketServer::accept() {
+    int const fd = ::accept4(fd_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    if (fd >= 0) peers_.push_back(std::make_unique<Peer>(*this, fd));
+}
+
+void SocketServer::drop(Peer const* peer) {
+    std::erase_if(peers_, [&](auto const& p) { return p.get() == peer; });
+}
+
+class SocketClient::Pump : public SocketPump {
+    using SocketPump::SocketPump;
+};
+
+SocketClient::SocketClient(Dunlin::TaskSchedulerRoot& loop, std::string path, Ptr<Entity> root,
+                           double retrySeconds)
+    : loop_(loop), path_(std::move(path)), retrySeconds_(retrySeconds),
+      connection_(Connection::Role::mirror, std::move(root)) {
+    addressOf(path_);
+    connect();
+}
+
+SocketClient::~SocketClient() {
+    *alive_ = false;
+    loop_.timerDel(timer_);
+    pump_.reset();
+}
+
+void SocketClient::retry() {
+    timer_ = loop_.timerAdd(retrySeconds_, [this] { connect(); });
+}
+
+void SocketClient::connect() {
+    sockaddr_un const address = addressOf(path_);
+    int const fd = newSocket();
+    if (::connect(fd, reinterpret_cast<sockaddr const*>(&address), sizeof address) != 0) {
+        ::close(fd);
+        retry();
+        return;
+    }
+    ++connections_;
+    pump_ = std::make_unique<Pump>(loop_, fd, connection_, [this] {
+        loop_.taskAdd(Dunlin::TaskSchedulerRoot::Priority::normal, [this, alive = alive_] {
+            if (!*alive || pump_ == nullptr) return;
+            pump_.reset();
+            connection_.connectedIs(false);
+            retry();
+        });
+    });
+    connection_.connectedIs(true);
+}
+
+} // namespace Vomo::NboAttrLog

@@ -1,0 +1,64 @@
+// The attribute log over a unix socket: one process serves an entity tree, others hold mirrors.
+#pragma once
+
+#include "Dunlin/TaskSchedulerRoot.h"
+#include "Vomo/NboAttrLogSa.h"
+
+namespace Vomo::NboAttrLog {
+
+// Serves `root` at a socket of the file system; each client has a connection of its own. All calls
+// come from the loop's thread.
+class SocketServer {
+public:
+    // Raises Dunlin::InvalidInitializeException if the path cannot be bound. A socket that a dead
+    // process left there is taken over.
+    SocketServer(Dunlin::TaskSchedulerRoot& loop, std::string path, Ptr<Entity> root,
+                 bool readOnlyRemote = false);
+    ~SocketServer();
+    SocketServer(SocketServer const&) = delete;
+    SocketServer& operator=(SocketServer const&) = delete;
+    std::size_t clients() const { return peers_.size(); }
+
+private:
+    class Peer;
+    void accept();
+    void drop(Peer const* peer);
+    [[noreturn]] void fail();
+
+    Dunlin::TaskSchedulerRoot& loop_;
+    std::string path_;
+    Ptr<Entity> root_;
+    bool readOnlyRemote_;
+    int fd_ = -1;
+    std::vector<std::unique_ptr<Peer>> peers_;
+    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+};
+
+// Keeps `root` a mirror of what a server serves; connects again when it was cut off.
+class SocketClient {
+public:
+    SocketClient(Dunlin::TaskSchedulerRoot& loop, std::string path, Ptr<Entity> root,
+                 double retrySeconds = 0.2);
+    ~SocketClient();
+    SocketClient(SocketClient const&) = delete;
+    SocketClient& operator=(SocketClient const&) = delete;
+    bool connected() const { return pump_ != nullptr; }
+    // How often it has connected.
+    unsigned connections() const { return connections_; }
+
+private:
+    class Pump;
+    void connect();
+    void retry();
+
+    Dunlin::TaskSchedulerRoot& loop_;
+    std::string path_;
+    double retrySeconds_;
+    Connection connection_;
+    std::unique_ptr<Pump> pump_;
+    Dunlin::TaskSchedulerRoot::TimerId timer_ = 0;
+    unsigned connections_ = 0;
+    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+};
+
+} // namespace Vomo::NboAttrLog

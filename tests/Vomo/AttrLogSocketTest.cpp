@@ -1,0 +1,76 @@
+// The attribute log between two processes: a mirror follows through stops and restarts of its
+// source.
+#include "Dunlin/TaskSchedulerRoot.h"
+#include "Mroute/McastGroup.h"
+#include "Vomo/NboAttrLogSocket.h"
+
+#include <csignal>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+using namespace Multicast::Group;
+using namespace Vomo::NboAttrLog;
+
+// A source in a process of its own: `requests` requests of `members` members each, then one more
+// member each time that it is signalled.
+pid_t serve(std::string const& path, U16 requests, U32 members) {
+    pid_t const child = ::fork();
+    if (child != 0) return child;
+    ::alarm(60);
+    Dunlin::TaskSchedulerRoot loop;
+    auto const config = configFactory("source");
+    auto const member = [](U32 n) {
+        MrouteLib::PortVlan pv;
+        pv.outLifIs(MrouteLib::OutLif(n));
+        return pv;
+    };
+    for (U16 r = 0; r < requests; ++r)
+        for (U32 m = 0; m < members; ++m) config->requestIs({19, r})->portVlanIs(member(m), true);
+    SocketServer const server(loop, path, config);
+    static std::atomic<U32> extra{0};
+    ::signal(SIGUSR1, [](int) { ++extra; });
+    for (U32 done = 0;;) {
+        loop.runOnce(0.01);
+        for (; done < extra; ++done)
+            config->requestIs({19, 0})->portVlanIs(member(1000 + done), true);
+    }
+}
+
+TEST(AttrLogSocket, AMirrorFollowsThroughStopsAndRestarts) {
+    std::string const path = fmt::format("/tmp/attrlog-{}.socket", ::getpid());
+    Dunlin::TaskSchedulerRoot loop;
+    auto const mirror = configFactory("mirror");
+    SocketClient const client(loop, path, mirror, 0.02); // there is no server yet
+    auto const reaches = [&](U32 requests, U32 membersOfFirst) {
+        for (double const end = loop.now() + 20; loop.now() < end; loop.runOnce(0.05)) {
+            auto const first = mirror->request({19, 0});
+            if (mirror->request().members() == requests && first &&
+                first->portVlan().members() == membersOfFirst)
+                return true;
+        }
+        return false;
+    };
+    pid_t source = serve(path, 50, 200);
+    EXPECT_TRUE(reaches(50, 200));
+    auto const kept = mirror->request({19, 0});
+    ::kill(source, SIGUSR1);
+    EXPECT_TRUE(reaches(50, 201));
+    ::kill(source, SIGSTOP); // nothing comes, nothing is lost
+    for (int i = 0; i < 10; ++i) loop.runOnce(0.01);
+    ::kill(source, SIGUSR1);
+    ::kill(source, SIGCONT);
+    EXPECT_TRUE(reaches(50, 202));
+    ::kill(source, SIGKILL);
+    ::waitpid(source, nullptr, 0);
+    source = serve(path, 20, 10); // takes over the socket that was left
+    EXPECT_TRUE(reaches(20, 10));
+    EXPECT_EQ(mirror->request({19, 0}).ptr(), kept.ptr());
+    EXPECT_EQ(client.connections(), 2U);
+    ::kill(source, SIGKILL);
+    ::waitpid(source, nullptr, 0);
+    ::unlink(path.c_str());
+}
+
+} // namespace

@@ -1,0 +1,308 @@
+// `cairn types`, `cairn type` and `cairn value`: the types as their modules describe them, and any
+// value's text form read by the type that it names.
+#include "Commands.h"
+#include "TableNames.h"
+
+#include "Vomo/GenericIf.h"
+
+#include <dlfcn.h>
+#include <fmt/format.h>
+
+#include <cstring>
+#include <new>
+#include <regex>
+
+namespace Cairn {
+namespace {
+
+using namespace Vomo;
+
+// An object of a type known by its record alone.
+class Object {
+public:
+    explicit Object(VomoType type)
+        : type_(type), bytes_(::operator new(type.row().size(), std::align_val_t(16))) {
+        std::memset(bytes_, 0, type.row().size());
+        methods().construct(bytes_, nullptr);
+    }
+    ~Object() {
+        methods().destruct(bytes_);
+        ::operator delete(bytes_, std::align_val_t(16));
+    }
+    Object(Object const&) = delete;
+    Object& operator=(Object const&) = delete;
+    void* get() const { return bytes_; }
+    std::string text() const { return methods().strRep(bytes_, type_); }
+    void textIs(String const& text) { methods().strepToValue(bytes_, text, type_); }
+    bool read(VomoAttr attr, void* out) const {
+        return type_.module->genericTable[type_.index].attributeOp(
+                   out, bytes_, attr, GenericIf::AttributeOp::get, nullptr, nullptr) == 0;
+    }
+
+private:
+    ValueMethods const& methods() const { return *type_.module->genericTable[type_.index].methods; }
+    VomoType type_;
+    void* bytes_;
+};
+
+// The module's name is the first part of its record's symbol, "_Name_digest_vomoModule".
+std::string moduleName(VomoModule const* module) {
+    Dl_info info;
+    if (::dladdr(module, &info) == 0 || info.dli_sname == nullptr) return "unknown";
+    std::string_view const symbol(info.dli_sname + 1);
+    return std::string(symbol.substr(0, symbol.find('_')));
+}
+
+std::string kindName(VomoType type) {
+    switch (type.row().kind) {
+    case TypeKind::value:
+        return "value";
+    case TypeKind::enumeration:
+        return "enum";
+    case TypeKind::flagSet:
+        return "flags";
+    case TypeKind::entity:
+        return "entity";
+    }
+    return "unknown";
+}
+
+std::string nameOfReference(VomoModule const* module, U16 reference) {
+    if (reference == 0xFFFF) return "none";
+    if (U16 const builtin = builtinOfCode(reference)) return builtinName(builtin);
+    return typeOfReference(module, reference).name();
+}
+
+// The combinations of flag bytes that occur, in words.
+std::string flagsInWords(AttributeRow const& row) {
+    struct {
+        U8 bytes[3];
+        char const* words;
+    } const known[] = {
+        {{0x00, 0x2C, 0x01}, "constructor"},
+        {{0x00, 0x9C, 0x01}, "mutable"},
+        {{0x00, 0xDC, 0x01}, "mutable,notifies"},
+        {{0x00, 0x1C, 0x00}, "flag"},
+        {{0x00, 0x08, 0x01}, "raw"},
+        {{0x00, 0x18, 0x00}, "view"},
+        {{0x00, 0x28, 0x00}, "derived"},
+        {{0x08, 0x28, 0x00}, "constant"},
+        {{0x88, 0x28, 0x00}, "literal"},
+        {{0x10, 0x08, 0x00}, "function"},
+        {{0x11, 0x08, 0x00}, "function,changes"},
+        {{0x18, 0x08, 0x00}, "function,static"},
+        {{0x01, 0x18, 0x00}, "view,indexed"},
+        {{0x01, 0xDC, 0x01}, "collection,notifies"},
+        {{0x01, 0xDC, 0x09}, "set,notifies"},
+        {{0x21, 0xDD, 0x01}, "collection,entities,instantiating,notifies"},
+    };
+    for (auto const& k : known)
+        if (std::memcmp(k.bytes, row.flags, 3) == 0) return k.words;
+    return fmt::format("{:02x}:{:02x}:{:02x}", row.flags[0], row.flags[1], row.flags[2]);
+}
+
+std::string typeFlagsInWords(U8 flags) {
+    std::string words;
+    if (flags & 0x08) words = "wrapper";
+    if (flags & 0x04) words += words.empty() ? "wide" : ",wide";
+    return words.empty() ? "none" : words;
+}
+
+// The value of a readable attribute: a number, a truth value or a text.
+bool readAttribute(Object const& object, VomoAttr attr, Row::Value& value) {
+    AttributeRow const& row = attr.row();
+    auto const number = [&]<class Int>(Int v) {
+        if (!object.read(attr, &v)) return false;
+        value = static_cast<U64>(v);
+        return true;
+    };
+    switch (builtinOfCode(row.type)) {
+    case 5:
+        return number(U8{});
+    case 7:
+        return number(U16{});
+    case 9:
+        return number(U32{});
+    case 10:
+        return number(S32{});
+    case 11:
+        return number(U64{});
+    case 13: {
+        bool v = false;
+        if (!object.read(attr, &v)) return false;
+        value = v;
+        return true;
+    }
+    case 17: {
+        String v;
+        if (!object.read(attr, &v)) return false;
+        value = std::string(v);
+        return true;
+    }
+    case 25: {
+        Seconds v = 0;
+        if (!object.read(attr, &v)) return false;
+        value = v;
+        return true;
+    }
+    case 0: {
+        VomoType const type = typeOfReference(attr.module, row.type);
+        if (type.isNull() || type.isPolymorphic()) return false;
+        Object field(type);
+        if (!object.read(attr, field.get())) return false;
+        value = field.text();
+        return true;
+    }
+    default:
+        return false;
+    }
+}
+
+VomoType wantedType(std::string const& name) {
+    VomoType const type = typeByName(name);
+    if (type.isNull())
+        throw CommandError(
+            badUse, fmt::format("no type \"{}\"; `cairn types` lists them", printable(name)));
+    return type;
+}
+
+Row typeRow(VomoType type) {
+    TypeRow const& row = type.row();
+    Row line;
+    line.add("type", std::string(type.name()))
+        .add("module", moduleName(type.module))
+        .add("kind", kindName(type))
+        .add("size", U64{row.size()})
+        .add("attributes", U64{row.numAttributes});
+    if (!type.isPolymorphic()) line.add("default", Object(type).text());
+    return line;
+}
+
+std::string snakeCase(std::string_view name) {
+    std::string text;
+    for (char const c : name) {
+        if (c >= 'A' && c <= 'Z')
+            (text += '_') += static_cast<char>(c - 'A' + 'a');
+        else
+            text += c;
+    }
+    return text;
+}
+
+} // namespace
+
+int typesCommand(Common const& common, std::string const& module) {
+    Listing listing = common.listing();
+    for (VomoModule const* m : modules()) {
+        if (!module.empty() && moduleName(m) != module) continue;
+        for (U16 i = 0; i < m->numTypes; ++i) listing.print(typeRow({m, i}));
+    }
+    return listing.rows() == 0 ? nothingMatched : done;
+}
+
+int typeCommand(Common const& common, std::string const& name) {
+    VomoType const type = wantedType(name);
+    Listing listing = common.listing();
+    TypeRow const& row = type.row();
+    Row head = typeRow(type);
+    head.add("alignment", U64{row.alignment()})
+        .add("flags", typeFlagsInWords(row.flags))
+        .add("base", nameOfReference(type.module, row.base));
+    listing.print(head);
+    std::unique_ptr<Object> const object(type.isPolymorphic() ? nullptr : new Object(type));
+    for (U16 i = 0; i < row.numAttributes; ++i) {
+        VomoAttr const attr{type.module, static_cast<U16>(row.firstAttribute + i)};
+        AttributeRow const& a = attr.row();
+        Row line;
+        line.add("attribute", std::string(attr.name()))
+            .add("number", U64{a.number})
+            .add("is", flagsInWords(a))
+            .add("stored", a.stored())
+            .add("of", nameOfReference(type.module, a.type));
+        Row::Value value;
+        if (row.kind == TypeKind::enumeration)
+            line.add("value", U64{a.keyOrValue});
+        else if (a.keyOrValue != 0xFFFF)
+            line.add("key", nameOfReference(type.module, a.keyOrValue));
+        bool const isConstant = a.flags[0] == 0x08;
+        if (object && row.kind != TypeKind::enumeration && (a.stored() || isConstant) &&
+            readAttribute(*object, attr, value))
+            line.add(isConstant ? "value" : "default", std::move(value));
+        listing.print(line);
+    }
+    return done;
+}
+
+namespace {
+
+// The compact route key's parser takes what it was given for its own output and ends the process on
+// anything else: what comes from a user is looked at first.
+void checkRouteKeyText(std::string const& text) {
+    static std::regex const form(
+        R"(Value\('Routing::Multicast::Fib::IpGenRouteKey', \*\* \{'kind': )"
+        R"(('(vlanFloodset|multicastFloodset|vxlanCoreSideFloodset)', 'vlanId': [0-9]{1,9})"
+        R"(|'ethGroup', 'vlanId': [0-9]{1,9}, 'ethGroup': [:0-9a-zA-Z]{1,63})"
+        R"(|'mcastGroup', 'kind': [0-9]{1,9}, 'index': [0-9]{1,9})"
+        R"(|'mroute', 's': [./0-9]{1,63}, 'g': [./0-9]{1,63})"
+        R"(|'unknownRouteKeyType')\}\))");
+    if (!std::regex_match(text, form))
+        throw CommandError(badUse, "at character 61: wanted a kind of route key and its parts as "
+                                   "`cairn value` prints them");
+}
+
+constexpr char const* compactKeyHead = "Value('Routing::Multicast::Fib::IpGenRouteKey'";
+
+// The type that a text names: "Value('Name', ** {...})".
+VomoType typeNamedBy(std::string const& text) {
+    constexpr std::string_view head = "Value('";
+    if (!text.starts_with(head))
+        throw CommandError(badUse, "at character 0: wanted \"Value('\" and a type's name; for a "
+                                   "bare text name its type with --type");
+    std::size_t const end = text.find('\'', head.size());
+    if (end == text.npos)
+        throw CommandError(badUse, fmt::format("at character {}: wanted \"'\"", text.size()));
+    // The compact key prints under the name of the general one.
+    if (text.starts_with(compactKeyHead)) return wantedType("Routing::Multicast::Fib::RouteKey");
+    std::string const name = text.substr(head.size(), end - head.size());
+    VomoType const type = typeByName(name);
+    if (type.isNull())
+        throw CommandError(badUse, fmt::format("at character {}: wanted the name of a type, found "
+                                               "\"{}\"",
+                                               head.size(), printable(name)));
+    return type;
+}
+
+} // namespace
+
+int valueCommand(Common const& common, std::string const& text, std::string const& typeName) {
+    VomoType const type = typeName.empty() ? typeNamedBy(text) : wantedType(typeName);
+    if (type.isPolymorphic())
+        throw CommandError(badUse,
+                           fmt::format("{} is an entity, which has no text form", type.name()));
+    if (type == typeByName("Routing::Multicast::Fib::RouteKey")) checkRouteKeyText(text);
+    Object object(type);
+    try {
+        object.textIs(String(text));
+    } catch (Vomo::Exception const& e) {
+        throw CommandError(badUse, fmt::format("{}: {}", type.name(), printable(e.what())));
+    }
+    if (!common.json) {
+        fmt::print("{}\n", printable(object.text()));
+        return done;
+    }
+    Listing listing = common.listing();
+    Row line;
+    line.add("type", std::string(type.name())).add("text", object.text());
+    // A derived value's attributes are its base's too.
+    for (VomoType t = type; !t.isNull() && t.row().kind != TypeKind::enumeration; t = t.base())
+        for (U16 i = 0; i < t.row().numAttributes; ++i) {
+            VomoAttr const attr{t.module, static_cast<U16>(t.row().firstAttribute + i)};
+            Row::Value value;
+            if (attr.row().stored() && readAttribute(object, attr, value))
+                line.add(snakeCase(attr.name()), std::move(value));
+        }
+    listing.print(line);
+    return done;
+}
+
+} // namespace Cairn
