@@ -153,6 +153,7 @@ private:
     bool elsewhere(Key const& key, U32& index);
     void park(U32 index);
     std::unique_ptr<Slot> unpark(Key const& key);
+    void takeOver(U32 index, Key const& key, U32 at, unsigned depth);
     void forgetAndTell(U32 index, Key const& key);
     void tellDeleted(Key const& key);
     void tryShrink();

@@ -190,6 +190,15 @@ std::unique_ptr<Slot> ShadowStore<Slot>::unpark(Key const& key) {
     return nullptr;
 }
 
+// Brings slot `at` up to date, to which the key of slot `index` has moved; if it has left again
+// meanwhile, the client is told that it has gone.
+template <class Slot>
+void ShadowStore<Slot>::takeOver(U32 index, Key const& key, U32 at, unsigned depth) {
+    park(index);
+    apply(at, Wren::syncPass, true, depth + 1);
+    if (initialized_ && unpark(key)) tellDeleted(key);
+}
+
 // The array may move, and the client may end everything, wherever a callback or a nested call
 // stands: slots are taken by number behind them, and `initialized_` is looked at first.
 template <class Slot>
@@ -214,10 +223,13 @@ bool ShadowStore<Slot>::apply(U32 index, Wren::Sequence sequence, bool compare, 
         if (fresh) return true;
         if (!accept(sequence)) return false;
         Key const key = slots_[index].key();
-        // A walk may have passed the key's new slot before it moved there: its own notification
-        // follows (H-shrink-3).
-        if (U32 at; walk && elsewhere(key, at)) return true;
-        forgetAndTell(index, key);
+        // A walk may have passed the key's new slot before it came there (H-shrink-3). That slot is
+        // looked at now and takes the key over: what happens to it from here on is announced. To
+        // leave the key where it is would lose its deletion, since this slot may stay as it is.
+        if (U32 at; walk && depth < maxTrail && elsewhere(key, at) && at != index)
+            takeOver(index, key, at, depth);
+        else
+            forgetAndTell(index, key);
         if (initialized_) tryShrink();
         return true;
     }
@@ -227,10 +239,7 @@ bool ShadowStore<Slot>::apply(U32 index, Wren::Sequence sequence, bool compare, 
         if (!accept(sequence)) return false;
         Key const old = slots_[index].key();
         if (U32 at; walk && depth < maxTrail && elsewhere(old, at) && at != index) {
-            park(index);
-            apply(at, Wren::syncPass, true, depth + 1);
-            if (!initialized_) return true;
-            if (unpark(old)) tellDeleted(old);
+            takeOver(index, old, at, depth);
             if (!initialized_) return true;
             // The trail may have led back here, where the slot was found empty.
             if (index >= numSlots_ || !slots_[index].empty()) return true;
