@@ -39,6 +39,7 @@ endif()
 if(CAIRN_COVERAGE)
   add_compile_options(--coverage -fprofile-update=atomic -O1 -g1)
   add_link_options(--coverage)
+  add_compile_definitions(CAIRN_COVERAGE=1)
 endif()
 
 # The standard headers of every translation unit of the two libraries.
