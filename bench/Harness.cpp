@@ -22,9 +22,9 @@ namespace {
 }
 } // namespace
 
-U64 nowNs() {
+U64 processorNs() {
     timespec time{};
-    clock_gettime(CLOCK_MONOTONIC, &time);
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
     return static_cast<U64>(time.tv_sec) * 1'000'000'000U + static_cast<U64>(time.tv_nsec);
 }
 
@@ -55,9 +55,9 @@ double measure(U32 rounds, U64 operations, std::function<void()> const& round) {
     std::vector<double> perOperation;
     round();
     for (U32 i = 0; i < rounds; ++i) {
-        U64 const start = nowNs();
+        U64 const start = processorNs();
         round();
-        perOperation.push_back(static_cast<double>(nowNs() - start) / static_cast<double>(operations));
+        perOperation.push_back(static_cast<double>(processorNs() - start) / static_cast<double>(operations));
     }
     return median(perOperation);
 }

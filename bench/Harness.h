@@ -19,7 +19,9 @@ struct Options {
     bool markdown = false;
 };
 
-U64 nowNs();
+// Processor time of the calling thread: unlike the clock on the wall it does not run while another
+// process has the processor, so that a machine that does other things too gives usable figures.
+U64 processorNs();
 void pinToProcessor(unsigned processor);
 constexpr unsigned writerProcessor = 0;
 constexpr unsigned readerProcessor = 1;

@@ -15,7 +15,7 @@ int main(int argc, char** argv) {
     app.add_flag("--markdown", options.markdown, "print the table as Markdown");
     CLI11_PARSE(app, argc, argv);
 
-    fmt::print("seed {}, medians of {} rounds, reader process on processor {}, writer on processor {}\n",
+    fmt::print("seed {}, medians of {} rounds, processor time, reader process on processor {}, writer on processor {}\n",
                options.seed, options.rounds, Bench::readerProcessor, Bench::writerProcessor);
     Bench::pinToProcessor(Bench::writerProcessor);
     std::vector<Bench::Row> rows;
