@@ -518,13 +518,31 @@ template <class T>
 void parse(T& v, CharRange& range) {
     parseRows(range, Describe<T>::type.name, Describe<T>::attributes, &v);
 }
+// The log is on the road of every change: its two ends are unrolled over the rows, whose functions
+// are then known and inlined. Text is not worth that.
 template <class T>
 void write(NboAttrLog::Out& out, T const& v) {
-    writeRows(out, Describe<T>::attributes, &v);
+    static constexpr auto const& rows = Describe<T>::attributes;
+    if constexpr (rows.front().kind == RowKind::flag)
+        writeRows(out, rows, &v);
+    else
+        [&]<std::size_t... i>(std::index_sequence<i...>) {
+            ((rows[i].stored ? rows[i].type->write(out, rows[i].field(&v)) : void()), ...);
+        }
+    (std::make_index_sequence<rows.size()>());
 }
 template <class T>
 void read(T& v, NboAttrLog::In* in) {
-    readRows(in, Describe<T>::attributes, &v);
+    static constexpr auto const& rows = Describe<T>::attributes;
+    if constexpr (rows.front().kind == RowKind::flag)
+        readRows(in, rows, &v);
+    else
+        [&]<std::size_t... i>(std::index_sequence<i...>) {
+            ((rows[i].stored ? rows[i].type->read(in, const_cast<void*>(rows[i].field(&v)))
+                             : void()),
+             ...);
+        }
+    (std::make_index_sequence<rows.size()>());
 }
 
 } // namespace Vomo

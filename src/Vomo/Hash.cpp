@@ -1,19 +1,8 @@
 #include "Vomo/Hash.h"
 
-#include <atomic>
 #include <random>
 
 namespace Vomo {
-
-U32 hashSingleAttr(U32 seed, U64 key) {
-    return Tumbrel::fold(Tumbrel::mix64(U64{seed} << 32 | 8, key));
-}
-U32 hashSingleAttr(U32 seed, U32 key) {
-    return Tumbrel::fold(Tumbrel::mix64(U64{seed} << 32 | 4, key));
-}
-U32 hashSingleAttr(U32 seed, U16 key) {
-    return Tumbrel::fold(Tumbrel::mix64(U64{seed} << 32 | 2, key));
-}
 
 U32 hashSingleAttr(U32 seed, std::string_view key) {
     U64 state = Tumbrel::mix64(U64{seed} << 32 | 1, key.size());
@@ -31,19 +20,13 @@ U32 hashSingleAttr(U32 seed, std::string_view key) {
     return Tumbrel::fold(state);
 }
 
-namespace {
-// 0: not drawn yet.
-constinit std::atomic<U64> chosenSeed{0};
-} // namespace
+constinit std::atomic<U64> HashHelper::chosenSeed{0};
 
-U32 HashHelper::hashSeed32() {
-    U64 seed = chosenSeed.load(std::memory_order_relaxed);
-    if (seed == 0) {
-        U64 const drawn = U64{1} << 32 | std::random_device{}();
-        // The first thread's draw stands for all.
-        seed = chosenSeed.compare_exchange_strong(seed, drawn) ? drawn : seed;
-    }
-    return static_cast<U32>(seed);
+U32 HashHelper::drawSeed() {
+    U64 seed = 0;
+    U64 const drawn = U64{1} << 32 | std::random_device{}();
+    // The first thread's draw stands for all.
+    return static_cast<U32>(chosenSeed.compare_exchange_strong(seed, drawn) ? drawn : seed);
 }
 
 void HashHelper::hashSeed32Is(U32 seed) { chosenSeed.store(U64{1} << 32 | seed); }

@@ -3,6 +3,7 @@
 
 #include "Tumbrel/HashMix.h"
 
+#include <atomic>
 #include <cstring>
 #include <string_view>
 
@@ -12,7 +13,8 @@ namespace Vomo {
 class Hash {
 public:
     constexpr explicit Hash(U32 seed) : seed_(seed) {}
-    template <unsigned width> void hashMix(void const* field) {
+    template <unsigned width>
+    void hashMix(void const* field) {
         static_assert(width == 2 || width == 4);
         U32 word = 0;
         std::memcpy(&word, field, width); // little endian: a U16 keeps its value
@@ -26,14 +28,26 @@ private:
 };
 
 // The hash of a collection's key; a seed of 0 is as good as any.
-U32 hashSingleAttr(U32 seed, U16 key);
-U32 hashSingleAttr(U32 seed, U32 key);
-U32 hashSingleAttr(U32 seed, U64 key);
+inline U32 hashSingleAttr(U32 seed, U16 key) {
+    return Tumbrel::fold(Tumbrel::mix64(U64{seed} << 32 | 2, key));
+}
+inline U32 hashSingleAttr(U32 seed, U32 key) {
+    return Tumbrel::fold(Tumbrel::mix64(U64{seed} << 32 | 4, key));
+}
+inline U32 hashSingleAttr(U32 seed, U64 key) {
+    return Tumbrel::fold(Tumbrel::mix64(U64{seed} << 32 | 8, key));
+}
 U32 hashSingleAttr(U32 seed, std::string_view key);
 
 namespace HashHelper {
+// The seed in the lower half; 0 as a whole: not drawn yet.
+extern std::atomic<U64> chosenSeed;
+U32 drawSeed();
 // The seed of this process's seeded collections, drawn at random at first use.
-U32 hashSeed32();
+inline U32 hashSeed32() {
+    U64 const seed = chosenSeed.load(std::memory_order_relaxed);
+    return seed != 0 ? static_cast<U32>(seed) : drawSeed();
+}
 // Fixes the seed, for tests; before the first collection is made.
 void hashSeed32Is(U32 seed);
 } // namespace HashHelper

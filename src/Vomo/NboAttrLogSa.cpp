@@ -1,5 +1,8 @@
 #include "Vomo/NboAttrLogSa.h"
 
+#include <algorithm>
+#include <limits>
+
 namespace Vomo::NboAttrLog {
 
 void throwWriteUpdateFromReadOnlyProxyException() {
@@ -470,6 +473,8 @@ void Connection::handleMessage(std::span<U8 const> message) {
     }
     if (readOnlyRemote()) throwWriteUpdateFromReadOnlyProxyException();
     EntityAdapter& sa = *at->second;
+    // No attribute; and the one number that cannot be negated.
+    if (attrId == std::numeric_limits<S32>::min()) throwUnknown(sa, -1);
     if (flags & (MessageFlag::beginMark | MessageFlag::endMark)) {
         checkAllRead(in);
         U32 const kind = flags & MessageFlag::beginMark ? 0 : 2;
@@ -478,7 +483,6 @@ void Connection::handleMessage(std::span<U8 const> message) {
             throwUnknown(sa, attrId);
         return;
     }
-    if (attrId == std::numeric_limits<S32>::min()) throwUnknown(sa, -1);
     try {
         sa.stream().doHandleAttrDeserialization(&sa, attrId, &in);
     } catch (RangeException const& ex) { // a value that cannot be

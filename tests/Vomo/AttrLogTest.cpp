@@ -229,6 +229,11 @@ TEST_F(Replication, ADamagedStreamRaisesAndLeavesTheEntityWhole) {
     end.connectedIs(true);
     U8 const tooLong[] = {0xff, 0xff, 0xff, 0xff};
     EXPECT_THROW(end.receive(tooLong), Vomo::AttrLogRecordException);
+    // A mark for the one attribute number that has no negative.
+    U8 const leastNumber[] = {0, 0, 0, 13, 0, 0, 0, 1, 0x80, 0, 0, 0, 0xa7};
+    Connection other(Connection::Role::mirror, target);
+    other.connectedIs(true);
+    EXPECT_THROW(other.receive(leastNumber), Vomo::AttrLogRecordException);
 }
 
 TEST_F(Replication, BytesOfAMessageAreAsTold) {
