@@ -16,8 +16,8 @@ void BriskInterfaceBase::checkVersionAnchor(Mem::VersionAnchor const& anchor) {
     PLAINASSERT(anchor.offset != Mem::VersionAnchor::none,
                 "should not be called on a default-constructed VersionAnchor");
     if (anchor.offset != Mem::VersionAnchor::lost) {
-        auto const* word = reinterpret_cast<U32 const*>(static_cast<char const*>(anchor.base) +
-                                                        anchor.offset);
+        auto const* word =
+            reinterpret_cast<U32 const*>(static_cast<char const*>(anchor.base) + anchor.offset);
         // Loads of the value that the anchor vouches for stay before this one.
         Mem::loadsStayBefore();
         if (Mem::peek(*word) == anchor.version) return;

@@ -101,11 +101,11 @@ void BriskReader<Ops>::validateVersionAnchor() const {
 
 template <class Ops>
 std::string BriskReader<Ops>::dumpHeaders() const {
-    return Dunlin::formatText("Brisk table \"{}\"\n\n\n{}\n\n{}\n\n",
-                              fmt::make_format_args(name_, table_.header
-                                                               ? table_.header->toString()
-                                                               : std::string("not mapped"),
-                                                    map_.buckets.headersToString()));
+    return Dunlin::formatText(
+        "Brisk table \"{}\"\n\n\n{}\n\n{}\n\n",
+        fmt::make_format_args(name_,
+                              table_.header ? table_.header->toString() : std::string("not mapped"),
+                              map_.buckets.headersToString()));
 }
 
 template <class Ops>
@@ -178,8 +178,7 @@ bool BriskReader<Ops>::next(Key const& keyIs, Value& value, IterHint& hint) cons
 
 template <class Ops>
 bool BriskReader<Ops>::getValue(U32 slotIndex, Value& value, void* out) const {
-    auto const seen =
-        undisturbed([&] { return table_.getValue(slotIndex, &value); }, Dunlin::noop);
+    auto const seen = undisturbed([&] { return table_.getValue(slotIndex, &value); }, Dunlin::noop);
     // Occupied comes first: a slot that is being filled shows another slot's value (H-slot-3).
     bool const occupied = (seen.version & occupiedBit) != 0;
     if (!occupied) {

@@ -144,21 +144,21 @@ private:
     void removeCorruptionFile() const;
 
     void assertNotResizing() const;
+    template <class What>
+    void assertIdle(char const* doing, What const& what) const;
     SlotLink* takeSlot(U32 hash, SlotLink* prev, U32& index);
     void rewrite(Slot& slot, Value const& value);
     void maybeGrowBuckets();
     void doMaybeShrinkSlots(U32 shrinkThreshold);
     void maybeShrinkSlots();
-    U32 indexOf(Slot const& slot) const {
-        return static_cast<U32>(&slot - table_.slots.base);
-    }
+    U32 indexOf(Slot const& slot) const { return static_cast<U32>(&slot - table_.slots.base); }
 
     bool localMem_;
     Mem::YokeRootPath rootPath_;
     SharedMem::OrielId orielId_ = 0;
-    U32 directSlot_ = noSlot;      // the slot of an open direct operation
+    U32 directSlot_ = noSlot; // the slot of an open direct operation
     SlotLink* directPrev_ = nullptr;
-    bool directNew_ = false;       // its slot is not linked yet
+    bool directNew_ = false; // its slot is not linked yet
     Key directKey_{};
     Writer::Counters counters_;
     BriskCore::Bucket::WriterCounters bucketCounters_;

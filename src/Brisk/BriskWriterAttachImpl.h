@@ -2,13 +2,13 @@
 #pragma once
 
 #include "Brisk/BriskWriter.h"
-#include "SharedMem/StepHooks.h"
 #include "Brisk/SlotWriterImpl.h"
 #include "Brisk/Util.h"
 #include "BriskCore/WriterHashMapImpl.h"
 #include "SharedMem/Clone.h"
 #include "SharedMem/CpuSupport.h"
 #include "SharedMem/FileUtil.h"
+#include "SharedMem/StepHooks.h"
 #include "Wren/BolsterAcceptSm.h"
 
 #include <cstdlib>
@@ -183,9 +183,9 @@ U32 BriskWriter<Ops>::attachSlots() {
             std::size_t const whole = Table::Base::fileSize(header->numSlots.value);
             void* const resized = memory.resize(whole);
             if (!resized)
-                Dunlin::fmthrow<Dunlin::MemoryResourceException>("failed to resize {} to size {} : {}",
-                                                                 memory.getFilename(), whole,
-                                                                 memory.reason());
+                Dunlin::fmthrow<Dunlin::MemoryResourceException>(
+                    "failed to resize {} to size {} : {}", memory.getFilename(), whole,
+                    memory.reason());
             table_.header = static_cast<typename Table::Header*>(resized);
             table_.reload();
             FMTRACE(handler, 1, "to existing {}", memory.getFilename());
@@ -198,12 +198,10 @@ U32 BriskWriter<Ops>::attachSlots() {
     void* const base = memory.attachNew(size);
     if (!base) {
         if (memSize > 0)
-            Dunlin::fmthrow<Dunlin::MemoryResourceException>("failed to resize {} to size {} : {}",
-                                                             memory.getFilename(), size,
-                                                             memory.reason());
-        Dunlin::fmthrow<Dunlin::InvalidInitializeException>("cannot attach to shmem {} size:{}: {}",
-                                                            memory.getFilename(), size,
-                                                            memory.reason());
+            Dunlin::fmthrow<Dunlin::MemoryResourceException>(
+                "failed to resize {} to size {} : {}", memory.getFilename(), size, memory.reason());
+        Dunlin::fmthrow<Dunlin::InvalidInitializeException>(
+            "cannot attach to shmem {} size:{}: {}", memory.getFilename(), size, memory.reason());
     }
     slotsAside_ = true;
     table_.header = static_cast<typename Table::Header*>(base);
@@ -235,9 +233,8 @@ void BriskWriter<Ops>::commitSlots() {
     if (!slotsAside_) return;
     slotsAside_ = false;
     if (!localMem_ && !table_.memory.commitNew())
-        Dunlin::fmthrow<Dunlin::InvalidInitializeException>("cannot put {} in place: {}",
-                                                            table_.memory.getFilename(),
-                                                            table_.memory.reason());
+        Dunlin::fmthrow<Dunlin::InvalidInitializeException>(
+            "cannot put {} in place: {}", table_.memory.getFilename(), table_.memory.reason());
 }
 
 // The ids that stand in the table's files now. A new id is none of them, or a lost oriel file could
@@ -249,9 +246,10 @@ std::vector<SharedMem::OrielId> BriskWriter<Ops>::idsInFiles() const {
     struct {
         char const* name;
         std::size_t offset;
-    } const places[] = {{Table::Base::fileName, offsetof(SlotHeaderCommon, orielId)},
-                        {HashMap::Buckets::fileName, offsetof(typename HashMap::Buckets::Header, orielId)},
-                        {Yarrow::primaryName, offsetof(Yarrow::ControlHeader, orielId)}};
+    } const places[] = {
+        {Table::Base::fileName, offsetof(SlotHeaderCommon, orielId)},
+        {HashMap::Buckets::fileName, offsetof(typename HashMap::Buckets::Header, orielId)},
+        {Yarrow::primaryName, offsetof(Yarrow::ControlHeader, orielId)}};
     for (auto const& place : places) {
         char bytes[64];
         if (Mem::readFile(rootPath_.file(place.name), bytes, sizeof bytes) <
@@ -269,8 +267,8 @@ SharedMem::OrielId BriskWriter<Ops>::newOrielId() const {
     static U16 generation = 0;
     auto const taken = idsInFiles();
     for (;;) {
-        SharedMem::OrielId const id =
-            static_cast<U16>(::getpid()) | static_cast<U32>(generation++) << 16;
+        SharedMem::OrielId const id = static_cast<U16>(::getpid()) | static_cast<U32>(generation++)
+                                                                         << 16;
         // 0 means "no id" (A14).
         if (id != 0 && std::find(taken.begin(), taken.end(), id) == taken.end()) return id;
     }
@@ -343,8 +341,7 @@ void BriskWriter<Ops>::cleanup() {
     if (localMem_) return;
     SharedMem::OwnerFile ownerFile(handler, rootPath_, localMem_);
     ownerFile.lock();
-    auto const lock =
-        Mem::WriterLock::acquireWriterLock(handler, rootPath_, ownerFile, true);
+    auto const lock = Mem::WriterLock::acquireWriterLock(handler, rootPath_, ownerFile, true);
     owner_ = ownerFile.validate();
     if (!owner_)
         FMTRACE(handler, 0,
@@ -403,7 +400,8 @@ std::string BriskWriter<Ops>::dumpHeaders() const {
     std::string const bucketText = map_.buckets.headersToString();
     std::string text = Dunlin::formatText("Brisk table \"{}\"\n\n\n{}\n\n{}\n\n",
                                           fmt::make_format_args(name, slots, bucketText));
-    if (table_.header && (Mem::peek(table_.header->tableFlags) & SlotHeaderCommon::dumpYarrowHeaders))
+    if (table_.header &&
+        (Mem::peek(table_.header->tableFlags) & SlotHeaderCommon::dumpYarrowHeaders))
         text += queue_.headersToString();
     return text;
 }

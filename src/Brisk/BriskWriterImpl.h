@@ -13,6 +13,17 @@ void BriskWriter<Ops>::assertNotResizing() const {
     FMASSERT(!resizing_, "Brisk reentrancy detected: {}", rootPath_.text());
 }
 
+// Before an operation: no direct operation is open, and none is going on beneath this one.
+template <class Ops>
+template <class What>
+void BriskWriter<Ops>::assertIdle(char const* doing, What const& what) const {
+    FMASSERT(directSlot_ == noSlot,
+             "unbalanced directSlot:{} containing value:{} when {}:{} - Make sure the "
+             "DirectIs/Commit are properly paired!",
+             directSlot_, table_.slots[directSlot_].value, doing, what);
+    assertNotResizing();
+}
+
 template <class Ops>
 U32 BriskWriter<Ops>::members() const {
     return table_.header ? Mem::peek(table_.header->occupiedSlots) : 0;
@@ -64,12 +75,7 @@ auto BriskWriter<Ops>::write(Value const& value, bool overwrite) -> Value const*
     decltype(auto) key = Ops::key(value);
     U32 const hash = this->ops_.hash(key);
     U32 const bucket = map_.bucketOf(hash);
-    if (directSlot_ != noSlot) [[unlikely]]
-        FMASSERT(false,
-                 "unbalanced directSlot:{} containing value:{} when writing value:{} - Make sure "
-                 "the DirectIs/Commit are properly paired!",
-                 directSlot_, table_.slots[directSlot_].value, value);
-    assertNotResizing();
+    assertIdle("writing value", value);
     typename Table::CriticalSectionAnchor const inside(table_);
     SlotLink* prev;
     SlotLink* curr;
@@ -121,7 +127,7 @@ void BriskWriter<Ops>::rewrite(Slot& slot, Value const& value) {
     U32 const version = Mem::peek(slot.slotVersion);
     Mem::publish(slot.slotVersion, version + 2); // R2
     Mem::storesStayBefore();
-    Ops::copyValue(&slot.value, &value);                           // R3
+    Ops::copyValue(&slot.value, &value);                         // R3
     Mem::publish(slot.slotVersion, (version + 4) | occupiedBit); // R4
 }
 
@@ -158,12 +164,7 @@ template <class Ops>
 bool BriskWriter<Ops>::remove(Key const& key, Value& value) {
     U32 const hash = this->ops_.hash(key);
     U32 const bucket = map_.bucketOf(hash);
-    if (directSlot_ != noSlot) [[unlikely]]
-        FMASSERT(false,
-                 "unbalanced directSlot:{} containing value:{} when removing key:{} - Make sure "
-                 "the DirectIs/Commit are properly paired!",
-                 directSlot_, table_.slots[directSlot_].value, key);
-    assertNotResizing();
+    assertIdle("removing key", key);
     SlotLink* prev;
     SlotLink* curr;
     if (!map_.find(key, bucket, prev, curr, hash)) {
@@ -178,12 +179,12 @@ bool BriskWriter<Ops>::remove(Key const& key, Value& value) {
     Ops::copyValue(&value, &slot.value);
     auto& header = *table_.header;
     SlotLink const link = Mem::peek(slot.link);
-    Mem::publish(*prev, Mem::peek(*prev).to(link.next));                            // U1
-    Mem::publish(slot.slotVersion, Mem::peek(slot.slotVersion) & ~occupiedBit);     // U2
+    Mem::publish(*prev, Mem::peek(*prev).to(link.next));                        // U1
+    Mem::publish(slot.slotVersion, Mem::peek(slot.slotVersion) & ~occupiedBit); // U2
     U32 const head = Mem::peek(header.freeList);
-    Mem::poke(header.freeList, index);                                              // U3
-    Mem::publish(slot.link, link.to(head));                                         // U4
-    Mem::poke(header.occupiedSlots, Mem::peek(header.occupiedSlots) - 1);           // U5
+    Mem::poke(header.freeList, index);                                    // U3
+    Mem::publish(slot.link, link.to(head));                               // U4
+    Mem::poke(header.occupiedSlots, Mem::peek(header.occupiedSlots) - 1); // U5
     ++counters_.removes;
     queue_.notify(index); // U6
     maybeShrinkSlots();
@@ -201,18 +202,15 @@ auto BriskWriter<Ops>::directWrite(Value const& value) -> Value* {
     decltype(auto) key = Ops::key(value);
     U32 const hash = this->ops_.hash(key);
     U32 const bucket = map_.bucketOf(hash);
-    if (directSlot_ != noSlot) [[unlikely]]
-        FMASSERT(false,
-                 "unbalanced directSlot:{} containing value:{} when modifying key:{} - Make sure "
-                 "the DirectIs/Commit are properly paired!",
-                 directSlot_, table_.slots[directSlot_].value, key);
-    assertNotResizing();
+    assertIdle("modifying key", key);
     table_.enterCriticalSection(); // left by directCommit
     SlotLink* curr;
     bool const found = map_.find(key, bucket, directPrev_, curr, hash);
     U32 index;
-    if (found) index = Mem::peek(*directPrev_).next;
-    else directPrev_ = takeSlot(hash, directPrev_, index);
+    if (found)
+        index = Mem::peek(*directPrev_).next;
+    else
+        directPrev_ = takeSlot(hash, directPrev_, index);
     ++counters_.directOperations;
     Slot& slot = table_.slots[index];
     // An occupied slot's new value is built in the lookaside slot. What readers may still be
@@ -233,12 +231,7 @@ template <class Ops>
 auto BriskWriter<Ops>::directUpdate(Key const& key) -> Value* {
     U32 const hash = this->ops_.hash(key);
     U32 const bucket = map_.bucketOf(hash);
-    if (directSlot_ != noSlot) [[unlikely]]
-        FMASSERT(false,
-                 "unbalanced directSlot:{} containing value:{} when modifying key:{} - Make sure "
-                 "the DirectIs/Commit are properly paired!",
-                 directSlot_, table_.slots[directSlot_].value, key);
-    assertNotResizing();
+    assertIdle("modifying key", key);
     typename Table::CriticalSectionAnchor const inside(table_);
     SlotLink* curr;
     if (!map_.find(key, bucket, directPrev_, curr, hash)) return nullptr;
@@ -445,8 +438,7 @@ Writer::Counters BriskWriter<Ops>::writerCounters() {
     counters_.yarrowPrimaryMappedSize = queue_.primaryMappedSize();
     counters_.yarrowSecondaryMappedSize = queue_.secondaryMappedSize();
     counters_.bucketRemaps = bucketCounters_.remaps;
-    counters_.largestOccupied =
-        table_.header ? Mem::peek(table_.header->largestOccupied) : 0;
+    counters_.largestOccupied = table_.header ? Mem::peek(table_.header->largestOccupied) : 0;
     return counters_;
 }
 

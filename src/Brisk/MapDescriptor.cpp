@@ -16,7 +16,9 @@ auto fields(MapDescriptor const& d) {
 
 } // namespace
 
-bool operator==(MapDescriptor const& a, MapDescriptor const& b) { return fields(a) == fields(b); }
+bool operator==(MapDescriptor const& a, MapDescriptor const& b) {
+    return fields(a) == fields(b);
+}
 
 std::string toString(MapDescriptor const& d) {
     return fmt::format(
@@ -25,9 +27,9 @@ std::string toString(MapDescriptor const& d) {
         "cleanupFirst:{:d} asyncAlways:{:d} assertOnOrphanAccess:{:d} spare:{:d} prevValue:{:d} "
         "criticalTask:{:d} dumpToCore:{:d}",
         d.initialSize, static_cast<U32>(d.type), d.localMem, d.fixedSize, d.shrinkable,
-        d.shrinkBuckets, static_cast<U32>(d.pruneMode), d.notifyDuringSync, d.notifyOnFlush,
-        d.heap, d.trackMemory, d.cleanupFirst, d.asyncAlways, d.assertOnOrphanAccess, d.spare,
-        d.prevValue, d.criticalTask, d.dumpToCore);
+        d.shrinkBuckets, static_cast<U32>(d.pruneMode), d.notifyDuringSync, d.notifyOnFlush, d.heap,
+        d.trackMemory, d.cleanupFirst, d.asyncAlways, d.assertOnOrphanAccess, d.spare, d.prevValue,
+        d.criticalTask, d.dumpToCore);
 }
 
 } // namespace Brisk

@@ -31,9 +31,9 @@ struct MapDescriptor : Mem::CollectionDescriptor {
     bool asyncAlways = false;
     bool assertOnOrphanAccess = false;
     bool spare = false;
-    bool prevValue = false;     // keep replaced values: refused by every table built here
-    bool criticalTask = false;  // long operations let critical-priority tasks run in between
-    bool dumpToCore = false;    // the table's mappings go into core files
+    bool prevValue = false;    // keep replaced values: refused by every table built here
+    bool criticalTask = false; // long operations let critical-priority tasks run in between
+    bool dumpToCore = false;   // the table's mappings go into core files
 
     friend bool operator==(MapDescriptor const& a, MapDescriptor const& b);
 };

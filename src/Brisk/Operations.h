@@ -21,8 +21,10 @@ struct KeyRetrieval {
 template <class Key, bool ownHash>
 struct Hash {
     static U32 hash(Key const& key, U32 seed) {
-        if constexpr (requires { key.hash(); }) return key.hash();
-        else return key.hash(ownHash ? 0U : seed);
+        if constexpr (requires { key.hash(); })
+            return key.hash();
+        else
+            return key.hash(ownHash ? 0U : seed);
     }
 };
 
@@ -71,8 +73,8 @@ struct SlotAllocator {
 // Keeps no copy of a replaced value.
 struct NullPrevValueAnchor {};
 
-template <class KeyType, class ValueType, class KeyOpsType, class ValueOpsType, class SlotAllocatorType,
-          class NotifierType, class PrevValueAnchorType>
+template <class KeyType, class ValueType, class KeyOpsType, class ValueOpsType,
+          class SlotAllocatorType, class NotifierType, class PrevValueAnchorType>
 class Ops {
 public:
     using Key = KeyType;

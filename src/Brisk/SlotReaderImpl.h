@@ -89,8 +89,10 @@ bool SlotReaderTable<Ops>::doResize(SharedMem::OrielId orielId) {
     // Both anchors follow the mapping, or are lost with the part that was cut off (A17).
     for (Mem::VersionAnchor* kept : {&anchor, &keptAnchor})
         if (kept->offset < Mem::VersionAnchor::none) {
-            if (kept->offset + sizeof(U32) > newSize) kept->offset = Mem::VersionAnchor::lost;
-            else kept->base = base;
+            if (kept->offset + sizeof(U32) > newSize)
+                kept->offset = Mem::VersionAnchor::lost;
+            else
+                kept->base = base;
         }
     header = static_cast<Header const*>(base);
     ++counters->slotResizes;

@@ -15,9 +15,9 @@ SlotWriterTable<Ops>::SlotWriterTable(Dunlin::Platform::DebugHandler& handlerIs,
                                       Mem::YokeRootPath const& rootPathIs, Ops& opsIs,
                                       Writer::Counters& countersIs, U32 maxSizeIs, bool fixed,
                                       bool mayShrink, bool localMem, bool heap)
-    : handler(&handlerIs), rootPath(rootPathIs), memory(rootPathIs, Base::fileName, Mem::backingOf(localMem, heap)),
-      maxSize(maxSizeIs), ops(&opsIs), counters(&countersIs), fixedSize(fixed),
-      shrinkable(mayShrink) {
+    : handler(&handlerIs), rootPath(rootPathIs),
+      memory(rootPathIs, Base::fileName, Mem::backingOf(localMem, heap)), maxSize(maxSizeIs),
+      ops(&opsIs), counters(&countersIs), fixedSize(fixed), shrinkable(mayShrink) {
     if (fixedSize) {
         minSlots = maxSize;
     } else {
@@ -186,7 +186,8 @@ void SlotWriterTable<Ops>::grow() {
     U32 const old = numSlots;
     U32 wanted;
     if (old < maxSize) {
-        wanted = static_cast<U32>(std::min<U64>(static_cast<U64>(2.0F * static_cast<float>(old)), maxSize));
+        wanted = static_cast<U32>(
+            std::min<U64>(static_cast<U64>(2.0F * static_cast<float>(old)), maxSize));
     } else {
         wanted = static_cast<U32>(std::ceil(static_cast<float>(old) * 1.1F));
     }
@@ -238,8 +239,10 @@ void SlotWriterTable<Ops>::purgeFreeSlots(U32 threshold) {
         } else {
             FMTRACE(*handler, 7, "removing slot id {} from free-list", index);
             // The free list is private to the writer; a reader sees a link's version change.
-            if (prev) Mem::publish(prev->link, Mem::peek(prev->link).to(next));
-            else Mem::publish(header->freeList, next);
+            if (prev)
+                Mem::publish(prev->link, Mem::peek(prev->link).to(next));
+            else
+                Mem::publish(header->freeList, next);
         }
         index = next;
     }
@@ -284,7 +287,7 @@ void SlotWriterTable<Ops>::move(U32 fromSlotId, U32 toSlotId, SlotLink& prev) {
     }
     Mem::publish(to.link, Mem::peek(to.link).to(fromLink.next)); // M4
     FMTRACE(*handler, 7, "fromSlotId:{} toSlotId:{}", fromSlotId, toSlotId);
-    Mem::publish(prev, Mem::peek(prev).to(toSlotId));     // M5
+    Mem::publish(prev, Mem::peek(prev).to(toSlotId));    // M5
     Mem::publish(from.link, fromLink.to(fromLink.next)); // M6
 }
 

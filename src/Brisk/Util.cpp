@@ -38,10 +38,18 @@ void validateFile(Dunlin::Platform::DebugHandler& handler, std::string const& fi
                                                          info.st_size, size);
 }
 
-bool runningOnPhysicalDut() { return onDut; }
-bool strictValidation() { return strict; }
-void runningOnPhysicalDutIs(bool on) { onDut = on; }
-void strictValidationIs(bool on) { strict = on; }
+bool runningOnPhysicalDut() {
+    return onDut;
+}
+bool strictValidation() {
+    return strict;
+}
+void runningOnPhysicalDutIs(bool on) {
+    onDut = on;
+}
+void strictValidationIs(bool on) {
+    strict = on;
+}
 
 double secondsSince(double systemTime) {
     using namespace std::chrono;

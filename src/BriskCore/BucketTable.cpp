@@ -28,11 +28,11 @@ bool BucketTable<L>::validate(Header const& header, U32 orielId, std::size_t fil
     }
     U32 const count = Mem::observe(header.size).numBuckets;
     if (header.magic != Header::magicNumber)
-        message = fmt::format("bad bucket magic: {:#x} wanted:{:#x}", header.magic,
-                              Header::magicNumber);
+        message =
+            fmt::format("bad bucket magic: {:#x} wanted:{:#x}", header.magic, Header::magicNumber);
     else if (header.format != Header::formatNumber)
-        message = fmt::format("bad bucket format: {} wanted:{}", header.format,
-                              Header::formatNumber);
+        message =
+            fmt::format("bad bucket format: {} wanted:{}", header.format, Header::formatNumber);
     else if (header.entrySize != sizeof(L))
         message = fmt::format("bad bucket entry size: {} wanted:{}", header.entrySize, sizeof(L));
     else if (Mem::peek(header.orielId) != orielId)
@@ -255,8 +255,9 @@ void BucketReader<L>::doResize() {
         std::size_t const fileBytes = memory_.memSize();
         if (wanted > fileBytes) {
             if (Mem::observe(buckets->size) != size) continue;
-            fmthrow<CorruptionDetectedException>("bad bucket file size: {} wanted:{} for {} buckets",
-                                                 fileBytes, wanted, size.numBuckets);
+            fmthrow<CorruptionDetectedException>(
+                "bad bucket file size: {} wanted:{} for {} buckets", fileBytes, wanted,
+                size.numBuckets);
         }
         void const* const base = memory_.resize(wanted);
         if (!base)
@@ -279,9 +280,8 @@ bool BucketReader<L>::validate(SharedMem::OrielId orielId, std::string& error) c
 
 template <class L>
 void BucketReader<L>::resized() const {
-    fmthrow<CorruptionDetectedException>(
-        "found mismatch, local numBuckets:{} header numBuckets:{}", localNumBuckets,
-        Mem::peek(buckets->size.version));
+    fmthrow<CorruptionDetectedException>("found mismatch, local numBuckets:{} header numBuckets:{}",
+                                         localNumBuckets, Mem::peek(buckets->size.version));
 }
 
 template <class L>

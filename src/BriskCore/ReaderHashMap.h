@@ -54,8 +54,8 @@ private:
     Outcome lookupOnce(Key const& key, U32 rhash, U32 bucket, void* out) const;
     Outcome firstOnce(U32& bucket, U32& bucketCount, Value& value, Brisk::IterHint& hint) const;
     bool nextSlow(Key const& key, Value& value, Brisk::IterHint& hint) const;
-    Outcome nextSlowOnce(Key const& key, U32 rhash, U32 bucket, Value& value,
-                         Brisk::IterHint& hint, U32& follow) const;
+    Outcome nextSlowOnce(Key const& key, U32 rhash, U32 bucket, Value& value, Brisk::IterHint& hint,
+                         U32& follow) const;
     void countStep(U32& slotCount) const;
     void countRetry(U32 bucket) const;
     bool mayStandIn(Key const& key, U32 bucket) const;

@@ -64,9 +64,13 @@ auto ReaderHashMap<R>::lookup(Key const& key, bool& found, void* out) const -> V
     if (!out) out = table.scratch();
     for (;;) {
         switch (lookupOnce(key, rhash, bucket, out)) {
-        case Outcome::yes: found = true; return static_cast<Value const*>(out);
-        case Outcome::no: return &Ops::type_default();
-        case Outcome::retry: countRetry(bucket);
+        case Outcome::yes:
+            found = true;
+            return static_cast<Value const*>(out);
+        case Outcome::no:
+            return &Ops::type_default();
+        case Outcome::retry:
+            countRetry(bucket);
         }
     }
 }
@@ -106,8 +110,7 @@ auto ReaderHashMap<R>::lookupOnce(Key const& key, U32 rhash, U32 bucket, void* o
             table.anchorIs(index, seen.version);
             return Outcome::yes;
         }
-        bool const further =
-            seen.rhash < rhash || (seen.rhash == rhash && Ops::less(slotKey, key));
+        bool const further = seen.rhash < rhash || (seen.rhash == rhash && Ops::less(slotKey, key));
         // Only the link of a slot that the walk goes on from is loaded.
         Step next = at;
         if (further) {
@@ -133,9 +136,12 @@ bool ReaderHashMap<R>::first(U32 bucket, Value& value, Brisk::IterHint& hint) co
     U32 bucketCount = 0;
     for (;;) {
         switch (firstOnce(bucket, bucketCount, value, hint)) {
-        case Outcome::yes: return true;
-        case Outcome::no: return false;
-        case Outcome::retry: countRetry(bucket);
+        case Outcome::yes:
+            return true;
+        case Outcome::no:
+            return false;
+        case Outcome::retry:
+            countRetry(bucket);
         }
     }
 }
@@ -239,9 +245,12 @@ bool ReaderHashMap<R>::nextSlow(Key const& key, Value& value, Brisk::IterHint& h
     for (;;) {
         U32 follow = Link::tableEnd;
         switch (nextSlowOnce(key, rhash, bucket, value, hint, follow)) {
-        case Outcome::yes: return follow == Link::tableEnd ? true : first(follow, value, hint);
-        case Outcome::no: return false;
-        case Outcome::retry: countRetry(bucket);
+        case Outcome::yes:
+            return follow == Link::tableEnd ? true : first(follow, value, hint);
+        case Outcome::no:
+            return false;
+        case Outcome::retry:
+            countRetry(bucket);
         }
     }
 }

@@ -23,7 +23,8 @@ void WriterHashMap<W, V>::limitsFromCount() {
 
 template <class W, class V>
 void WriterHashMap<W, V>::notOccupied(U32 index) {
-    Dunlin::fmthrow<Dunlin::CorruptionDetectedException>("slotId: {} not marked as occupied", index);
+    Dunlin::fmthrow<Dunlin::CorruptionDetectedException>("slotId: {} not marked as occupied",
+                                                         index);
 }
 
 template <class W, class V>
@@ -132,8 +133,7 @@ bool WriterHashMap<W, V>::endOfTable(U32 bucket) {
 
 template <class W, class V>
 void WriterHashMap<W, V>::checkRhash(Slot const& slot, U32 index) {
-    U32 const rhash =
-        Dunlin::Util::reverse(writer_->slotTable().ops->hash(Ops::key(slot.value)));
+    U32 const rhash = Dunlin::Util::reverse(writer_->slotTable().ops->hash(Ops::key(slot.value)));
     U32 const stored = Mem::peek(slot.rhash);
     if (rhash != stored)
         Dunlin::fmthrow<Dunlin::CorruptionDetectedException>(
@@ -319,7 +319,8 @@ void WriterHashMap<W, V>::growBuckets() {
     auto& counters = *table.counters;
     ++counters.bucketGrows;
     counters.lastBucketGrowTicks = Dunlin::Rdtsc::ticks() - from;
-    counters.maxBucketGrowTicks = std::max(counters.maxBucketGrowTicks, counters.lastBucketGrowTicks);
+    counters.maxBucketGrowTicks =
+        std::max(counters.maxBucketGrowTicks, counters.lastBucketGrowTicks);
 }
 
 // Halves the buckets. Readers as above.

@@ -30,7 +30,8 @@ struct SharedTable {
     using Reader = Brisk::BriskReader<Ops>;
 };
 
-struct RouteTable : SharedTable<Brisk::Multicast::Fib::Route, Routing::Multicast::Fib::IpGenRouteKey> {
+struct RouteTable
+    : SharedTable<Brisk::Multicast::Fib::Route, Routing::Multicast::Fib::IpGenRouteKey> {
     static constexpr char const* typeName = "Brisk::Multicast::Fib::Route";
 };
 struct OifIndexIntfTable

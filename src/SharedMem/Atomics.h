@@ -26,16 +26,28 @@
 namespace Mem {
 
 template <class T>
-concept SharedWord = std::is_trivially_copyable_v<T> && (sizeof(T) == 4 || sizeof(T) == 8 ||
-                                                         sizeof(T) == 2 || sizeof(T) == 1);
+concept SharedWord = std::is_trivially_copyable_v<T> &&
+    (sizeof(T) == 4 || sizeof(T) == 8 || sizeof(T) == 2 || sizeof(T) == 1);
 
 namespace Detail {
 template <std::size_t size>
 struct WordOf;
-template <> struct WordOf<1> { using Type = U8; };
-template <> struct WordOf<2> { using Type = U16; };
-template <> struct WordOf<4> { using Type = U32; };
-template <> struct WordOf<8> { using Type = U64; };
+template <>
+struct WordOf<1> {
+    using Type = U8;
+};
+template <>
+struct WordOf<2> {
+    using Type = U16;
+};
+template <>
+struct WordOf<4> {
+    using Type = U32;
+};
+template <>
+struct WordOf<8> {
+    using Type = U64;
+};
 template <class T>
 using Word = typename WordOf<sizeof(T)>::Type;
 
@@ -82,9 +94,13 @@ inline void poke(T& word, std::type_identity_t<T> value) {
 }
 
 // Earlier stores show before later stores.
-inline void storesStayBefore() { std::atomic_thread_fence(std::memory_order_release); }
+inline void storesStayBefore() {
+    std::atomic_thread_fence(std::memory_order_release);
+}
 // Earlier loads are done before later loads.
-inline void loadsStayBefore() { std::atomic_thread_fence(std::memory_order_acquire); }
+inline void loadsStayBefore() {
+    std::atomic_thread_fence(std::memory_order_acquire);
+}
 
 // Two adjacent 4-byte words written by one 8-byte store although they are only 4-aligned. Nobody
 // reads the pair as a unit, so a plain store is enough; it lies within one cache line and is one

@@ -22,8 +22,12 @@ inline void call(Hook hook) {
     hook();
     inside = false;
 }
-inline void store() { call(onStore); }
-inline void load() { call(onLoad); }
+inline void store() {
+    call(onStore);
+}
+inline void load() {
+    call(onLoad);
+}
 inline void copyStep() {
     call(onStore);
     call(onLoad);

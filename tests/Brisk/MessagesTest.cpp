@@ -118,14 +118,16 @@ TEST_F(Messages, OfProgressAtTheUsualLevels) {
     EXPECT_TRUE(heard("^growing from: 16 to: 32$"));
     heard_.clear();
     IterHint hint;
-    for (bool more = w->first(value, hint); more; more = w->next(value.key(), value, hint)) {}
+    for (bool more = w->first(value, hint); more; more = w->next(value.key(), value, hint)) {
+    }
     EXPECT_TRUE(heard("^[0-9]+ found at bucket [0-9]+$"));
     EXPECT_TRUE(heard("^[0-9]+ next bucket [0-9]+ using [0-9]+$"));
     EXPECT_TRUE(heard("^[0-9]+ success [0-9]+ using [0-9]+, saving new slot hint [0-9]+$"));
     EXPECT_TRUE(heard("^[0-9]+ failed$"));
     heard_.clear();
     hint = {};
-    for (bool more = w->first(value, hint); more; more = w->next(value.key(), value, hint)) hint = {};
+    for (bool more = w->first(value, hint); more; more = w->next(value.key(), value, hint))
+        hint = {};
     EXPECT_TRUE(heard("^[0-9]+ comparing slot [0-9]+ [0-9]+$"));
     EXPECT_TRUE(heard("^[0-9]+ next slotId [0-9]+ success [0-9]+$"));
     EXPECT_TRUE(heard("^[0-9]+ success [0-9]+$"));
@@ -226,32 +228,38 @@ TEST_F(Messages, OfDamageThatAnOperationMeets) {
         undo();
     };
     U32 const head = header.freeList;
-    expect("the slot table is full but numSlots: 16 and occupiedSlots: 10 are not equal",
-           [&] { header.freeList = 0xffffffff; }, [&] { fill(*w, 50, 51); },
-           [&] { header.freeList = head; });
-    expect("out-of-range index: 16 max:15", [&] { header.freeList = 16; },
-           [&] { fill(*w, 50, 51); }, [&] { header.freeList = head; });
-    expect("numSlots mismatch, length of freeList: 6, occupiedSlots: 9 do not add up to numSlots: 16",
-           [&] { header.occupiedSlots = 9; }, [&] { table.purgeFreeSlots(15); },
-           [&] {
-               header.occupiedSlots = 10;
-               table.slots[14].link.next = 15; // the purge has taken it off the list
-           });
+    expect(
+        "the slot table is full but numSlots: 16 and occupiedSlots: 10 are not equal",
+        [&] { header.freeList = 0xffffffff; }, [&] { fill(*w, 50, 51); },
+        [&] { header.freeList = head; });
+    expect(
+        "out-of-range index: 16 max:15", [&] { header.freeList = 16; }, [&] { fill(*w, 50, 51); },
+        [&] { header.freeList = head; });
+    expect(
+        "numSlots mismatch, length of freeList: 6, occupiedSlots: 9 do not add up to numSlots: 16",
+        [&] { header.occupiedSlots = 9; }, [&] { table.purgeFreeSlots(15); },
+        [&] {
+            header.occupiedSlots = 10;
+            table.slots[14].link.next = 15; // the purge has taken it off the list
+        });
     auto& slot = slotOf(*w, 5);
     TestValue const whole = slot.value;
-    expect("corrupt key detected, slotId: 5",
-           [&] { slot.value = TestValue(TestKey(5, TestKey(5).hash() + 1), 0); },
-           [&] { fill(*w, 5, 6); }, [&] { slot.value = whole; });
+    expect(
+        "corrupt key detected, slotId: 5",
+        [&] { slot.value = TestValue(TestKey(5, TestKey(5).hash() + 1), 0); },
+        [&] { fill(*w, 5, 6); }, [&] { slot.value = whole; });
     U32 const version = slot.slotVersion;
-    expect("slotId: 5 not marked as occupied", [&] { slot.slotVersion = 4; },
-           [&] { fill(*w, 5, 6); }, [&] { slot.slotVersion = version; });
+    expect(
+        "slotId: 5 not marked as occupied", [&] { slot.slotVersion = 4; }, [&] { fill(*w, 5, 6); },
+        [&] { slot.slotVersion = version; });
     // A walk that begins at the free slot's bucket.
     TestValue value;
     IterHint hint;
     auto& entry = w->hashMap().buckets[0];
     auto const link = entry;
-    expect("slotId: 12 from bucket: 0 not marked as occupied",
-           [&] { entry.next = 12; }, [&] { w->first(value, hint); }, [&] { entry = link; });
+    expect(
+        "slotId: 12 from bucket: 0 not marked as occupied", [&] { entry.next = 12; },
+        [&] { w->first(value, hint); }, [&] { entry = link; });
     // The slow path looks at the hash of the entry that it gives.
     w->first(value, hint);
     Brisk::IterHint unused;
@@ -262,16 +270,18 @@ TEST_F(Messages, OfDamageThatAnOperationMeets) {
     });
     if (&next != table.slots.base + 10) {
         U32 const rhash = next.rhash;
-        expect("corrupt rhash detected, slotId: [0-9]+ slot.rhash:ffffffff rhash:[0-9a-f]+",
-               [&] { next.rhash = 0xffffffff; }, [&] { w->next(value.key(), value, unused); },
-               [&] { next.rhash = rhash; });
+        expect(
+            "corrupt rhash detected, slotId: [0-9]+ slot.rhash:ffffffff rhash:[0-9a-f]+",
+            [&] { next.rhash = 0xffffffff; }, [&] { w->next(value.key(), value, unused); },
+            [&] { next.rhash = rhash; });
     }
     EXPECT_THAT(raisedBy([&] { w->hashMap().buckets[16]; }), "out-of-range, index:16 max:15");
     drop(*w, 0, 10);
     auto& last = w->hashMap().buckets[15];
-    expect("has bucket cycle detected, bucketCount: 16 numBuckets: 16",
-           [&] { last.next = 0x80000000; }, [&] { w->first(value, hint); },
-           [&] { last.next = 0xffffffff; });
+    expect(
+        "has bucket cycle detected, bucketCount: 16 numBuckets: 16",
+        [&] { last.next = 0x80000000; }, [&] { w->first(value, hint); },
+        [&] { last.next = 0xffffffff; });
     EXPECT_TRUE(w->validate()) << w->lastFinding();
 }
 
@@ -302,7 +312,8 @@ TEST_F(Messages, OfWhatAValidationFinds) {
     EXPECT_EQ(word(header.occupiedSlots, 11), "mismatch header->occupiedSlots:11 count:10");
     EXPECT_EQ(word(header.freeList, 0xffffffff),
               "bad slotCount:10 occupiedSlots:10 freeSlots:0 capacity:16");
-    EXPECT_EQ(word(header.freeList, 17), "corrupted free slot detected with out of bound index: 17");
+    EXPECT_EQ(word(header.freeList, 17),
+              "corrupted free slot detected with out of bound index: 17");
     EXPECT_EQ(word(header.freeList, 16), "out-of-range index: 16 max:15");
     EXPECT_TRUE(heard("^caught: out-of-range index: 16 max:15$"));
     EXPECT_EQ(word(header.freeList, 3), "corrupted free slot not marked as empty: 3");
@@ -362,10 +373,9 @@ TEST_F(Messages, OfTablesThatCannotBeKept) {
     leave();
     std::filesystem::remove(file("buckets"));
     heard_.clear();
-    {
-        auto w = writer();
-    }
-    EXPECT_TRUE(heard("^failed to attach to existing files\\nBrisk table \"vrf/default/test\"\\n\\n\\n"));
+    { auto w = writer(); }
+    EXPECT_TRUE(
+        heard("^failed to attach to existing files\\nBrisk table \"vrf/default/test\"\\n\\n\\n"));
     EXPECT_TRUE(heard("owner file: "));
     EXPECT_TRUE(heard("^all entries from .*/test will be lost$"));
     EXPECT_TRUE(heard("^re-formatted .*/slots$"));
@@ -373,9 +383,7 @@ TEST_F(Messages, OfTablesThatCannotBeKept) {
     leave();
     poke("slots", 548, 1 << 16);
     heard_.clear();
-    {
-        auto w = writer();
-    }
+    { auto w = writer(); }
     EXPECT_TRUE(heard("^failed to validate existing files\\n"));
     leave();
     std::ofstream(file("owner")) << "damaged";
@@ -409,16 +417,16 @@ TEST_F(Messages, OfTablesThatCannotBeKept) {
     MapDescriptor fixed(5);
     fixed.fixedSize = true;
     heard_.clear();
-    {
-        auto w = writer(fixed);
-    }
-    EXPECT_TRUE(heard("^wanted capacity:5 for fixed-size table, but existing file has capacity:0$"));
+    { auto w = writer(fixed); }
+    EXPECT_TRUE(
+        heard("^wanted capacity:5 for fixed-size table, but existing file has capacity:0$"));
     fixed.initialSize = 6;
     {
         auto w = writer(fixed);
         EXPECT_EQ(w->capacity(), 6U);
     }
-    EXPECT_TRUE(heard("^wanted capacity:6 for fixed-size table, but existing file has capacity:5$"));
+    EXPECT_TRUE(
+        heard("^wanted capacity:6 for fixed-size table, but existing file has capacity:5$"));
 
     Mem::Atomics::cpuSupportIs(false);
     EXPECT_EQ(raisedBy([&] { writer(); }), "Hardware does not support Atomics");

@@ -60,7 +60,8 @@ public:
         TestValue value;
         IterHint hint;
         U32 lastRhash = 0;
-        for (bool more = table.first(value, hint); more; more = table.next(value.key(), value, hint)) {
+        for (bool more = table.first(value, hint); more;
+             more = table.next(value.key(), value, hint)) {
             EXPECT_TRUE(value.whole());
             U32 const rhash = Dunlin::Util::reverse(value.key().hash());
             EXPECT_LE(lastRhash, rhash) << "the walk follows the bit-reversed hash";

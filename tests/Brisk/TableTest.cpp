@@ -104,8 +104,10 @@ TEST_F(Table, AWalkGoesOnFromARemovedOrRewrittenKey) {
     std::size_t seen = 0;
     for (bool more = r->first(value, hint); more; more = r->next(value.key(), value, hint)) {
         ++seen;
-        if (seen % 3 == 0) w->remove(value.key(), old);
-        else if (seen % 3 == 1) w->write(TestValue(value.key(), 1), true);
+        if (seen % 3 == 0)
+            w->remove(value.key(), old);
+        else if (seen % 3 == 1)
+            w->write(TestValue(value.key(), 1), true);
     }
     EXPECT_EQ(seen, 100U);
     EXPECT_EQ(r->readerCounters().slowPathNexts, 67U);
@@ -126,7 +128,8 @@ TEST_F(Table, AWalkOutlivesDoublingsBetweenItsSteps) {
     while (more || ownMore) {
         if (more) seen.insert(value.key().id);
         if (ownMore) ownSeen.insert(own.key().id);
-        for (int i = 0; i < 300 && added < 4000; ++i) w->write(TestValue(TestKey(added++), 0), true);
+        for (int i = 0; i < 300 && added < 4000; ++i)
+            w->write(TestValue(TestKey(added++), 0), true);
         if (more) more = r->next(value.key(), value, hint);
         if (ownMore) ownMore = w->next(own.key(), own, ownHint);
     }
@@ -145,8 +148,7 @@ TEST_F(Table, AFixedSizeTableIsFullAndStaysSound) {
         w->write(TestValue(TestKey(3), 0), true);
         FAIL();
     } catch (Brisk::TableFullException const& e) {
-        EXPECT_EQ(e.message(),
-                  "Brisk table full (occupancy:3 tableSize:3) " + base_ + "/" + name_);
+        EXPECT_EQ(e.message(), "Brisk table full (occupancy:3 tableSize:3) " + base_ + "/" + name_);
     }
     EXPECT_TRUE(w->validate());
     TestValue old;
@@ -181,7 +183,8 @@ TEST_F(Table, DamageMakesTheNextWriterFormatAnew) {
         bool kept;
     } const rows[] = {
         {"nothing", [](Table&) {}, true},
-        {"a writer died inside an operation", [](Table& t) { t.poke("slots", 548, 1 << 16); }, false},
+        {"a writer died inside an operation", [](Table& t) { t.poke("slots", 548, 1 << 16); },
+         false},
         {"bucket file gone", [](Table& t) { std::filesystem::remove(t.file("buckets")); }, false},
         {"slot file gone", [](Table& t) { std::filesystem::remove(t.file("slots")); }, false},
         {"oriel file gone", [](Table& t) { std::filesystem::remove(t.file("oriel")); }, false},
@@ -352,9 +355,14 @@ TEST_F(Table, RandomLoadAgreesWithAModel) {
         TestValue old;
         switch (random() % 5) {
         case 0:
-        case 1: w->write(TestValue(key, step), true); model[id] = step; break;
+        case 1:
+            w->write(TestValue(key, step), true);
+            model[id] = step;
+            break;
         case 2:
-        case 3: ASSERT_EQ(w->remove(key, old), model.erase(id) == 1); break;
+        case 3:
+            ASSERT_EQ(w->remove(key, old), model.erase(id) == 1);
+            break;
         default: {
             bool found;
             TestValue const* value = r->lookup(key, found, nullptr);
@@ -376,7 +384,8 @@ TEST_F(Table, RandomLoadAgreesWithAModel) {
 TEST_F(Table, ChainDamageIsReportedAndNeverFollowed) {
     auto w = writer();
     auto r = reader();
-    for (U32 i = 0; i < 8; ++i) w->write(TestValue(TestKey(i, i * 16), i), true); // one bucket of 16
+    for (U32 i = 0; i < 8; ++i)
+        w->write(TestValue(TestKey(i, i * 16), i), true); // one bucket of 16
     bool found;
     TestValue value;
     IterHint hint;

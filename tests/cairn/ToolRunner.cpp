@@ -76,8 +76,9 @@ ToolResult ToolRunner::run(std::vector<std::string> arguments) const {
     return result;
 }
 
-int ToolRunner::start(std::vector<std::string> arguments) {
-    running_.push_back(startProgram(command(std::move(arguments)), path("out"), {}, path("err")));
+int ToolRunner::start(std::vector<std::string> arguments, std::string const& outputFile) {
+    running_.push_back(
+        startProgram(command(std::move(arguments)), path(outputFile), {}, path("err")));
     return running_.back();
 }
 

@@ -31,7 +31,8 @@ public:
 
     ToolResult run(std::vector<std::string> arguments) const;
     // Starts it in the background; what is still running at the end is killed.
-    int start(std::vector<std::string> arguments);
+    // Its standard output goes to the named file in the work directory.
+    int start(std::vector<std::string> arguments, std::string const& outputFile = "out");
     void signal(int pid, int number) const;
     // Its exit code (128 + signal).
     int wait(int pid);

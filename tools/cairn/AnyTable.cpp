@@ -1,6 +1,8 @@
 #include "AnyTable.h"
 
 #include "SharedMem/FileUtil.h"
+#include "SharedMem/OwnerFile.h"
+#include "SharedMem/WriterLock.h"
 
 #include <cstring>
 
@@ -27,6 +29,22 @@ void keepTrace(std::function<void(std::string const&)> also) {
 
 std::string takeTraceReason() {
     return std::exchange(firstReason, {});
+}
+
+std::string WriterName::text() const {
+    return pid == 0 ? process : fmt::format("{}-{}", process, pid);
+}
+
+WriterName writerOf(Mem::YokeRootPath const& path) {
+    if (!Mem::WriterLock::writerExists(path)) return {};
+    try {
+        auto const info = SharedMem::OwnerFile(trace(), path, false).bolsterInfo();
+        if (auto const name = SharedMem::BolsterName::BolsterNameIs(info.socketName))
+            return {name->processName, name->pid};
+    } catch (Dunlin::Exception const&) {
+        // A damaged owner file does not hide that the lock is held.
+    }
+    return {"unknown", 0};
 }
 
 std::optional<Brisk::SlotHeaderCommon> headerOf(Mem::YokeRootPath const& path) {

@@ -19,6 +19,14 @@ void keepTrace(std::function<void(std::string const&)> also = {});
 // The first line of the first error since the last call, or an empty text.
 std::string takeTraceReason();
 
+// Who writes a table now.
+struct WriterName {
+    std::string process = "none";
+    U64 pid = 0;
+    std::string text() const;
+};
+WriterName writerOf(Mem::YokeRootPath const& path);
+
 // The header of a slot file as it is now; nothing if there is none or it is none of ours.
 std::optional<Brisk::SlotHeaderCommon> headerOf(Mem::YokeRootPath const& path);
 

@@ -40,6 +40,12 @@ int statCommand(Common const& common, std::string const& table, bool headers);
 int checkCommand(Common const& common, std::string const& table);
 int cleanupCommand(std::string const& table);
 
+struct TopArguments {
+    bool once = false;
+    double interval = 1; // seconds
+};
+int topCommand(Common const& common, TopArguments const& arguments);
+
 struct ProbeArguments {
     double seconds = 10;
     bool walk = false; // walk instead of looking up

@@ -126,6 +126,15 @@ int main(int argc, char** argv) {
         ->required();
     command("ls", "List the tables: type, entries, capacity, writer, generation",
             [&] { return lsCommand(common); });
+    TopArguments top;
+    auto* const topApp =
+        command("top", "Watch the tables at work: entries, changes, lookups, readers, lag",
+                [&] { return topCommand(common, top); });
+    topApp->add_flag("--once", top.once, "Measure once, print lines, leave");
+    topApp->add_option("--interval", top.interval, "Seconds between two looks (1)")
+        ->type_name("N")
+        ->check(CLI::Range(0.1, 3600.0));
+
     std::string table;
     bool headers = false;
     auto const tableCommand = [&](char const* name, char const* what, char const* how,

@@ -35,6 +35,7 @@ public:
             fromFile(std::move(file));
         }
         if (retryTimer_) loop().timerDel(retryTimer_);
+        if (boardTimer_) loop().timerDel(boardTimer_);
         auto const& c = tables_.counters();
         say("ended: {} routes; {} written, {} removed, {} told again unchanged", tables_.size(),
             c.written, c.removed, c.unchanged);
@@ -67,6 +68,7 @@ private:
         say("{} routes of the kernel{}{}; {} kept from before, {} removed", tables_.size(),
             arguments_.netns.empty() ? "" : " in namespace ", arguments_.netns, kept.size(),
             tables_.counters().removed);
+        postNotices();
         if (!arguments_.once) loop().run();
         auto const& c = kernel.state().counters();
         say("{} messages, {} unchanged, {} overruns, {} resyncs, {} routes confirmed one by one, "
@@ -96,7 +98,16 @@ private:
             churnStart_ = loop().now();
             churnTick();
         }
+        postNotices();
         loop().run();
+    }
+
+    void postNotices() {
+        tables_.post();
+        // An idle writer should sleep.
+        auto const& c = tables_.counters();
+        bool const idle = std::exchange(noticed_, c.written + c.removed) == c.written + c.removed;
+        boardTimer_ = loop().timerAdd(idle ? 5 : 1, [this] { postNotices(); });
     }
 
     // Makes the changes that are due; when the machine has slept, at most those of a second.
@@ -131,6 +142,8 @@ private:
     double churnStart_ = 0;
     U64 churned_ = 0;
     Dunlin::TaskSchedulerRoot::TimerId retryTimer_ = 0;
+    Dunlin::TaskSchedulerRoot::TimerId boardTimer_ = 0;
+    U64 noticed_ = 0; // writes as of the last notice
 };
 
 } // namespace

@@ -1,5 +1,6 @@
 // `cairn probe`: reads a route table at full speed beside its writer and says each second what it
 // met. What it reads is checked: a record under a key must be of that key.
+#include "Board.h"
 #include "Commands.h"
 
 #include "Dunlin/Exception.h"
@@ -153,6 +154,8 @@ int probeCommand(Common const& common, ProbeArguments const& arguments) {
         throw CommandError(badUse, fmt::format("table {} holds no routes", table));
     Probe probe(table, arguments);
     Listing listing = common.listing();
+    BoardEntry board(table);
+    board.post({});
     Tally all;
     auto const report = [&](char const* what, Tally const& tally, double took) {
         Row row;
@@ -178,6 +181,9 @@ int probeCommand(Common const& common, ProbeArguments const& arguments) {
         double const then = now;
         now = seconds();
         all.add(tally);
+        BoardNotice notice;
+        notice.lookups = all.reads;
+        board.post(notice);
         report("running", tally, now - then);
     }
     report("total", all, seconds() - begin);

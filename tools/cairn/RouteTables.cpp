@@ -1,5 +1,6 @@
 #include "RouteTables.h"
 
+#include "Board.h"
 #include "Mroute/Tables.h"
 
 #include <fmt/format.h>
@@ -65,7 +66,8 @@ void walk(Writer const& table, Visit visit) {
 class RouteTables::Vrf {
 public:
     explicit Vrf(RouteTableName const& name)
-        : oifs_(takeOver<Mroute::OifIndexIntfTable>(name.oifIndexIntf(), TableInfo::maxOifIndexs)),
+        : oifsBoard_(name.oifIndexIntf()), routesBoard_(name.route()),
+          oifs_(takeOver<Mroute::OifIndexIntfTable>(name.oifIndexIntf(), TableInfo::maxOifIndexs)),
           routes_(takeOver<Mroute::RouteTable>(name.route(), TableInfo::maxRoutes)) {
         walk(*oifs_, [&](OifIndexIntf const& entry) {
             interfaces_[entry.key().value()] = {entry.intf(), 0, entry.refCount(), true};
@@ -75,6 +77,11 @@ public:
     }
 
     Mroute::RouteTable::Writer& routes() { return *routes_; }
+
+    void post() {
+        post(*oifs_, oifsBoard_);
+        post(*routes_, routesBoard_);
+    }
 
     // The record of a route that is present; `old` is the one in the table, or a fresh one. Gives
     // each interface an index, and takes a reference for each bit that `old` has not.
@@ -131,6 +138,16 @@ private:
         U32 written = 0; // the count that stands in the table
         bool used = false;
     };
+    template <class Writer>
+    static void post(Writer& writer, BoardEntry& board) {
+        auto const counters = writer.writerCounters();
+        BoardNotice notice;
+        notice.role = BoardNotice::Role::writer;
+        notice.sequence = writer.sequence();
+        notice.readers = counters.readers;
+        notice.sleeping = counters.sleepingReaders;
+        board.post(notice);
+    }
     struct IntfHash {
         std::size_t operator()(Kelpie::IntfId id) const { return id.hash(); }
     };
@@ -228,6 +245,7 @@ private:
         });
     }
 
+    BoardEntry oifsBoard_, routesBoard_;
     std::unique_ptr<Mroute::OifIndexIntfTable::Writer> oifs_;
     std::unique_ptr<Mroute::RouteTable::Writer> routes_;
     std::array<Interface, numOifIndexes> interfaces_{};
@@ -265,10 +283,12 @@ void RouteTables::open() {
 }
 
 void RouteTables::forEach(std::function<void(RouteName const&)> const& visit) const {
-    for (auto const& [where, tables] : vrfs_)
-        walk(tables->routes(), [&](Route const& route) {
-            visit({where.second, route.key().s().address(), route.key().g().address()});
+    for (auto const& member : vrfs_) {
+        std::string const& vrfName = member.first.second;
+        walk(member.second->routes(), [&](Route const& route) {
+            visit({vrfName, route.key().s().address(), route.key().g().address()});
         });
+    }
 }
 
 std::size_t RouteTables::size() const {
@@ -328,6 +348,10 @@ void RouteTables::replaceAll(std::vector<NamedRoute> const& routes) {
     });
     for (auto const& route : routes) changes.push_back({RouteChange::Kind::present, route});
     apply(changes);
+}
+
+void RouteTables::post() {
+    for (auto& [where, tables] : vrfs_) tables->post();
 }
 
 bool RouteTables::retry() {

@@ -49,6 +49,8 @@ public:
     bool retry();
 
     Counters const& counters() const { return counters_; }
+    // Tells the notice board about each table.
+    void post();
     // What went wrong since the last call, or an empty text.
     std::string takeFault() { return std::exchange(fault_, {}); }
 

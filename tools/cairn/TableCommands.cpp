@@ -14,29 +14,6 @@
 #include <sys/stat.h>
 
 namespace Cairn {
-namespace {
-
-struct WriterName {
-    std::string process = "none";
-    U64 pid = 0;
-    std::string text() const { return pid == 0 ? process : fmt::format("{}-{}", process, pid); }
-};
-
-// Who writes a table now.
-WriterName writerOf(Mem::YokeRootPath const& path) {
-    if (!Mem::WriterLock::writerExists(path)) return {};
-    try {
-        auto const info = SharedMem::OwnerFile(trace(), path, false).bolsterInfo();
-        if (auto const name = SharedMem::BolsterName::BolsterNameIs(info.socketName))
-            return {name->processName, name->pid};
-    } catch (Dunlin::Exception const&) {
-        // A damaged owner file does not hide that the lock is held.
-    }
-    return {"unknown", 0};
-}
-
-} // namespace
-
 int lsCommand(Common const& common) {
     Listing listing = common.listing();
     int result = done;
