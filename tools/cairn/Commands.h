@@ -40,6 +40,15 @@ int statCommand(Common const& common, std::string const& table, bool headers);
 int checkCommand(Common const& common, std::string const& table);
 int cleanupCommand(std::string const& table);
 
+struct WatchArguments {
+    std::vector<std::string> words; // filters, as typed
+    bool keys = false;              // a shadow of the keys alone
+    bool initial = false;           // print what is there at first
+    double seconds = 0;             // how long; 0: until a signal
+    bool json = false;
+};
+int watchCommand(Common const& common, WatchArguments arguments);
+
 struct TopArguments {
     bool once = false;
     double interval = 1; // seconds

@@ -126,6 +126,19 @@ int main(int argc, char** argv) {
         ->required();
     command("ls", "List the tables: type, entries, capacity, writer, generation",
             [&] { return lsCommand(common); });
+    WatchArguments watch;
+    auto* const watchApp = command(
+        "watch",
+        "Follow routes as they are added, changed, deleted: [source PREFIX|*] [group PREFIX] "
+        "[iif IF] [oif IF] [vrf VRF] [name NAME]",
+        [&] { return watchCommand(common, watch); });
+    watchApp->add_option("filter", watch.words, "Keyword and value pairs")->type_name("");
+    watchApp->add_flag("--initial", watch.initial, "Print what is there at first");
+    watchApp->add_flag("--keys", watch.keys, "Keep keys alone, not routes; says that, not how");
+    watchApp->add_option("--seconds", watch.seconds, "Leave after so long")
+        ->type_name("N")
+        ->check(CLI::Range(0.0, 1e6));
+
     TopArguments top;
     auto* const topApp =
         command("top", "Watch the tables at work: entries, changes, lookups, readers, lag",

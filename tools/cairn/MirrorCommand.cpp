@@ -107,7 +107,7 @@ private:
         // An idle writer should sleep.
         auto const& c = tables_.counters();
         bool const idle = std::exchange(noticed_, c.written + c.removed) == c.written + c.removed;
-        boardTimer_ = loop().timerAdd(idle ? 5 : 1, [this] { postNotices(); });
+        boardTimer_ = loop().timerAdd(idle ? 10 : 1, [this] { postNotices(); });
     }
 
     // Makes the changes that are due; when the machine has slept, at most those of a second.
