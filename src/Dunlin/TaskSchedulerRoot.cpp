@@ -98,10 +98,10 @@ struct TaskSchedulerRoot::Impl {
         U64 const due = timers.empty() ? 0 : std::max<U64>(timers.begin()->first.first, 1);
         if (due == armedFor) return;
         armedFor = due;
-        itimerspec spec{};
-        spec.it_value.tv_sec = static_cast<time_t>(due / 1'000'000'000U);
-        spec.it_value.tv_nsec = static_cast<long>(due % 1'000'000'000U);
-        timerfd_settime(timer, TFD_TIMER_ABSTIME, &spec, nullptr);
+        itimerspec when{};
+        when.it_value.tv_sec = static_cast<time_t>(due / 1'000'000'000U);
+        when.it_value.tv_nsec = static_cast<long>(due % 1'000'000'000U);
+        timerfd_settime(timer, TFD_TIMER_ABSTIME, &when, nullptr);
     }
     void ring() {
         U64 const one = 1;
