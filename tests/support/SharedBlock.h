@@ -54,9 +54,16 @@ private:
 };
 
 // How long a test of many processes runs: a few seconds, or what `./dev soak` says.
+inline bool soaking() {
+    return std::getenv("CAIRN_SOAK_SECONDS");
+}
 inline double soakSeconds(double usual) {
-    char const* const text = std::getenv("CAIRN_SOAK_SECONDS");
-    return text ? std::atof(text) : usual;
+    return soaking() ? std::atof(std::getenv("CAIRN_SOAK_SECONDS")) : usual;
+}
+// A line for the end of a soak.
+template <class... A>
+void counted(fmt::format_string<A...> format, A&&... args) {
+    fmt::print("counted: {}\n", fmt::format(format, std::forward<A>(args)...));
 }
 
 } // namespace Support

@@ -32,6 +32,8 @@ struct Ledger {
     std::atomic<U32> openStamp;
     std::atomic<U32> orielId;
     std::atomic<U32> kept, madeAnew;
+    std::atomic<S64> killedAtUs; // 0: not yet
+    std::atomic<S64> slowestUs;  // from a kill to the successor's table
 };
 
 Brisk::MapDescriptor settings() {
@@ -67,9 +69,15 @@ void judge(T::Writer& writer, Ledger& ledger) {
     ++ledger.kept;
 }
 
+S64 nowUs() {
+    using namespace std::chrono;
+    return duration_cast<microseconds>(steady_clock::now().time_since_epoch()).count();
+}
+
 int churn(Ledger& ledger, U32 seed) {
     auto writer = T::writer("kill", settings());
     if (!writer->initialize("successor")) return 1;
+    if (ledger.killedAtUs) ledger.slowestUs = std::max(ledger.slowestUs.load(), nowUs() - ledger.killedAtUs);
     judge(*writer, ledger);
     std::mt19937 random(seed);
     Value old;
@@ -129,18 +137,18 @@ TEST(Crash, KilledAtRandomUnderChurnKeepsWhatTheLedgerSays) {
     ledger->openKey = keys;
     std::vector<std::unique_ptr<Child>> readers;
     for (int i = 0; i < 2; ++i) readers.push_back(std::make_unique<Child>([&](Child&) { return readOn(*ledger); }));
-    // In the tests 50 kills; in a soak as many as fit.
-    bool const soak = std::getenv("CAIRN_SOAK_SECONDS");
+    // In the tests 50 kills; in a soak as many as fit, 1,000 at least.
     auto const end = std::chrono::steady_clock::now() + std::chrono::duration<double>(soakSeconds(3600));
     std::mt19937 random(11);
     U32 kills = 0;
-    while (!ledger->complaint.any() && (soak ? kills < 1000 || std::chrono::steady_clock::now() < end : kills < 50)) {
+    while (!ledger->complaint.any() && (soaking() ? kills < 1000 || std::chrono::steady_clock::now() < end : kills < 50)) {
         U64 const before = ledger->operations;
         Child writer([&](Child&) { return churn(*ledger, kills); });
         auto const patience = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         while (ledger->operations == before && std::chrono::steady_clock::now() < patience)
             std::this_thread::sleep_for(std::chrono::microseconds(200));
         std::this_thread::sleep_for(std::chrono::microseconds(random() % 30'000));
+        ledger->killedAtUs = nowUs();
         writer.signal(SIGKILL);
         ASSERT_EQ(writer.join(), 1000 + SIGKILL) << "the writer ended by itself";
         ++kills;
@@ -155,17 +163,18 @@ TEST(Crash, KilledAtRandomUnderChurnKeepsWhatTheLedgerSays) {
     ledger->stop = true;
     for (auto& reader : readers) EXPECT_EQ(reader->join(), 0);
     EXPECT_FALSE(ledger->complaint.any()) << ledger->complaint.text();
-    fmt::print("{} kills, {} operations, table kept {} times, made anew {} times, {} reading rounds\n", kills,
-               ledger->operations.load(), ledger->kept.load(), ledger->madeAnew.load(), ledger->reads.load());
+    counted("{} SIGKILLs of a writer in {} operations: table kept {} times, made anew {} times; a successor had it "
+            "after {} ms at most; {} reading rounds",
+            kills, ledger->operations.load(), ledger->kept.load(), ledger->madeAnew.load(),
+            static_cast<double>(ledger->slowestUs) / 1000, ledger->reads.load());
     EXPECT_GT(ledger->kept.load(), 0U);
     EXPECT_GT(ledger->reads.load(), 0U);
 }
 
 TEST(Crash, OfTwoWritersThatRaceExactlyOneWins) {
     TempBase const base;
-    bool const soak = std::getenv("CAIRN_SOAK_SECONDS");
     Mem::WriterLock::waitIs(0.02);
-    U32 const races = soak ? 1000 : 100;
+    U32 const races = soaking() ? 1000 : 100;
     for (U32 race = 0; race < races; ++race) {
         std::string const name = fmt::format("race/{}", race % 8); // new tables and known ones
         auto const contender = [&](Child& self) {
@@ -192,6 +201,7 @@ TEST(Crash, OfTwoWritersThatRaceExactlyOneWins) {
         ASSERT_EQ(winners, 1) << "race " << race;
     }
     Mem::WriterLock::waitIs(2);
+    counted("{} races of two writers, each with one winner", races);
 }
 
 TEST(Crash, AStoppedOwnerIsNotOverrun) {

@@ -105,9 +105,11 @@ TEST(Torture, ShrinkStormUnderStoppedReadersLosesNothingAndGivesTheMemoryBack) {
         readers.push_back(std::make_unique<Child>([&, i](Child&) { return readerProcess(*board, i); }));
     auto const end = std::chrono::steady_clock::now() + std::chrono::duration<double>(soakSeconds(4));
     std::mt19937 random(3);
+    U32 stops = 0;
     while (std::chrono::steady_clock::now() < end && !board->complaint.any()) {
         Child const& reader = *readers[random() % readers.size()];
         reader.signal(SIGSTOP);
+        ++stops;
         std::this_thread::sleep_for(std::chrono::milliseconds(random() % 30));
         reader.signal(SIGCONT);
         std::this_thread::sleep_for(std::chrono::milliseconds(random() % 10));
@@ -121,8 +123,10 @@ TEST(Torture, ShrinkStormUnderStoppedReadersLosesNothingAndGivesTheMemoryBack) {
     // The pages go, the file's length stays (H-file-1).
     EXPECT_LT(board->blocksEmpty.load() * 8, board->blocksFull.load());
     EXPECT_GE(board->sizeEmpty.load(), board->sizeFull.load());
-    fmt::print("{} rounds, {} reading rounds, {} blocks full, {} empty\n", board->rounds.load(), board->reads.load(),
-               board->blocksFull.load(), board->blocksEmpty.load());
+    counted("shrink storm: {} times down to {} entries and up again, {} reading rounds, {} SIGSTOPs of readers, "
+            "{} blocks full, {} empty",
+            board->rounds.load(), staying, board->reads.load(), stops, board->blocksFull.load(),
+            board->blocksEmpty.load());
 }
 
 } // namespace
