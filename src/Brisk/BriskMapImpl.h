@@ -139,10 +139,11 @@ void BriskMap<Ops>::startWriter() {
         Dunlin::fmthrow<Dunlin::InvalidInitializeException>("failed to initialize collection {}",
                                                             name_);
     if (anchorHook_) writer->validateVersionAnchorHookIs(anchorHook_);
+    // May raise: the front is then as it was.
+    if (!descriptor_.localMem)
+        mounter_ = std::make_unique<Mem::WriterSentry>(*handler_, this, Mem::RootPath(name_));
     interfaceIs(std::move(writer));
-    if (descriptor_.localMem) return;
-    mounter_ = std::make_unique<Mem::WriterSentry>(*handler_, this, Mem::RootPath(name_));
-    (*mounter_)(Mem::Sentry::eventInit_, false);
+    if (mounter_) (*mounter_)(Mem::Sentry::eventInit_, false);
 }
 
 template <class Ops>
@@ -154,9 +155,12 @@ void BriskMap<Ops>::startReader() {
         mounter_ = std::move(sentry);
         look(Mem::Sentry::eventInit_, false);
     } catch (Dunlin::InvalidInitializeException const& error) {
+        mounter_.reset();
         if (!std::getenv("QZ_CHROOT")) throw;
         FMTRACE(*handler_, 1, "no sentry: {}", error.message());
-        mounter_.reset();
+    } catch (...) {
+        mounter_.reset(); // the client may try again
+        throw;
     }
 }
 

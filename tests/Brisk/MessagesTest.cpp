@@ -6,44 +6,16 @@
 #include "Brisk/Util.h"
 #include "SharedMem/CpuSupport.h"
 #include "SharedMem/LocalMem.h"
-
-#include <regex>
+#include "support/Ear.h"
 
 namespace {
 
 using namespace support;
 
-class Messages : public support::Table {
+class Messages : public support::Table, public Support::Ear {
 public:
-    Messages() {
-        handler_->maskIs(0x3ff);
-        Dunlin::traceSinkIs([this](auto&&, unsigned, std::string_view, std::string const& text) {
-            heard_.push_back(text);
-        });
-    }
     ~Messages() override { Mem::failMappingAfter(0); }
 
-    // Runs `action`; its exception counts as one more line.
-    template <class Action>
-    std::string raisedBy(Action action) {
-        heard_.clear();
-        try {
-            action();
-        } catch (Dunlin::Exception const& e) {
-            heard_.push_back(e.message());
-            return e.message();
-        }
-        return "nothing raised";
-    }
-    // Whether a line was heard that the pattern (an ECMAScript expression) matches whole.
-    testing::AssertionResult heard(std::string const& pattern) const {
-        std::regex const expression(pattern);
-        for (auto const& line : heard_)
-            if (std::regex_search(line, expression)) return testing::AssertionSuccess();
-        auto result = testing::AssertionFailure() << "not heard: " << pattern << "\n";
-        for (auto const& line : heard_) result << "  " << line << "\n";
-        return result;
-    }
     static void fill(TestWriter& w, U32 from, U32 to) {
         for (U32 i = from; i < to; ++i) w.write(TestValue(TestKey(i), i), true);
     }
@@ -61,8 +33,6 @@ public:
         d.shrinkBuckets = true;
         return d;
     }
-
-    std::vector<std::string> heard_;
 };
 
 TEST_F(Messages, OfHeadersThatDoNotAgree) {
@@ -77,18 +47,87 @@ TEST_F(Messages, OfHeadersThatDoNotAgree) {
     EXPECT_EQ(wrong(776 + 16 * 176 - 1), "bad shmem size:3591 wanted:3592 for 16 slots");
     EXPECT_EQ(wrong(700), "bad header file size: 700 wanted:776");
     EXPECT_EQ(wrong(599), "bad file size: 599 is below the header's 600");
-    w->slotTable().header->numSlots.value = 0x80000000;
-    EXPECT_THAT(wrong(4096), testing::StartsWith("bad numSlots: 2147483648 message: "));
-    w->slotTable().header->numSlots.value = 16;
+    // Each row changes one field, asks, and puts it back.
+    auto const oneOff = [&](auto& field, auto value, auto ask) {
+        auto const old = field;
+        field = static_cast<std::remove_cvref_t<decltype(field)>>(value);
+        std::string const answer = ask();
+        field = old;
+        return answer;
+    };
+    auto& h = *w->slotTable().header;
+    auto const slots = [&](auto& field, auto value) {
+        return oneOff(field, value, [&] { return std::string(wrong(4096)); });
+    };
+    EXPECT_THAT(slots(h.numSlots.value, 0x80000000U),
+                testing::StartsWith("bad numSlots: 2147483648 message: "));
+    EXPECT_EQ(slots(h.format, 9), "bad format: 9 wanted:2");
+    EXPECT_EQ(slots(h.headerSize, 9), "bad header size: 9 wanted:600");
+    EXPECT_THAT(slots(h.orielId, 9), testing::StartsWith("bad orielId: 0x9 wanted:0x"));
+    EXPECT_EQ(slots(h.slotSize, 9), "bad slot size: 9 wanted:176");
+    EXPECT_EQ(slots(h.valueBytes, 9), "bad value size: 9 wanted:160");
+    EXPECT_EQ(slots(h.typeName[0], 'B'), "bad type name: 'BestValue' wanted:'TestValue'");
+    std::string const name(h.typeName, sizeof h.typeName);
+    std::memset(h.typeName, 'x', sizeof h.typeName);
+    EXPECT_STREQ(wrong(4096).c_str(), "bad type name: not terminated");
+    name.copy(h.typeName, sizeof h.typeName);
+
+    auto& b = const_cast<BriskCore::BucketTable<Brisk::SlotLink>::Header&>(
+        *w->hashMap().buckets.header());
+    auto const buckets = [&](auto& field, auto value) {
+        return oneOff(field, value, [&] {
+            EXPECT_FALSE(w->hashMap().buckets.validate(w->orielId(), text));
+            return text;
+        });
+    };
+    EXPECT_EQ(buckets(b.magic, 9), "bad bucket magic: 0x9 wanted:0x4b434243");
+    EXPECT_EQ(buckets(b.format, 9), "bad bucket format: 9 wanted:1");
+    EXPECT_EQ(buckets(b.entrySize, 9), "bad bucket entry size: 9 wanted:8");
+    EXPECT_THAT(buckets(b.orielId, 9), testing::StartsWith("bad bucket orielId: 0x9 wanted:0x"));
+    EXPECT_EQ(buckets(b.size.numBuckets, 9), "bad numBuckets: 9 is no power of two");
+    EXPECT_THAT(
+        buckets(b.size.numBuckets, 4096),
+        testing::MatchesRegex("bad bucket file size: [0-9]+ wanted:32792 for 4096 buckets"));
+    EXPECT_TRUE(w->validate()) << w->lastFinding();
+}
+
+TEST_F(Messages, OfAReaderThatFindsNoSoundTable) {
+    TestReader r(handler(), name_.c_str(), TestOps{}, nullptr);
+    auto const refused = [&](char const* text) {
+        lines.clear();
+        EXPECT_FALSE(r.initialize("test"));
+        EXPECT_TRUE(heard(text));
+        EXPECT_FALSE(r.quiesced());
+    };
+    refused("^failed to attach to buckets$");
+    EXPECT_EQ(r.members() + r.maxSize() + r.capacity() + r.buckets(), 0U);
+    auto w = writer();
+    fill(*w, 0, 10);
+    for (char const* const gone : {"buckets", "slots", "oriel"}) {
+        std::filesystem::rename(file(gone), file("away"));
+        refused(gone == std::string("oriel")
+                    ? "^failed to read oriel file\nBrisk table "
+                    : (std::string("^failed to attach to ") + gone).c_str());
+        std::filesystem::rename(file("away"), file(gone));
+    }
+    EXPECT_TRUE(heard("magic:0x[0-9a-f]+ .*orielId:")); // the headers stand below
+    poke("buckets", 12, 9);
+    refused("^failed to validate buckets\nBrisk table ");
+    poke("buckets", 12, 8);
+    poke("slots", 12, 9);
+    refused("^failed to validate slots\nBrisk table ");
+    poke("slots", 12, 2);
+    EXPECT_TRUE(std::filesystem::exists(file("corruption-detected")));
+    EXPECT_TRUE(r.initialize("test"));
 }
 
 TEST_F(Messages, OfProgressAtTheUsualLevels) {
-    heard_.clear();
+    lines.clear();
     auto w = writer(shrinkable());
     EXPECT_TRUE(heard("^localMem_:false rootPath:.*/vrf/default/test$"));
     EXPECT_TRUE(heard("^to new file .*/slots$"));
     EXPECT_TRUE(heard("^success .*/test capacity:16 orielId:[0-9]+ mtime:[0-9.e+]+ bolsterInfo:"));
-    heard_.clear();
+    lines.clear();
     bool found;
     TestValue value;
     w->lookup(TestKey(1), found, nullptr);
@@ -109,14 +148,14 @@ TEST_F(Messages, OfProgressAtTheUsualLevels) {
     EXPECT_TRUE(heard("^1 bucket:[0-9]+ slot:0$"));
     EXPECT_TRUE(heard("^1 new  bucket:[0-9]+ slot:0 next:[0-9]+$"));
     EXPECT_TRUE(heard("^1 existing bucket:[0-9]+ slot:0 next:[0-9]+$"));
-    heard_.clear();
+    lines.clear();
     w->write(TestValue(TestKey(63, 0xffffffff), 0), true); // the last of any walk
     fill(*w, 0, 63);
     EXPECT_TRUE(heard("from 16 to 32 slots$"));
     EXPECT_TRUE(heard("^to 32 successfully$"));
     EXPECT_TRUE(heard("from 16 slots to 32$"));
     EXPECT_TRUE(heard("^growing from: 16 to: 32$"));
-    heard_.clear();
+    lines.clear();
     IterHint hint;
     for (bool more = w->first(value, hint); more; more = w->next(value.key(), value, hint)) {
     }
@@ -124,7 +163,7 @@ TEST_F(Messages, OfProgressAtTheUsualLevels) {
     EXPECT_TRUE(heard("^[0-9]+ next bucket [0-9]+ using [0-9]+$"));
     EXPECT_TRUE(heard("^[0-9]+ success [0-9]+ using [0-9]+, saving new slot hint [0-9]+$"));
     EXPECT_TRUE(heard("^[0-9]+ failed$"));
-    heard_.clear();
+    lines.clear();
     hint = {};
     for (bool more = w->first(value, hint); more; more = w->next(value.key(), value, hint))
         hint = {};
@@ -132,7 +171,7 @@ TEST_F(Messages, OfProgressAtTheUsualLevels) {
     EXPECT_TRUE(heard("^[0-9]+ next slotId [0-9]+ success [0-9]+$"));
     EXPECT_TRUE(heard("^[0-9]+ success [0-9]+$"));
     EXPECT_TRUE(heard("^[0-9]+ next bucket [0-9]+$"));
-    heard_.clear();
+    lines.clear();
     drop(*w, 0, 60);
     EXPECT_TRUE(heard("^threshold:[0-9]+ shrinkThreshold:32$"));
     EXPECT_TRUE(heard("^removing slot id [0-9]+ from free-list$"));
@@ -143,20 +182,20 @@ TEST_F(Messages, OfProgressAtTheUsualLevels) {
     EXPECT_TRUE(heard("from 64 slots to 32$"));
     EXPECT_TRUE(heard("^at threshold:32 done$"));
     EXPECT_TRUE(heard("^shrunk from:64 to:32 shrinkBuckets_:8 time:[0-9]+$"));
-    heard_.clear();
+    lines.clear();
     EXPECT_TRUE(w->validate());
     EXPECT_TRUE(heard("^marked 4 slots$"));
     EXPECT_TRUE(heard("^marked 12 free slots$"));
     EXPECT_TRUE(heard("^walking slotIndex: [0-9]+$"));
     EXPECT_TRUE(heard("^slotIndex: [0-9]+$"));
-    heard_.clear();
+    lines.clear();
     w->detach(false);
     EXPECT_TRUE(heard("^clearing bolsterInfo$"));
     w->initialize("again");
     EXPECT_TRUE(heard("^to existing .*/slots$"));
     drop(*w, 60, 63);
     w->remove(TestKey(63, 0xffffffff), value);
-    heard_.clear();
+    lines.clear();
     w->first(value, hint);
     EXPECT_TRUE(heard("^none found!$"));
     w->cleanup();
@@ -174,7 +213,7 @@ TEST_F(Messages, OfATableThatOutgrowsItsSizeOrShrinksFar) {
     w = writer(shrinkable());
     fill(*w, 0, 256);
     w->queue().markShrinkStart(); // as if readers had not yet taken up a former shrink
-    heard_.clear();
+    lines.clear();
     drop(*w, 0, 240);
     EXPECT_TRUE(heard("^shrink started, ignoring shrinkThreshold:128$"));
     w->queue().markShrinkEnd();
@@ -294,7 +333,7 @@ TEST_F(Messages, OfWhatAValidationFinds) {
     auto& slots = table.slots;
     auto const finding = [&](auto harm, auto undo) {
         harm();
-        heard_.clear();
+        lines.clear();
         std::string const text = w->validate() ? "sound" : w->lastFinding();
         undo();
         EXPECT_TRUE(text == "sound" || heard("^Brisk .*/test validation failed: "));
@@ -372,7 +411,7 @@ TEST_F(Messages, OfTablesThatCannotBeKept) {
     };
     leave();
     std::filesystem::remove(file("buckets"));
-    heard_.clear();
+    lines.clear();
     { auto w = writer(); }
     EXPECT_TRUE(
         heard("^failed to attach to existing files\\nBrisk table \"vrf/default/test\"\\n\\n\\n"));
@@ -382,12 +421,12 @@ TEST_F(Messages, OfTablesThatCannotBeKept) {
     EXPECT_TRUE(heard("^re-formatted successfully$"));
     leave();
     poke("slots", 548, 1 << 16);
-    heard_.clear();
+    lines.clear();
     { auto w = writer(); }
     EXPECT_TRUE(heard("^failed to validate existing files\\n"));
     leave();
     std::ofstream(file("owner")) << "damaged";
-    heard_.clear();
+    lines.clear();
     {
         auto w = writer();
         EXPECT_EQ(w->members(), 0U);
@@ -416,7 +455,7 @@ TEST_F(Messages, OfTablesThatCannotBeKept) {
     }
     MapDescriptor fixed(5);
     fixed.fixedSize = true;
-    heard_.clear();
+    lines.clear();
     { auto w = writer(fixed); }
     EXPECT_TRUE(
         heard("^wanted capacity:5 for fixed-size table, but existing file has capacity:0$"));

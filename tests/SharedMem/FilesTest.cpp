@@ -165,6 +165,29 @@ TEST_F(Files, CleanupUnderWaitersNeverLetsTwoIn) {
     EXPECT_EQ(c.join(), 0);
 }
 
+TEST_F(Files, ARefusalSaysWhoHasTheTable) {
+    Support::Child owner([&](Support::Child& self) {
+        auto const lock = WriterLock::acquireWriterLock(trace_, path_, this->owner(), false);
+        self.step();
+        return 0;
+    });
+    owner.hear();
+    for (char const* const text : {"a process that is just attaching or removing it",
+                                   "a process with a damaged owner file"}) {
+        try {
+            (void)WriterLock::acquireWriterLock(trace_, path_, this->owner(), false);
+            ADD_FAILURE() << text;
+        } catch (Dunlin::InvalidInitializeException const& e) {
+            EXPECT_EQ(e.message(), path_.text() + " is owned by " + text);
+        }
+        std::ofstream(path_.file("owner")) << "damaged";
+    }
+    EXPECT_TRUE(WriterLock::writerExists(path_));
+    owner.tell(0);
+    EXPECT_EQ(owner.join(), 0);
+    EXPECT_FALSE(WriterLock::writerExists(path_));
+}
+
 TEST_F(Files, BolsterNames) {
     auto const own = BolsterName::BolsterNameIs(BolsterName::own());
     ASSERT_TRUE(own);
@@ -178,6 +201,7 @@ TEST_F(Files, BolsterNames) {
     EXPECT_FALSE(WriterLock::ownerIsAlive(trace_, "fib-1", error));
     EXPECT_EQ(error, "No such file or directory");
     EXPECT_FALSE(WriterLock::ownerIsAlive(trace_, "", error));
+    EXPECT_THROW(BolsterName::path(std::string(100, 'x')), Dunlin::InvalidInitializeException);
 }
 
 } // namespace
