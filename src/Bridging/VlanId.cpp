@@ -36,9 +36,6 @@ VlanId::VlanId(Vomo::CharRange& range) {
     check(value_);
 }
 VlanId::VlanId(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) : VlanId(in->nextU16()) {}
-VlanIdOrNone::VlanIdOrNone(Vomo::CharRange& range) {
-    Vomo::parse(*this, range);
-}
 VlanIdOrNone::VlanIdOrNone(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) : value_(in->nextU16()) {}
 
 U32 VlanId::hash(U32 seed) const {
@@ -48,23 +45,11 @@ U32 VlanIdOrNone::hash(U32 seed) const {
     return Vomo::hashSingleAttr(seed, value_);
 }
 
-Vomo::String valueToStrep(VlanId v) {
-    return Vomo::text(v);
-}
-Vomo::String valueToStrep(VlanIdOrNone v) {
-    return Vomo::text(v);
-}
 std::ostream& operator<<(std::ostream& stream, VlanId v) {
     return stream << v.value();
 }
 std::ostream& operator<<(std::ostream& stream, VlanIdOrNone v) {
     return stream << v.value();
-}
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, VlanId v) {
-    return out << v.value();
-}
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, VlanIdOrNone v) {
-    return out << v.value();
 }
 
 } // namespace Bridging
@@ -78,4 +63,5 @@ constexpr Vomo::TypeFrame types[] = {
 } // namespace
 constinit Vomo::VomoModule const Vomo::_VlanId_c2b91fe4f92f5433_vomoModule =
     Vomo::ModuleRecord<types>::value;
+constinit Vomo::ValueFrames<2> const Vomo::VlanIdFrames = Vomo::ModuleRecord<types>::frames;
 static Vomo::ModuleRegistration const registration(&Vomo::_VlanId_c2b91fe4f92f5433_vomoModule);

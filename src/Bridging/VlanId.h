@@ -1,7 +1,7 @@
 // VLAN numbers.
 #pragma once
 
-#include "Vomo/Fwd.h"
+#include "Vomo/Value.h"
 
 namespace Bridging {
 class VlanId;
@@ -12,13 +12,19 @@ namespace Vomo {
 extern "C" {
 extern VomoModule const _VlanId_c2b91fe4f92f5433_vomoModule;
 }
+extern ValueFrames<2> const VlanIdFrames;
+template <U16 index>
+struct InVlanId : InFramedModule<&_VlanId_c2b91fe4f92f5433_vomoModule, &VlanIdFrames, index> {};
 template <>
-struct IdOf<Bridging::VlanId> : InModule<&_VlanId_c2b91fe4f92f5433_vomoModule, 0> {};
+struct IdOf<Bridging::VlanId> : InVlanId<0> {};
 template <>
-struct IdOf<Bridging::VlanIdOrNone> : InModule<&_VlanId_c2b91fe4f92f5433_vomoModule, 1> {};
+struct IdOf<Bridging::VlanIdOrNone> : InVlanId<1> {};
 } // namespace Vomo
 
 namespace Bridging {
+
+using Vomo::operator<<;
+using Vomo::valueToStrep;
 
 // 1 to 4094 (IEEE 802.1Q); another number raises RangeException "Bridging::VlanId::value < 1 or >
 // 4094 not allowed". Text: the number.
@@ -48,7 +54,7 @@ public:
     constexpr VlanIdOrNone() = default;
     constexpr explicit VlanIdOrNone(U16 value) : value_(value) {}
     constexpr VlanIdOrNone(VlanId v) : value_(v.value()) {}
-    explicit VlanIdOrNone(Vomo::CharRange& range);
+    explicit VlanIdOrNone(Vomo::CharRange& range) { Vomo::parse(*this, range); }
     VlanIdOrNone(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
     constexpr U16 value() const { return value_; }
     U32 hash(U32 seed) const;
@@ -62,11 +68,7 @@ private:
     U16 value_ = 0;
 };
 
-Vomo::String valueToStrep(VlanId v);
-Vomo::String valueToStrep(VlanIdOrNone v);
 std::ostream& operator<<(std::ostream& stream, VlanId v);
 std::ostream& operator<<(std::ostream& stream, VlanIdOrNone v);
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, VlanId v);
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, VlanIdOrNone v);
 
 } // namespace Bridging

@@ -1,7 +1,7 @@
 // The span over which an interface's load is averaged.
 #pragma once
 
-#include "Vomo/Fwd.h"
+#include "Vomo/Value.h"
 
 namespace Interface {
 class LoadInterval;
@@ -11,19 +11,25 @@ namespace Vomo {
 extern "C" {
 extern VomoModule const _Intf_ddf23f8cba610f0b_vomoModule;
 }
+extern ValueFrames<1> const IntfFrames;
+template <U16 index>
+struct InIntf : InFramedModule<&_Intf_ddf23f8cba610f0b_vomoModule, &IntfFrames, index> {};
 template <>
-struct IdOf<Interface::LoadInterval> : InModule<&_Intf_ddf23f8cba610f0b_vomoModule, 0> {};
+struct IdOf<Interface::LoadInterval> : InIntf<0> {};
 } // namespace Vomo
 
 namespace Interface {
+
+using Vomo::operator<<;
+using Vomo::valueToStrep;
 
 // A number of the interval's kind, and its length in seconds: 1 and 300 by default.
 class LoadInterval {
 public:
     LoadInterval() = default;
     LoadInterval(U32 kind, Vomo::Seconds seconds) : kind_(kind), seconds_(seconds) {}
-    explicit LoadInterval(Vomo::CharRange& range);
-    LoadInterval(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
+    explicit LoadInterval(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+    LoadInterval(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
 
     U32 kind() const { return kind_; }
     Vomo::Seconds seconds() const { return seconds_; }
@@ -37,9 +43,5 @@ private:
     Vomo::Seconds seconds_ = 300.0;
 };
 static_assert(sizeof(LoadInterval) == 16);
-
-Vomo::String valueToStrep(LoadInterval const& v);
-std::ostream& operator<<(std::ostream& stream, LoadInterval const& v);
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, LoadInterval const& v);
 
 } // namespace Interface

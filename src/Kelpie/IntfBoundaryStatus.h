@@ -20,21 +20,19 @@ struct IdOf<Kelpie::IntfBoundaryStatus>
 namespace Kelpie {
 
 // Named by its interface.
-class IntfBoundaryStatus : public Vomo::Entity, public Vomo::Tracked<IntfBoundaryStatus> {
+class IntfBoundaryStatus : public Vomo::EntityOf<IntfBoundaryStatus> {
 public:
     enum Attr : U32 { boundaryAttr = 258 };
 
     explicit IntfBoundaryStatus(Vomo::String const& name) : name_(name) {}
-    ~IntfBoundaryStatus() override { notifiees_.deleteAll(); }
 
     bool boundary() const { return boundary_; }
     void boundaryIs(bool v) { assign(boundary_, v, boundaryAttr); }
 
-    Vomo::NotifieeListRecord notifieeList() const override { return {1, &notifiees_, 0, 0}; }
-    Vomo::VomoTypeBase fwkType() const override { return Vomo::IdOf<IntfBoundaryStatus>::type; }
     Vomo::String name() const override { return name_; }
 
 private:
+    friend EntityOf;
     friend Vomo::Describe<IntfBoundaryStatus>;
     Vomo::String const name_;
     bool boundary_ = false;

@@ -46,7 +46,10 @@ template <>
 struct Vomo::Describe<BitMapper::TableInfo> {
     using T = BitMapper::TableInfo;
     static constexpr auto type = value("BitMapper::TableInfo");
-    static constexpr auto attributes = rows({constant<&T::maxBitIndexMaps>(3, "maxBitIndexMaps")});
+    static constexpr auto attributes = rows({
+        statics<&T::mountInfo>(2, "mountInfo", {"type"}),
+        constant<&T::maxBitIndexMaps>(3, "maxBitIndexMaps"),
+    });
 };
 template <>
 struct Vomo::Describe<BitMapper::WaitlistMap> {
@@ -64,78 +67,15 @@ U32 BitMapperKey::hash() const {
     return Mroute::wang(std::rotl(intfId_.hash(), 8) ^ std::rotl(ipGenAddr_.v6Addr().hash(), 16));
 }
 
-BitIndex::BitIndex(Vomo::CharRange& range) {
-    Vomo::parse(*this, range);
-}
-BitIndex::BitIndex(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
-    Vomo::read(*this, in);
-}
-BitMapperKey::BitMapperKey(Vomo::CharRange& range) {
-    Vomo::parse(*this, range);
-}
-BitMapperKey::BitMapperKey(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
-    Vomo::read(*this, in);
-}
-BitIndexMap::BitIndexMap(Vomo::CharRange& range) {
-    Vomo::parse(*this, range);
-}
-BitIndexMap::BitIndexMap(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
-    Vomo::read(*this, in);
-}
-WaitlistMap::WaitlistMap(Vomo::CharRange& range) {
-    Vomo::parse(*this, range);
-}
-WaitlistMap::WaitlistMap(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
-    Vomo::read(*this, in);
-}
-
-Vomo::String valueToStrep(BitIndex v) {
-    return Vomo::text(v);
-}
-Vomo::String valueToStrep(BitMapperKey const& v) {
-    return Vomo::text(v);
-}
-Vomo::String valueToStrep(BitIndexMap const& v) {
-    return Vomo::text(v);
-}
-Vomo::String valueToStrep(WaitlistMap const& v) {
-    return Vomo::text(v);
-}
-Vomo::String valueToStrep(TableInfo) {
-    return {};
+VomoBrisk::MountInfo TableInfo::mountInfo(VomoBrisk::VomoBriskType type) {
+    VomoBrisk::MountInfo info(type);
+    info.collectionInfoIs({"bitIndexMap", maxBitIndexMaps, 0});
+    info.collectionInfoIs({"waitlistMap", maxBitIndexMaps, 0});
+    return info;
 }
 
 std::ostream& operator<<(std::ostream& stream, BitIndex v) {
     return stream << v.value();
-}
-std::ostream& operator<<(std::ostream& stream, BitMapperKey const& v) {
-    return stream << valueToStrep(v);
-}
-std::ostream& operator<<(std::ostream& stream, BitIndexMap const& v) {
-    return stream << valueToStrep(v);
-}
-std::ostream& operator<<(std::ostream& stream, WaitlistMap const& v) {
-    return stream << valueToStrep(v);
-}
-std::ostream& operator<<(std::ostream& stream, TableInfo) {
-    return stream;
-}
-
-using Vomo::NboAttrLog::Out;
-Out& operator<<(Out& out, BitIndex v) {
-    return Vomo::write(out, v), out;
-}
-Out& operator<<(Out& out, BitMapperKey const& v) {
-    return Vomo::write(out, v), out;
-}
-Out& operator<<(Out& out, BitIndexMap const& v) {
-    return Vomo::write(out, v), out;
-}
-Out& operator<<(Out& out, WaitlistMap const& v) {
-    return Vomo::write(out, v), out;
-}
-Out& operator<<(Out& out, TableInfo) {
-    return out;
 }
 
 } // namespace BitMapper
@@ -150,5 +90,6 @@ constexpr Vomo::TypeFrame types[] = {
 } // namespace
 constinit Vomo::VomoModule const Vomo::_BitMapperTypes_f5722ab7f2af9957_vomoModule =
     Vomo::ModuleRecord<types>::value;
+constinit Vomo::ValueFrames<5> const Vomo::BitMapperTypesFrames = Vomo::ModuleRecord<types>::frames;
 static Vomo::ModuleRegistration const
     registration(&Vomo::_BitMapperTypes_f5722ab7f2af9957_vomoModule);

@@ -4,6 +4,7 @@
 
 #include "Kelpie/IntfId.h"
 #include "Kelpie/IpAddr.h"
+#include "VomoBrisk/MountInfo.h"
 
 namespace BitMapper {
 class BitIndex;
@@ -17,19 +18,26 @@ namespace Vomo {
 extern "C" {
 extern VomoModule const _BitMapperTypes_f5722ab7f2af9957_vomoModule;
 }
+extern ValueFrames<5> const BitMapperTypesFrames;
+template <U16 index>
+struct InBitMapperTypes
+    : InFramedModule<&_BitMapperTypes_f5722ab7f2af9957_vomoModule, &BitMapperTypesFrames, index> {};
 template <>
-struct IdOf<BitMapper::BitIndex> : InModule<&_BitMapperTypes_f5722ab7f2af9957_vomoModule, 0> {};
+struct IdOf<BitMapper::BitIndex> : InBitMapperTypes<0> {};
 template <>
-struct IdOf<BitMapper::BitIndexMap> : InModule<&_BitMapperTypes_f5722ab7f2af9957_vomoModule, 1> {};
+struct IdOf<BitMapper::BitIndexMap> : InBitMapperTypes<1> {};
 template <>
-struct IdOf<BitMapper::BitMapperKey> : InModule<&_BitMapperTypes_f5722ab7f2af9957_vomoModule, 2> {};
+struct IdOf<BitMapper::BitMapperKey> : InBitMapperTypes<2> {};
 template <>
-struct IdOf<BitMapper::TableInfo> : InModule<&_BitMapperTypes_f5722ab7f2af9957_vomoModule, 3> {};
+struct IdOf<BitMapper::TableInfo> : InBitMapperTypes<3> {};
 template <>
-struct IdOf<BitMapper::WaitlistMap> : InModule<&_BitMapperTypes_f5722ab7f2af9957_vomoModule, 4> {};
+struct IdOf<BitMapper::WaitlistMap> : InBitMapperTypes<4> {};
 } // namespace Vomo
 
 namespace BitMapper {
+
+using Vomo::operator<<;
+using Vomo::valueToStrep;
 
 // The number of a bit; any 16-bit value. Text: the number.
 class BitIndex {
@@ -40,8 +48,8 @@ public:
 
     constexpr BitIndex() = default;
     constexpr explicit BitIndex(U16 value) : value_(value) {}
-    explicit BitIndex(Vomo::CharRange& range);
-    BitIndex(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
+    explicit BitIndex(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+    BitIndex(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
 
     constexpr U16 value() const { return value_; }
     constexpr U32 hash() const { return value_; }
@@ -65,8 +73,8 @@ public:
     constexpr BitMapperKey() = default;
     constexpr BitMapperKey(Kelpie::IntfId intfId, Kelpie::IpGenAddr const& ipGenAddr)
         : intfId_(intfId), ipGenAddr_(ipGenAddr) {}
-    explicit BitMapperKey(Vomo::CharRange& range);
-    BitMapperKey(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
+    explicit BitMapperKey(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+    BitMapperKey(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
 
     constexpr Kelpie::IntfId intfId() const { return intfId_; }
     constexpr Kelpie::IpGenAddr const& ipGenAddr() const { return ipGenAddr_; }
@@ -90,8 +98,8 @@ public:
     constexpr BitIndexMap() = default;
     constexpr BitIndexMap(BitIndex key, BitMapperKey const& bitMapperKey)
         : key_(key), bitMapperKey_(bitMapperKey) {}
-    explicit BitIndexMap(Vomo::CharRange& range);
-    BitIndexMap(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
+    explicit BitIndexMap(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+    BitIndexMap(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
 
     constexpr BitIndex key() const { return key_; }
     constexpr BitMapperKey const& bitMapperKey() const { return bitMapperKey_; }
@@ -124,8 +132,8 @@ class WaitlistMap {
 public:
     constexpr WaitlistMap() = default;
     constexpr explicit WaitlistMap(BitMapperKey const& key) : key_(key) {}
-    explicit WaitlistMap(Vomo::CharRange& range);
-    WaitlistMap(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
+    explicit WaitlistMap(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+    WaitlistMap(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
 
     constexpr BitMapperKey const& key() const { return key_; }
     constexpr U32 refCount() const { return refCount_; }
@@ -148,30 +156,18 @@ static_assert(sizeof(WaitlistMap) == 40 && alignof(WaitlistMap) == 8);
 class TableInfo {
 public:
     static constexpr U32 maxBitIndexMaps = 1024;
+    // Of a mount in that role: the tables "bitIndexMap" and "waitlistMap" of that size each.
+    static VomoBrisk::MountInfo mountInfo(VomoBrisk::VomoBriskType type);
 
     constexpr TableInfo() = default;
-    explicit TableInfo(Vomo::CharRange&) {}
-    TableInfo(Vomo::NboAttrLog::In*, Vomo::StreamBogon) {}
+    explicit TableInfo(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+    TableInfo(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
     constexpr explicit operator bool() const { return false; }
 
     friend constexpr bool operator==(TableInfo, TableInfo) = default;
 };
 
-Vomo::String valueToStrep(BitIndex v);
-Vomo::String valueToStrep(BitMapperKey const& v);
-Vomo::String valueToStrep(BitIndexMap const& v);
-Vomo::String valueToStrep(WaitlistMap const& v);
-Vomo::String valueToStrep(TableInfo v);
 // The number itself.
 std::ostream& operator<<(std::ostream& stream, BitIndex v);
-std::ostream& operator<<(std::ostream& stream, BitMapperKey const& v);
-std::ostream& operator<<(std::ostream& stream, BitIndexMap const& v);
-std::ostream& operator<<(std::ostream& stream, WaitlistMap const& v);
-std::ostream& operator<<(std::ostream& stream, TableInfo v);
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, BitIndex v);
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, BitMapperKey const& v);
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, BitIndexMap const& v);
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, WaitlistMap const& v);
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, TableInfo v);
 
 } // namespace BitMapper

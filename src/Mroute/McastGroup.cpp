@@ -1,10 +1,6 @@
 #include "Mroute/McastGroup.h"
 
-#include "Vomo/EnumType.h"
-#include "Vomo/Hash.h"
 #include "Vomo/Record.h"
-
-#include <ostream>
 
 template <>
 struct Vomo::Describe<Multicast::Group::Config> {
@@ -75,66 +71,6 @@ struct Vomo::Describe<Multicast::Group::Status> {
 
 namespace Multicast::Group {
 
-namespace {
-using KindText = Vomo::EnumType<U32>;
-constexpr Vomo::VomoTypeBase kindType = Vomo::IdOf<McastGroupKind>::type;
-} // namespace
-
-McastGroupKind McastGroupKindInstance(unsigned int number) {
-    return static_cast<McastGroupKind>(KindText::instance(kindType, number));
-}
-McastGroupKind McastGroupKindInstance(Vomo::String const& name) {
-    return static_cast<McastGroupKind>(KindText::instance(kindType, name));
-}
-std::ostream& operator<<(std::ostream& stream, McastGroupKind const& v) {
-    return KindText::operatorLessLess(stream, kindType, static_cast<U32>(v));
-}
-Vomo::String valueToStrep(McastGroupKind const& v) {
-    return KindText::valueToStrep(kindType, static_cast<U32>(v));
-}
-McastGroupKind sequenceToValue(Vomo::CharRange& range, McastGroupKind*) {
-    return static_cast<McastGroupKind>(KindText::sequenceToValue(range, kindType));
-}
-Vomo::String stringValue(McastGroupKind v) {
-    return KindText::stringValue(kindType, static_cast<U32>(v));
-}
-
-GroupKey::GroupKey(Vomo::CharRange& range) {
-    Vomo::parse(*this, range);
-}
-GroupKey::GroupKey(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
-    Vomo::read(*this, in);
-}
-
-U32 GroupKey::hash(U32 seed) const {
-    Vomo::Hash hash(seed);
-    hash.hashMix<2>(&kind_);
-    hash.hashMix<2>(&index_);
-    return hash.result();
-}
-
-Vomo::String valueToStrep(GroupKey v) {
-    return Vomo::text(v);
-}
-std::ostream& operator<<(std::ostream& stream, GroupKey v) {
-    return stream << valueToStrep(v);
-}
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, GroupKey v) {
-    return Vomo::write(out, v), out;
-}
-
-Request::~Request() {
-    notifiees_.deleteAll();
-}
-Vomo::Ptr<Request> Request::RequestIs(GroupKey key) {
-    return Vomo::newEntity<Request>(key);
-}
-Vomo::NotifieeListRecord Request::notifieeList() const {
-    return {1, &notifiees_, 0, 0};
-}
-Vomo::VomoTypeBase Request::fwkType() const {
-    return Vomo::IdOf<Request>::type;
-}
 Vomo::String Request::name() const {
     return valueToStrep(key_);
 }
@@ -172,69 +108,17 @@ void Request::portVlanDelAll() {
     for (PortVlanIterator at(&portVlan_); at; ++at) portVlanDel(at);
 }
 
-Response::~Response() {
-    notifiees_.deleteAll();
-}
-Vomo::Ptr<Response> Response::ResponseIs(GroupKey key) {
-    return Vomo::newEntity<Response>(key);
-}
-Vomo::NotifieeListRecord Response::notifieeList() const {
-    return {1, &notifiees_, 0, 0};
-}
-Vomo::VomoTypeBase Response::fwkType() const {
-    return Vomo::IdOf<Response>::type;
-}
 Vomo::String Response::name() const {
     return valueToStrep(key_);
 }
 
-namespace {
-
-// The mutators of a collection that makes its children. `announce` notifies with the key.
-template <class Child, class Map, class Announce>
-Vomo::Ptr<Child> childIs(Vomo::Entity* owner, Map& map, GroupKey key, Announce&& announce) {
-    if (auto* const node = map[key]) return node->value();
-    Vomo::Ptr<Child> const child = Vomo::newEntity<Child>(key);
-    map.newMember(std::remove_pointer_t<decltype(map[key])>(child));
-    child->parentIs(Vomo::Ptr<Vomo::Entity>(owner));
-    announce(key);
-    return child;
-}
-template <class Child, class Map, class Announce>
-Vomo::Ptr<Child> childDel(Map& map, GroupKey key, Announce&& announce) {
-    auto* const node = map[key];
-    if (node == nullptr) return {};
-    Vomo::Ptr<Child> const child = node->value();
-    map.deleteMember(key);
-    child->parentIs(nullptr);
-    announce(key);
-    return child;
-}
-
-} // namespace
-
 Config::~Config() {
     notifiees_.deleteAll();
-    for (RequestMap::UnsafeIteratorConst i(&request_); i; ++i) i->value()->parentIs(nullptr);
-}
-Vomo::Ptr<Config> Config::ConfigIs(Vomo::String const& name) {
-    return configFactory(name);
-}
-Vomo::NotifieeListRecord Config::notifieeList() const {
-    return {1, &notifiees_, 0, 0};
-}
-Vomo::VomoTypeBase Config::fwkType() const {
-    return Vomo::IdOf<Config>::type;
+    orphan(request_);
 }
 Vomo::Ptr<Request> Config::request(GroupKey key) const {
     VomoRequest* const node = request_[key];
     return node == nullptr ? Vomo::Ptr<Request>() : node->value();
-}
-Vomo::Ptr<Request> Config::requestIs(GroupKey key) {
-    return childIs<Request>(this, request_, key, [this](GroupKey k) { notify(requestAttr, &k); });
-}
-Vomo::Ptr<Request> Config::requestDel(GroupKey key) {
-    return childDel<Request>(request_, key, [this](GroupKey k) { notify(requestAttr, &k); });
 }
 void Config::requestDelAll() {
     for (RequestMap::IteratorConst i(&request_); i; ++i) requestDel(GroupKey(i.key()));
@@ -242,27 +126,11 @@ void Config::requestDelAll() {
 
 Status::~Status() {
     notifiees_.deleteAll();
-    for (ResponseMap::UnsafeIteratorConst i(&response_); i; ++i) i->value()->parentIs(nullptr);
-}
-Vomo::Ptr<Status> Status::StatusIs(Vomo::String const& name) {
-    return statusFactory(name);
-}
-Vomo::NotifieeListRecord Status::notifieeList() const {
-    return {1, &notifiees_, 0, 0};
-}
-Vomo::VomoTypeBase Status::fwkType() const {
-    return Vomo::IdOf<Status>::type;
+    orphan(response_);
 }
 Vomo::Ptr<Response> Status::response(GroupKey key) const {
     VomoResponse* const node = response_[key];
     return node == nullptr ? Vomo::Ptr<Response>() : node->value();
-}
-Vomo::Ptr<Response> Status::responseIs(GroupKey key) {
-    return childIs<Response>(this, response_, key,
-                             [this](GroupKey k) { notify(responseAttr, &k); });
-}
-Vomo::Ptr<Response> Status::responseDel(GroupKey key) {
-    return childDel<Response>(response_, key, [this](GroupKey k) { notify(responseAttr, &k); });
 }
 void Status::responseDelAll() {
     for (ResponseMap::IteratorConst i(&response_); i; ++i) responseDel(GroupKey(i.key()));
@@ -275,10 +143,10 @@ Vomo::Ptr<Status> statusFactory(Vomo::String const& name) {
     return Vomo::newEntity<Status>(name);
 }
 Vomo::Ptr<Request> requestFactory(GroupKey key) {
-    return Request::RequestIs(key);
+    return Vomo::newEntity<Request>(key);
 }
 Vomo::Ptr<Response> responseFactory(GroupKey key) {
-    return Response::ResponseIs(key);
+    return Vomo::newEntity<Response>(key);
 }
 
 } // namespace Multicast::Group
@@ -296,4 +164,5 @@ constexpr Vomo::TypeFrame types[] = {
 } // namespace
 constinit Vomo::VomoModule const Vomo::_McastGroup_5302ff4251cd4c04_vomoModule =
     Vomo::ModuleRecord<types>::value;
+constinit Vomo::ValueFrames<6> const Vomo::McastGroupFrames = Vomo::ModuleRecord<types>::frames;
 static Vomo::ModuleRegistration const registration(&Vomo::_McastGroup_5302ff4251cd4c04_vomoModule);

@@ -19,22 +19,30 @@ namespace Vomo {
 extern "C" {
 extern VomoModule const _McastGroup_5302ff4251cd4c04_vomoModule;
 }
+extern ValueFrames<6> const McastGroupFrames;
+template <U16 index>
+struct InMcastGroup
+    : InFramedModule<&_McastGroup_5302ff4251cd4c04_vomoModule, &McastGroupFrames, index> {};
 template <>
-struct IdOf<Multicast::Group::Config> : InModule<&_McastGroup_5302ff4251cd4c04_vomoModule, 0> {};
+struct IdOf<Multicast::Group::Config> : InMcastGroup<0> {};
 template <>
-struct IdOf<Multicast::Group::GroupKey> : InModule<&_McastGroup_5302ff4251cd4c04_vomoModule, 1> {};
+struct IdOf<Multicast::Group::GroupKey> : InMcastGroup<1> {};
 template <>
-struct IdOf<Multicast::Group::McastGroupKind>
-    : InModule<&_McastGroup_5302ff4251cd4c04_vomoModule, 2> {};
+struct IdOf<Multicast::Group::McastGroupKind> : InMcastGroup<2> {};
 template <>
-struct IdOf<Multicast::Group::Request> : InModule<&_McastGroup_5302ff4251cd4c04_vomoModule, 3> {};
+struct IdOf<Multicast::Group::Request> : InMcastGroup<3> {};
 template <>
-struct IdOf<Multicast::Group::Response> : InModule<&_McastGroup_5302ff4251cd4c04_vomoModule, 4> {};
+struct IdOf<Multicast::Group::Response> : InMcastGroup<4> {};
 template <>
-struct IdOf<Multicast::Group::Status> : InModule<&_McastGroup_5302ff4251cd4c04_vomoModule, 5> {};
+struct IdOf<Multicast::Group::Status> : InMcastGroup<5> {};
 } // namespace Vomo
 
 namespace Multicast::Group {
+
+using Vomo::operator<<;
+using Vomo::sequenceToValue;
+using Vomo::stringValue;
+using Vomo::valueToStrep;
 
 enum class McastGroupKind : U32 {
     mcastGroupKindTapAgg = 19,
@@ -44,24 +52,24 @@ enum class McastGroupKind : U32 {
     mcastGroupKindSflowAccel = 23,
     mcastGroupKindNexthopGroup = 24,
 };
-McastGroupKind McastGroupKindInstance(unsigned int number);
-McastGroupKind McastGroupKindInstance(Vomo::String const& name);
-std::ostream& operator<<(std::ostream& stream, McastGroupKind const& v);
-Vomo::String valueToStrep(McastGroupKind const& v);
-McastGroupKind sequenceToValue(Vomo::CharRange& range, McastGroupKind*);
-Vomo::String stringValue(McastGroupKind v);
+inline McastGroupKind McastGroupKindInstance(unsigned int number) {
+    return Vomo::enumInstance<McastGroupKind>(number);
+}
+inline McastGroupKind McastGroupKindInstance(Vomo::String const& name) {
+    return Vomo::enumInstance<McastGroupKind>(name);
+}
 
 // One hardware group. `kind` may hold a number that McastGroupKind does not declare: other features
 // number their own groups.
 struct GroupKey {
     constexpr GroupKey() = default;
     constexpr GroupKey(U16 kind, U16 index) : kind_(kind), index_(index) {}
-    explicit GroupKey(Vomo::CharRange& range);
-    GroupKey(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
+    explicit GroupKey(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+    GroupKey(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
 
     constexpr U16 kind() const { return kind_; }
     constexpr U16 index() const { return index_; }
-    U32 hash(U32 seed) const;
+    U32 hash(U32 seed) const { return Vomo::hashFields(*this, seed); }
 
     friend constexpr bool operator==(GroupKey, GroupKey) = default;
     friend constexpr auto operator<=>(GroupKey, GroupKey) = default;
@@ -73,12 +81,8 @@ private:
 };
 static_assert(sizeof(GroupKey) == 4 && alignof(GroupKey) == 2);
 
-Vomo::String valueToStrep(GroupKey v);
-std::ostream& operator<<(std::ostream& stream, GroupKey v);
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, GroupKey v);
-
 // An agent's request for a group, in a Config.
-class Request : public Vomo::Entity, public Vomo::Tracked<Request> {
+class Request : public Vomo::EntityOf<Request> {
 public:
     enum Attr : U32 { keyAttr = 258, portVlanAttr, requestIdAttr, toCpuAttr, featureFlagAttr };
     // A member that is asked for.
@@ -89,8 +93,7 @@ public:
     using PortVlanIterator = PortVlanMap::IteratorConst;
 
     explicit Request(GroupKey key) : key_(key) {}
-    ~Request() override;
-    static Vomo::Ptr<Request> RequestIs(GroupKey key);
+    static Vomo::Ptr<Request> RequestIs(GroupKey key) { return Vomo::newEntity<Request>(key); }
 
     GroupKey const& key() const { return key_; }
     // False also if it is no member.
@@ -104,25 +107,18 @@ public:
     // Raised by the agent for each new version of the request.
     U32 requestId() const { return requestId_; }
     void requestIdIs(U32 v) { assign(requestId_, v, requestIdAttr); }
-    U32 requestIdInc(U32 n) {
-        requestIdIs(requestId_ + n);
-        return requestId_;
-    }
-    U32 requestIdDec(U32 n) {
-        requestIdIs(requestId_ - n);
-        return requestId_;
-    }
+    U32 requestIdInc(U32 n) { return increase(requestId_, n, requestIdAttr); }
+    U32 requestIdDec(U32 n) { return increase(requestId_, 0 - n, requestIdAttr); }
     // A copy goes to the CPU.
     bool toCpu() const { return toCpu_; }
     void toCpuIs(bool v) { assign(toCpu_, v, toCpuAttr); }
     U32 featureFlag() const { return featureFlag_; }
     void featureFlagIs(U32 v) { assign(featureFlag_, v, featureFlagAttr); }
 
-    Vomo::NotifieeListRecord notifieeList() const override;
-    Vomo::VomoTypeBase fwkType() const override;
     Vomo::String name() const override;
 
 private:
+    friend EntityOf;
     friend Vomo::Describe<Request>;
     void removeMember(VomoPortVlan* node);
 
@@ -135,13 +131,12 @@ private:
 };
 
 // The answer to a request, in a Status.
-class Response : public Vomo::Entity, public Vomo::Tracked<Response> {
+class Response : public Vomo::EntityOf<Response> {
 public:
     enum Attr : U32 { keyAttr = 258, successAttr, multicastIdAttr, requestIdAttr, responseIdAttr };
 
     explicit Response(GroupKey key) : key_(key) {}
-    ~Response() override;
-    static Vomo::Ptr<Response> ResponseIs(GroupKey key);
+    static Vomo::Ptr<Response> ResponseIs(GroupKey key) { return Vomo::newEntity<Response>(key); }
 
     GroupKey const& key() const { return key_; }
     bool success() const { return success_; }
@@ -154,20 +149,13 @@ public:
     void requestIdIs(U32 v) { assign(requestId_, v, requestIdAttr); }
     U32 responseId() const { return responseId_; }
     void responseIdIs(U32 v) { assign(responseId_, v, responseIdAttr); }
-    U32 responseIdInc(U32 n) {
-        responseIdIs(responseId_ + n);
-        return responseId_;
-    }
-    U32 responseIdDec(U32 n) {
-        responseIdIs(responseId_ - n);
-        return responseId_;
-    }
+    U32 responseIdInc(U32 n) { return increase(responseId_, n, responseIdAttr); }
+    U32 responseIdDec(U32 n) { return increase(responseId_, 0 - n, responseIdAttr); }
 
-    Vomo::NotifieeListRecord notifieeList() const override;
-    Vomo::VomoTypeBase fwkType() const override;
     Vomo::String name() const override;
 
 private:
+    friend EntityOf;
     friend Vomo::Describe<Response>;
     GroupKey key_;
     bool success_ = false;
@@ -178,7 +166,7 @@ private:
 };
 
 // The requests of one agent.
-class Config : public Vomo::Entity, public Vomo::Tracked<Config> {
+class Config : public Vomo::EntityOf<Config> {
 public:
     enum Attr : U32 { requestAttr = 258 };
     struct RequestKeyFunktor {
@@ -192,21 +180,26 @@ public:
 
     explicit Config(Vomo::String const& name) : name_(name) {}
     ~Config() override;
-    static Vomo::Ptr<Config> ConfigIs(Vomo::String const& name);
+    static Vomo::Ptr<Config> ConfigIs(Vomo::String const& name) {
+        return Vomo::newEntity<Config>(name);
+    }
 
     Vomo::Ptr<Request> request(GroupKey key) const;
     RequestMap const& request() const { return request_; }
     // The request of that key, made if there is none.
-    Vomo::Ptr<Request> requestIs(GroupKey key);
+    Vomo::Ptr<Request> requestIs(GroupKey key) {
+        return childIs<Request>(request_, key, requestAttr);
+    }
     // Returns the request, which has no parent any more; null if there was none.
-    Vomo::Ptr<Request> requestDel(GroupKey key);
+    Vomo::Ptr<Request> requestDel(GroupKey key) {
+        return childDel<Request>(request_, key, requestAttr);
+    }
     void requestDelAll();
 
-    Vomo::NotifieeListRecord notifieeList() const override;
-    Vomo::VomoTypeBase fwkType() const override;
     Vomo::String name() const override { return name_; }
 
 private:
+    friend EntityOf;
     friend Vomo::Describe<Config>;
     Vomo::String name_;
     RequestMap request_;
@@ -214,7 +207,7 @@ private:
 };
 
 // The responses to one agent.
-class Status : public Vomo::Entity, public Vomo::Tracked<Status> {
+class Status : public Vomo::EntityOf<Status> {
 public:
     enum Attr : U32 { responseAttr = 258 };
     struct ResponseKeyFunktor {
@@ -228,19 +221,24 @@ public:
 
     explicit Status(Vomo::String const& name) : name_(name) {}
     ~Status() override;
-    static Vomo::Ptr<Status> StatusIs(Vomo::String const& name);
+    static Vomo::Ptr<Status> StatusIs(Vomo::String const& name) {
+        return Vomo::newEntity<Status>(name);
+    }
 
     Vomo::Ptr<Response> response(GroupKey key) const;
     ResponseMap const& response() const { return response_; }
-    Vomo::Ptr<Response> responseIs(GroupKey key);
-    Vomo::Ptr<Response> responseDel(GroupKey key);
+    Vomo::Ptr<Response> responseIs(GroupKey key) {
+        return childIs<Response>(response_, key, responseAttr);
+    }
+    Vomo::Ptr<Response> responseDel(GroupKey key) {
+        return childDel<Response>(response_, key, responseAttr);
+    }
     void responseDelAll();
 
-    Vomo::NotifieeListRecord notifieeList() const override;
-    Vomo::VomoTypeBase fwkType() const override;
     Vomo::String name() const override { return name_; }
 
 private:
+    friend EntityOf;
     friend Vomo::Describe<Status>;
     Vomo::String name_;
     ResponseMap response_;

@@ -1,5 +1,6 @@
 #include "Mroute/Mfib.h"
 
+#include "L3/VrfName.h"
 #include "Mroute/RouteKeyBits.h"
 #include "Vomo/Record.h"
 
@@ -17,6 +18,15 @@ struct Vomo::Describe<Routing::Multicast::Fib::Counter> {
         mutates<&T::lastRefreshTime_>(4, "lastRefreshTime"),
         mutates<&T::active_>(5, "active"),
         function<&T::briskString>(6, "briskString"),
+    });
+};
+template <>
+struct Vomo::Describe<Routing::Multicast::Fib::CounterMode> {
+    static constexpr auto type = enumeration<U32>("Routing::Multicast::Fib::CounterMode");
+    static constexpr auto attributes = rows({
+        literal(2, "None", 0),
+        literal(3, "packetMode", 1),
+        literal(4, "byteMode", 2),
     });
 };
 template <>
@@ -231,12 +241,8 @@ RouteKey sequenceToValue(Vomo::CharRange& range, RouteKey*) {
 }
 
 RouteKey::RouteKey(Vomo::CharRange& range) : RouteKey(sequenceToValue(range, this)) {}
-RouteKey::RouteKey(Vomo::NboAttrLog::In* in, Vomo::StreamBogon tag) : s_(in, tag), g_(in, tag) {}
 std::ostream& operator<<(std::ostream& stream, RouteKey const& v) {
     return stream << valueToStrep(v);
-}
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, RouteKey const& v) {
-    return out << v.s() << v.g();
 }
 
 Vomo::String Counter::briskString() const {
@@ -254,63 +260,18 @@ bool operator<(Counter const& a, Counter const& b) {
     return a.value_ < b.value_;
 }
 
-RouteKeyTypeConverter::RouteKeyTypeConverter(Vomo::CharRange& range) {
-    Vomo::parse(*this, range);
-}
-RouteKeyTypeConverter::RouteKeyTypeConverter(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
-    Vomo::read(*this, in);
-}
-Intf::Intf(Vomo::CharRange& range) {
-    Vomo::parse(*this, range);
-}
-Intf::Intf(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
-    Vomo::read(*this, in);
-}
-Counter::Counter(Vomo::CharRange& range) {
-    Vomo::parse(*this, range);
-}
-Counter::Counter(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
-    Vomo::read(*this, in);
-}
-
-Vomo::String valueToStrep(RouteKeyTypeConverter v) {
-    return Vomo::text(v);
-}
-Vomo::String valueToStrep(Intf const& v) {
-    return Vomo::text(v);
-}
-Vomo::String valueToStrep(Counter const& v) {
-    return Vomo::text(v);
-}
-std::ostream& operator<<(std::ostream& stream, RouteKeyTypeConverter v) {
-    return stream << valueToStrep(v);
-}
-std::ostream& operator<<(std::ostream& stream, Intf const& v) {
-    return stream << valueToStrep(v);
-}
-std::ostream& operator<<(std::ostream& stream, Counter const& v) {
-    return stream << valueToStrep(v);
-}
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, RouteKeyTypeConverter v) {
-    return Vomo::write(out, v), out;
-}
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, Intf const& v) {
-    return Vomo::write(out, v), out;
-}
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, Counter const& v) {
-    return Vomo::write(out, v), out;
-}
-
 } // namespace Routing::Multicast::Fib
 
 namespace {
 // In order of name.
 constexpr Vomo::TypeFrame types[] = {
     Vomo::frameOf<Routing::Multicast::Fib::Counter>,
+    Vomo::frameOf<Routing::Multicast::Fib::CounterMode>,
     Vomo::frameOf<Routing::Multicast::Fib::Intf>,
     Vomo::frameOf<Routing::Multicast::Fib::RouteKeyTypeConverter>,
 };
 } // namespace
 constinit Vomo::VomoModule const Vomo::_Mfib_81f0b1a1b6aa3812_vomoModule =
     Vomo::ModuleRecord<types>::value;
+constinit Vomo::ValueFrames<4> const Vomo::MfibFrames = Vomo::ModuleRecord<types>::frames;
 static Vomo::ModuleRegistration const registration(&Vomo::_Mfib_81f0b1a1b6aa3812_vomoModule);

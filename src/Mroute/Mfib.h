@@ -6,6 +6,7 @@
 
 namespace Routing::Multicast::Fib {
 class Counter;
+enum class CounterMode : U32;
 class Intf;
 class RouteKeyTypeConverter;
 } // namespace Routing::Multicast::Fib
@@ -14,24 +15,37 @@ namespace Vomo {
 extern "C" {
 extern VomoModule const _Mfib_81f0b1a1b6aa3812_vomoModule;
 }
+extern ValueFrames<4> const MfibFrames;
+template <U16 index>
+struct InMfib : InFramedModule<&_Mfib_81f0b1a1b6aa3812_vomoModule, &MfibFrames, index> {};
 template <>
-struct IdOf<Routing::Multicast::Fib::Counter> : InModule<&_Mfib_81f0b1a1b6aa3812_vomoModule, 0> {};
+struct IdOf<Routing::Multicast::Fib::Counter> : InMfib<0> {};
 template <>
-struct IdOf<Routing::Multicast::Fib::Intf> : InModule<&_Mfib_81f0b1a1b6aa3812_vomoModule, 1> {};
+struct IdOf<Routing::Multicast::Fib::CounterMode> : InMfib<1> {};
 template <>
-struct IdOf<Routing::Multicast::Fib::RouteKeyTypeConverter>
-    : InModule<&_Mfib_81f0b1a1b6aa3812_vomoModule, 2> {};
+struct IdOf<Routing::Multicast::Fib::Intf> : InMfib<2> {};
+template <>
+struct IdOf<Routing::Multicast::Fib::RouteKeyTypeConverter> : InMfib<3> {};
 } // namespace Vomo
 
 namespace Routing::Multicast::Fib {
+
+// What the counters count.
+enum class CounterMode : U32 { None = 0, packetMode = 1, byteMode = 2 };
+inline CounterMode CounterModeInstance(unsigned int number) {
+    return Vomo::enumInstance<CounterMode>(number);
+}
+inline CounterMode CounterModeInstance(Vomo::String const& name) {
+    return Vomo::enumInstance<CounterMode>(name);
+}
 
 // A kind of route key with its number. Text: that of the kind.
 class RouteKeyTypeConverter {
 public:
     constexpr RouteKeyTypeConverter() = default;
     constexpr explicit RouteKeyTypeConverter(RouteKeyType value) : value_(value) {}
-    explicit RouteKeyTypeConverter(Vomo::CharRange& range);
-    RouteKeyTypeConverter(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
+    explicit RouteKeyTypeConverter(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+    RouteKeyTypeConverter(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
 
     constexpr RouteKeyType value() const { return value_; }
     constexpr U32 intValue() const { return static_cast<U32>(value_); }
@@ -49,8 +63,8 @@ class Intf {
 public:
     constexpr Intf() = default;
     constexpr explicit Intf(Kelpie::IntfId intfId) : intfId_(intfId) {}
-    explicit Intf(Vomo::CharRange& range);
-    Intf(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
+    explicit Intf(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+    Intf(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
 
     constexpr Kelpie::IntfId intfId() const { return intfId_; }
     constexpr IntfFlags intfFlags() const { return intfFlags_; }
@@ -85,8 +99,8 @@ class Counter {
 public:
     constexpr Counter() = default;
     constexpr explicit Counter(IpGenRouteKey const& key) : key_(key) {}
-    explicit Counter(Vomo::CharRange& range);
-    Counter(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
+    explicit Counter(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+    Counter(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
 
     constexpr IpGenRouteKey const& key() const { return key_; }
     constexpr U64 value() const { return value_; }
@@ -115,15 +129,5 @@ private:
     Vomo::Pad<7> pad_;
 };
 static_assert(sizeof(Counter) == 72 && alignof(Counter) == 8);
-
-Vomo::String valueToStrep(RouteKeyTypeConverter v);
-Vomo::String valueToStrep(Intf const& v);
-Vomo::String valueToStrep(Counter const& v);
-std::ostream& operator<<(std::ostream& stream, RouteKeyTypeConverter v);
-std::ostream& operator<<(std::ostream& stream, Intf const& v);
-std::ostream& operator<<(std::ostream& stream, Counter const& v);
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, RouteKeyTypeConverter v);
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, Intf const& v);
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, Counter const& v);
 
 } // namespace Routing::Multicast::Fib

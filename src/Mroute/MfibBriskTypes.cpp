@@ -1,5 +1,6 @@
 #include "Mroute/MfibBriskTypes.h"
 
+#include "Mroute/MfibDir.h"
 #include "Vomo/Record.h"
 
 #include <bit>
@@ -33,6 +34,26 @@ struct Vomo::Describe<Brisk::Multicast::Fib::IntfOifIndex> {
     static constexpr auto attributes = rows({
         ctor<&T::key_>(2, "key"),
         ctor<&T::oifIndex_>(3, "oifIndex"),
+    });
+};
+template <>
+struct Vomo::Describe<Brisk::Multicast::Fib::MfibDir> {
+    using T = Brisk::Multicast::Fib::MfibDir;
+    static constexpr auto type = entity("Brisk::Multicast::Fib::MfibDir", wide);
+    static constexpr auto attributes = rows({
+        children<&T::dirColl_, &T::dirCollIs, &T::dirCollDel>(T::dirCollAttr, "dirColl", "vrfName"),
+        statics<&T::mountPath>(259, "mountPath", {"af"}),
+    });
+};
+template <>
+struct Vomo::Describe<Brisk::Multicast::Fib::MfibDirColl> {
+    using T = Brisk::Multicast::Fib::MfibDirColl;
+    static constexpr auto type = entity("Brisk::Multicast::Fib::MfibDirColl");
+    static constexpr auto attributes = rows({
+        ctor<&T::vrfName_>(T::vrfNameAttr, "vrfName"),
+        notifying<&T::briskUrl_, &T::briskUrl, &T::briskUrlIs>(T::briskUrlAttr, "briskUrl"),
+        notifying<&T::bitMapperBriskUrl_, &T::bitMapperBriskUrl, &T::bitMapperBriskUrlIs>(
+            T::bitMapperBriskUrlAttr, "bitMapperBriskUrl"),
     });
 };
 template <>
@@ -108,6 +129,7 @@ struct Vomo::Describe<Brisk::Multicast::Fib::TableInfo> {
     using T = Brisk::Multicast::Fib::TableInfo;
     static constexpr auto type = value("Brisk::Multicast::Fib::TableInfo");
     static constexpr auto attributes = rows({
+        statics<&T::mfibMountInfo>(2, "mfibMountInfo", {"type"}),
         constant<&T::maxRoutes>(3, "maxRoutes"),
         constant<&T::maxOifIndexs>(4, "maxOifIndexs"),
     });
@@ -240,102 +262,40 @@ Vomo::String BidirGroup::briskString() const {
     return text.str();
 }
 
-Route::Route(Vomo::CharRange& range) {
-    Vomo::parse(*this, range);
-}
-Route::Route(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
-    Vomo::read(*this, in);
-}
-OifIndexIntf::OifIndexIntf(Vomo::CharRange& range) {
-    Vomo::parse(*this, range);
-}
-OifIndexIntf::OifIndexIntf(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
-    Vomo::read(*this, in);
-}
-IntfOifIndex::IntfOifIndex(Vomo::CharRange& range) {
-    Vomo::parse(*this, range);
-}
-IntfOifIndex::IntfOifIndex(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
-    Vomo::read(*this, in);
-}
-DfProfile::DfProfile(Vomo::CharRange& range) {
-    Vomo::parse(*this, range);
-}
-DfProfile::DfProfile(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
-    Vomo::read(*this, in);
-}
-BidirGroup::BidirGroup(Vomo::CharRange& range) {
-    Vomo::parse(*this, range);
-}
-BidirGroup::BidirGroup(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
-    Vomo::read(*this, in);
+VomoBrisk::MountInfo TableInfo::mfibMountInfo(VomoBrisk::VomoBriskType type) {
+    VomoBrisk::MountInfo info(type);
+    info.collectionInfoIs({"route", maxRoutes, 0});
+    info.collectionInfoIs({"oifIndexIntf", maxOifIndexs, 0});
+    return info;
 }
 
-Vomo::String valueToStrep(OifIndex v) {
-    return Vomo::text(v);
+Vomo::String MfibDirColl::name() const {
+    return valueToStrep(vrfName_);
 }
-Vomo::String valueToStrep(Route const& v) {
-    return Vomo::text(v);
+
+MfibDir::~MfibDir() {
+    notifiees_.deleteAll();
+    orphan(dirColl_);
 }
-Vomo::String valueToStrep(OifIndexIntf const& v) {
-    return Vomo::text(v);
+Vomo::String MfibDir::mountPath(Kelpie::AddressFamily af) {
+    return Routing::Multicast::Fib::mountPath(af);
 }
-Vomo::String valueToStrep(IntfOifIndex const& v) {
-    return Vomo::text(v);
+Vomo::Ptr<MfibDirColl> MfibDir::dirColl(L3::VrfName const& vrf) const {
+    VomoDirColl* const node = dirColl_[vrf];
+    return node == nullptr ? Vomo::Ptr<MfibDirColl>() : node->value();
 }
-Vomo::String valueToStrep(DfProfile const& v) {
-    return Vomo::text(v);
+void MfibDir::dirCollDelAll() {
+    for (DirCollMap::IteratorConst i(&dirColl_); i; ++i) dirCollDel(L3::VrfName(i.key()));
 }
-Vomo::String valueToStrep(BidirGroup const& v) {
-    return Vomo::text(v);
+Vomo::Ptr<MfibDirColl> mfibDirCollFactory(L3::VrfName const& vrfName) {
+    return Vomo::newEntity<MfibDirColl>(vrfName);
 }
-Vomo::String valueToStrep(TableInfo) {
-    return {};
+Vomo::Ptr<MfibDir> mfibDirFactory(Vomo::String const& name) {
+    return Vomo::newEntity<MfibDir>(name);
 }
 
 std::ostream& operator<<(std::ostream& stream, OifIndex v) {
     return stream << v.value();
-}
-std::ostream& operator<<(std::ostream& stream, Route const& v) {
-    return stream << valueToStrep(v);
-}
-std::ostream& operator<<(std::ostream& stream, OifIndexIntf const& v) {
-    return stream << valueToStrep(v);
-}
-std::ostream& operator<<(std::ostream& stream, IntfOifIndex const& v) {
-    return stream << valueToStrep(v);
-}
-std::ostream& operator<<(std::ostream& stream, DfProfile const& v) {
-    return stream << valueToStrep(v);
-}
-std::ostream& operator<<(std::ostream& stream, BidirGroup const& v) {
-    return stream << valueToStrep(v);
-}
-std::ostream& operator<<(std::ostream& stream, TableInfo) {
-    return stream;
-}
-
-using Vomo::NboAttrLog::Out;
-Out& operator<<(Out& out, OifIndex v) {
-    return out << v.value();
-}
-Out& operator<<(Out& out, Route const& v) {
-    return Vomo::write(out, v), out;
-}
-Out& operator<<(Out& out, OifIndexIntf const& v) {
-    return Vomo::write(out, v), out;
-}
-Out& operator<<(Out& out, IntfOifIndex const& v) {
-    return Vomo::write(out, v), out;
-}
-Out& operator<<(Out& out, DfProfile const& v) {
-    return Vomo::write(out, v), out;
-}
-Out& operator<<(Out& out, BidirGroup const& v) {
-    return Vomo::write(out, v), out;
-}
-Out& operator<<(Out& out, TableInfo) {
-    return out;
 }
 
 } // namespace Brisk::Multicast::Fib
@@ -346,6 +306,8 @@ constexpr Vomo::TypeFrame types[] = {
     Vomo::frameOf<Brisk::Multicast::Fib::BidirGroup>,
     Vomo::frameOf<Brisk::Multicast::Fib::DfProfile>,
     Vomo::frameOf<Brisk::Multicast::Fib::IntfOifIndex>,
+    Vomo::entityFrameOf<Brisk::Multicast::Fib::MfibDir, Vomo::String>,
+    Vomo::entityFrameOf<Brisk::Multicast::Fib::MfibDirColl, L3::VrfName>,
     Vomo::frameOf<Brisk::Multicast::Fib::OifIndex>,
     Vomo::frameOf<Brisk::Multicast::Fib::OifIndexIntf>,
     Vomo::frameOf<Brisk::Multicast::Fib::Route>,
@@ -354,5 +316,6 @@ constexpr Vomo::TypeFrame types[] = {
 } // namespace
 constinit Vomo::VomoModule const Vomo::_MfibBriskTypes_aaea5100197a8ed6_vomoModule =
     Vomo::ModuleRecord<types>::value;
+constinit Vomo::ValueFrames<9> const Vomo::MfibBriskTypesFrames = Vomo::ModuleRecord<types>::frames;
 static Vomo::ModuleRegistration const
     registration(&Vomo::_MfibBriskTypes_aaea5100197a8ed6_vomoModule);

@@ -4,6 +4,7 @@
 
 #include "Kelpie/IntfId.h"
 #include "Mroute/MfibTypes.h"
+#include "VomoBrisk/MountInfo.h"
 
 #include <utility>
 
@@ -11,6 +12,8 @@ namespace Brisk::Multicast::Fib {
 class BidirGroup;
 class DfProfile;
 class IntfOifIndex;
+class MfibDir;
+class MfibDirColl;
 class OifIndex;
 class OifIndexIntf;
 class Route;
@@ -21,27 +24,28 @@ namespace Vomo {
 extern "C" {
 extern VomoModule const _MfibBriskTypes_aaea5100197a8ed6_vomoModule;
 }
+extern ValueFrames<9> const MfibBriskTypesFrames;
+template <U16 index>
+struct InMfibBriskTypes
+    : InFramedModule<&_MfibBriskTypes_aaea5100197a8ed6_vomoModule, &MfibBriskTypesFrames, index> {};
 template <>
-struct IdOf<Brisk::Multicast::Fib::BidirGroup>
-    : InModule<&_MfibBriskTypes_aaea5100197a8ed6_vomoModule, 0> {};
+struct IdOf<Brisk::Multicast::Fib::BidirGroup> : InMfibBriskTypes<0> {};
 template <>
-struct IdOf<Brisk::Multicast::Fib::DfProfile>
-    : InModule<&_MfibBriskTypes_aaea5100197a8ed6_vomoModule, 1> {};
+struct IdOf<Brisk::Multicast::Fib::DfProfile> : InMfibBriskTypes<1> {};
 template <>
-struct IdOf<Brisk::Multicast::Fib::IntfOifIndex>
-    : InModule<&_MfibBriskTypes_aaea5100197a8ed6_vomoModule, 2> {};
+struct IdOf<Brisk::Multicast::Fib::IntfOifIndex> : InMfibBriskTypes<2> {};
 template <>
-struct IdOf<Brisk::Multicast::Fib::OifIndex>
-    : InModule<&_MfibBriskTypes_aaea5100197a8ed6_vomoModule, 3> {};
+struct IdOf<Brisk::Multicast::Fib::MfibDir> : InMfibBriskTypes<3> {};
 template <>
-struct IdOf<Brisk::Multicast::Fib::OifIndexIntf>
-    : InModule<&_MfibBriskTypes_aaea5100197a8ed6_vomoModule, 4> {};
+struct IdOf<Brisk::Multicast::Fib::MfibDirColl> : InMfibBriskTypes<4> {};
 template <>
-struct IdOf<Brisk::Multicast::Fib::Route>
-    : InModule<&_MfibBriskTypes_aaea5100197a8ed6_vomoModule, 5> {};
+struct IdOf<Brisk::Multicast::Fib::OifIndex> : InMfibBriskTypes<5> {};
 template <>
-struct IdOf<Brisk::Multicast::Fib::TableInfo>
-    : InModule<&_MfibBriskTypes_aaea5100197a8ed6_vomoModule, 6> {};
+struct IdOf<Brisk::Multicast::Fib::OifIndexIntf> : InMfibBriskTypes<6> {};
+template <>
+struct IdOf<Brisk::Multicast::Fib::Route> : InMfibBriskTypes<7> {};
+template <>
+struct IdOf<Brisk::Multicast::Fib::TableInfo> : InMfibBriskTypes<8> {};
 } // namespace Vomo
 
 namespace Brisk::Multicast::Fib {
@@ -51,6 +55,8 @@ using Routing::Multicast::Fib::IpGenRouteKey;
 using Routing::Multicast::Fib::RouteFlags;
 using Routing::Multicast::Fib::RoutePriority;
 using Routing::Multicast::Fib::RpaIndex;
+using Vomo::operator<<;
+using Vomo::valueToStrep;
 
 // The number of an outgoing interface: 0 to 511, or 512 for none. Above that RangeException. Text:
 // the number.
@@ -93,8 +99,8 @@ public:
 
     constexpr Route() = default;
     constexpr explicit Route(IpGenRouteKey const& key) : key_(key) {}
-    explicit Route(Vomo::CharRange& range);
-    Route(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
+    explicit Route(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+    Route(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
 
     constexpr IpGenRouteKey const& key() const { return key_; }
     constexpr Kelpie::IntfId iif() const { return iif_; }
@@ -223,8 +229,7 @@ static_assert(sizeof(Route) == 160 && alignof(Route) == 8);
 // A walk over the outgoing interfaces of a copy of a route.
 class Route::OifIteratorConst {
 public:
-    OifIteratorConst(Route const& route, OifIndex at)
-        : route_(route), index_(at), done_(!at) {}
+    OifIteratorConst(Route const& route, OifIndex at) : route_(route), index_(at), done_(!at) {}
     explicit operator bool() const { return !done_; }
     bool done() const { return done_; }
     OifIndex operator*() const { return index_; }
@@ -246,8 +251,8 @@ class OifIndexIntf {
 public:
     constexpr OifIndexIntf() = default;
     constexpr OifIndexIntf(OifIndex key, Kelpie::IntfId intf) : key_(key), intf_(intf) {}
-    explicit OifIndexIntf(Vomo::CharRange& range);
-    OifIndexIntf(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
+    explicit OifIndexIntf(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+    OifIndexIntf(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
 
     constexpr OifIndex key() const { return key_; }
     constexpr Kelpie::IntfId intf() const { return intf_; }
@@ -278,9 +283,10 @@ static_assert(sizeof(OifIndexIntf) == 24 && alignof(OifIndexIntf) == 8);
 class IntfOifIndex {
 public:
     constexpr IntfOifIndex() = default;
-    constexpr IntfOifIndex(Kelpie::IntfId key, OifIndex oifIndex) : key_(key), oifIndex_(oifIndex) {}
-    explicit IntfOifIndex(Vomo::CharRange& range);
-    IntfOifIndex(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
+    constexpr IntfOifIndex(Kelpie::IntfId key, OifIndex oifIndex)
+        : key_(key), oifIndex_(oifIndex) {}
+    explicit IntfOifIndex(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+    IntfOifIndex(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
 
     constexpr Kelpie::IntfId key() const { return key_; }
     constexpr OifIndex oifIndex() const { return oifIndex_; }
@@ -301,8 +307,8 @@ class DfProfile {
 public:
     constexpr DfProfile() = default;
     constexpr explicit DfProfile(Kelpie::IntfId key) : key_(key) {}
-    explicit DfProfile(Vomo::CharRange& range);
-    DfProfile(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
+    explicit DfProfile(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+    DfProfile(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
 
     constexpr Kelpie::IntfId key() const { return key_; }
     constexpr U64 dfBitmap() const { return dfBitmap_; }
@@ -327,8 +333,8 @@ class BidirGroup {
 public:
     constexpr BidirGroup() = default;
     constexpr explicit BidirGroup(Kelpie::IpGenPrefix const& key) : key_(key) {}
-    explicit BidirGroup(Vomo::CharRange& range);
-    BidirGroup(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
+    explicit BidirGroup(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+    BidirGroup(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
 
     constexpr Kelpie::IpGenPrefix const& key() const { return key_; }
     constexpr RpaIndex rpa() const { return rpa_; }
@@ -352,36 +358,18 @@ class TableInfo {
 public:
     static constexpr U32 maxRoutes = 12000;
     static constexpr U32 maxOifIndexs = 1024;
+    // Of a mount in that role: the tables "route" and "oifIndexIntf" of these sizes.
+    static VomoBrisk::MountInfo mfibMountInfo(VomoBrisk::VomoBriskType type);
 
     constexpr TableInfo() = default;
-    explicit TableInfo(Vomo::CharRange&) {}
-    TableInfo(Vomo::NboAttrLog::In*, Vomo::StreamBogon) {}
+    explicit TableInfo(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+    TableInfo(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
     constexpr explicit operator bool() const { return false; }
 
     friend constexpr bool operator==(TableInfo, TableInfo) = default;
 };
 
-Vomo::String valueToStrep(OifIndex v);
-Vomo::String valueToStrep(Route const& v);
-Vomo::String valueToStrep(OifIndexIntf const& v);
-Vomo::String valueToStrep(IntfOifIndex const& v);
-Vomo::String valueToStrep(DfProfile const& v);
-Vomo::String valueToStrep(BidirGroup const& v);
-Vomo::String valueToStrep(TableInfo v);
 // The number itself.
 std::ostream& operator<<(std::ostream& stream, OifIndex v);
-std::ostream& operator<<(std::ostream& stream, Route const& v);
-std::ostream& operator<<(std::ostream& stream, OifIndexIntf const& v);
-std::ostream& operator<<(std::ostream& stream, IntfOifIndex const& v);
-std::ostream& operator<<(std::ostream& stream, DfProfile const& v);
-std::ostream& operator<<(std::ostream& stream, BidirGroup const& v);
-std::ostream& operator<<(std::ostream& stream, TableInfo v);
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, OifIndex v);
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, Route const& v);
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, OifIndexIntf const& v);
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, IntfOifIndex const& v);
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, DfProfile const& v);
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, BidirGroup const& v);
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, TableInfo v);
 
 } // namespace Brisk::Multicast::Fib

@@ -1,7 +1,6 @@
 #include "Mroute/MfibTypes.h"
 
 #include "Mroute/RouteKeyBits.h"
-#include "Vomo/EnumType.h"
 #include "Vomo/Record.h"
 
 #include <ostream>
@@ -137,38 +136,14 @@ struct Vomo::Describe<Routing::Multicast::Fib::RoutePriority> {
 template <>
 struct Vomo::Describe<Routing::Multicast::Fib::RpaIndex> {
     using T = Routing::Multicast::Fib::RpaIndex;
-    static constexpr auto type =
-        derivedValue<BitMapper::BitIndex>("Routing::Multicast::Fib::RpaIndex", wrapper);
+    using Base = BitMapper::BitIndex;
+    static constexpr auto type = derivedValue<Base>("Routing::Multicast::Fib::RpaIndex", wrapper);
     static constexpr auto attributes = rows({constant<&T::rpaDefault>(130, "rpaDefault")});
 };
 
 namespace Routing::Multicast::Fib {
 
 using namespace RouteKeyBits;
-
-namespace {
-using KindText = Vomo::EnumType<U32>;
-constexpr Vomo::VomoTypeBase kindType = Vomo::IdOf<RouteKeyType>::type;
-} // namespace
-
-RouteKeyType RouteKeyTypeInstance(unsigned int number) {
-    return static_cast<RouteKeyType>(KindText::instance(kindType, number));
-}
-RouteKeyType RouteKeyTypeInstance(Vomo::String const& name) {
-    return static_cast<RouteKeyType>(KindText::instance(kindType, name));
-}
-std::ostream& operator<<(std::ostream& stream, RouteKeyType const& v) {
-    return KindText::operatorLessLess(stream, kindType, static_cast<U32>(v));
-}
-Vomo::String valueToStrep(RouteKeyType const& v) {
-    return KindText::valueToStrep(kindType, static_cast<U32>(v));
-}
-RouteKeyType sequenceToValue(Vomo::CharRange& range, RouteKeyType*) {
-    return static_cast<RouteKeyType>(KindText::sequenceToValue(range, kindType));
-}
-Vomo::String stringValue(RouteKeyType v) {
-    return KindText::stringValue(kindType, static_cast<U32>(v));
-}
 
 RouteKeyType IpGenRouteKey::kind() const {
     if (g_.isMulticast()) return RouteKeyType::mroute;
@@ -281,8 +256,6 @@ IpGenRouteKey::IpGenRouteKey(Vomo::CharRange& range) {
     range.needString(",");
     g_ = Vomo::deserializeAttr<Kelpie::IpGenPrefix>(range, "g");
 }
-IpGenRouteKey::IpGenRouteKey(Vomo::NboAttrLog::In* in, Vomo::StreamBogon tag)
-    : s_(in, tag), g_(in, tag) {}
 
 IpGenRouteKey sequenceToValue(Vomo::CharRange& range, IpGenRouteKey*) {
     return IpGenRouteKey(range);
@@ -296,9 +269,6 @@ std::ostream& operator<<(std::ostream& stream, IpGenRouteKey const& v) {
 std::ostream& operator<<(std::ostream& stream, IpGenRouteKey const* v) {
     return stream << "(" << v->s() << ", " << v->g() << ")";
 }
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, IpGenRouteKey const& v) {
-    return out << v.s() << v.g();
-}
 
 Vomo::String IpGenRouteKey::pretty() const {
     RouteKeyType const type = kind();
@@ -310,53 +280,6 @@ Vomo::String IpGenRouteKey::pretty() const {
     return fmt::format("({},{})", text(s_), text(g_));
 }
 
-RouteFlags::RouteFlags(Vomo::CharRange& range) {
-    Vomo::parse(*this, range);
-}
-RouteFlags::RouteFlags(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
-    Vomo::read(*this, in);
-}
-IntfFlags::IntfFlags(Vomo::CharRange& range) {
-    Vomo::parse(*this, range);
-}
-IntfFlags::IntfFlags(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
-    Vomo::read(*this, in);
-}
-IifFlags::IifFlags(Vomo::CharRange& range) {
-    Vomo::parse(*this, range);
-}
-IifFlags::IifFlags(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
-    Vomo::read(*this, in);
-}
-RoutePriority::RoutePriority(Vomo::CharRange& range) {
-    Vomo::parse(*this, range);
-}
-RoutePriority::RoutePriority(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
-    Vomo::read(*this, in);
-}
-
-Vomo::String valueToStrep(RouteFlags v) {
-    return Vomo::text(v);
-}
-Vomo::String valueToStrep(IntfFlags v) {
-    return Vomo::text(v);
-}
-Vomo::String valueToStrep(IifFlags v) {
-    return Vomo::text(v);
-}
-Vomo::String valueToStrep(RoutePriority v) {
-    return Vomo::text(v);
-}
-Vomo::String valueToStrep(RpaIndex v) {
-    return valueToStrep(static_cast<BitMapper::BitIndex>(v));
-}
-
-std::ostream& operator<<(std::ostream& stream, RouteFlags v) {
-    return stream << valueToStrep(v);
-}
-std::ostream& operator<<(std::ostream& stream, IntfFlags v) {
-    return stream << valueToStrep(v);
-}
 std::ostream& operator<<(std::ostream& stream, IntfFlags const* v) {
     stream << "Flags: ";
     if (v->value() == 0) return stream << "None";
@@ -366,31 +289,11 @@ std::ostream& operator<<(std::ostream& stream, IntfFlags const* v) {
     if (v->noRpf()) stream << 'R';
     return stream;
 }
-std::ostream& operator<<(std::ostream& stream, IifFlags v) {
-    return stream << valueToStrep(v);
-}
 std::ostream& operator<<(std::ostream& stream, RoutePriority v) {
     return stream << +v.value();
 }
 std::ostream& operator<<(std::ostream& stream, RpaIndex v) {
     return stream << v.value();
-}
-
-using Vomo::NboAttrLog::Out;
-Out& operator<<(Out& out, RouteFlags v) {
-    return Vomo::write(out, v), out;
-}
-Out& operator<<(Out& out, IntfFlags v) {
-    return Vomo::write(out, v), out;
-}
-Out& operator<<(Out& out, IifFlags v) {
-    return Vomo::write(out, v), out;
-}
-Out& operator<<(Out& out, RoutePriority v) {
-    return out << v.value();
-}
-Out& operator<<(Out& out, RpaIndex v) {
-    return out << v.value();
 }
 
 } // namespace Routing::Multicast::Fib
@@ -410,4 +313,5 @@ constexpr Vomo::TypeFrame types[] = {
 } // namespace
 constinit Vomo::VomoModule const Vomo::_MfibTypes_bf6f8d1799ee26b7_vomoModule =
     Vomo::ModuleRecord<types>::value;
+constinit Vomo::ValueFrames<8> const Vomo::MfibTypesFrames = Vomo::ModuleRecord<types>::frames;
 static Vomo::ModuleRegistration const registration(&Vomo::_MfibTypes_bf6f8d1799ee26b7_vomoModule);

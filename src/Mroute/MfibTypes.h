@@ -24,35 +24,35 @@ namespace Vomo {
 extern "C" {
 extern VomoModule const _MfibTypes_bf6f8d1799ee26b7_vomoModule;
 }
+extern ValueFrames<8> const MfibTypesFrames;
+template <U16 index>
+struct InMfibTypes
+    : InFramedModule<&_MfibTypes_bf6f8d1799ee26b7_vomoModule, &MfibTypesFrames, index> {};
 template <>
-struct IdOf<Routing::Multicast::Fib::IifFlags>
-    : InModule<&_MfibTypes_bf6f8d1799ee26b7_vomoModule, 0> {};
+struct IdOf<Routing::Multicast::Fib::IifFlags> : InMfibTypes<0> {};
 template <>
-struct IdOf<Routing::Multicast::Fib::IntfFlags>
-    : InModule<&_MfibTypes_bf6f8d1799ee26b7_vomoModule, 1> {};
+struct IdOf<Routing::Multicast::Fib::IntfFlags> : InMfibTypes<1> {};
 template <>
-struct IdOf<Routing::Multicast::Fib::IpGenRouteKey>
-    : InModule<&_MfibTypes_bf6f8d1799ee26b7_vomoModule, 2> {};
+struct IdOf<Routing::Multicast::Fib::IpGenRouteKey> : InMfibTypes<2> {};
 template <>
-struct IdOf<Routing::Multicast::Fib::RouteFlags>
-    : InModule<&_MfibTypes_bf6f8d1799ee26b7_vomoModule, 3> {};
+struct IdOf<Routing::Multicast::Fib::RouteFlags> : InMfibTypes<3> {};
 template <>
-struct IdOf<Routing::Multicast::Fib::RouteKey>
-    : InModule<&_MfibTypes_bf6f8d1799ee26b7_vomoModule, 4> {};
+struct IdOf<Routing::Multicast::Fib::RouteKey> : InMfibTypes<4> {};
 template <>
-struct IdOf<Routing::Multicast::Fib::RouteKeyType>
-    : InModule<&_MfibTypes_bf6f8d1799ee26b7_vomoModule, 5> {};
+struct IdOf<Routing::Multicast::Fib::RouteKeyType> : InMfibTypes<5> {};
 template <>
-struct IdOf<Routing::Multicast::Fib::RoutePriority>
-    : InModule<&_MfibTypes_bf6f8d1799ee26b7_vomoModule, 6> {};
+struct IdOf<Routing::Multicast::Fib::RoutePriority> : InMfibTypes<6> {};
 template <>
-struct IdOf<Routing::Multicast::Fib::RpaIndex>
-    : InModule<&_MfibTypes_bf6f8d1799ee26b7_vomoModule, 7> {};
+struct IdOf<Routing::Multicast::Fib::RpaIndex> : InMfibTypes<7> {};
 } // namespace Vomo
 
 namespace Routing::Multicast::Fib {
 
 using ::Multicast::Group::GroupKey;
+using Vomo::operator<<;
+using Vomo::sequenceToValue;
+using Vomo::stringValue;
+using Vomo::valueToStrep;
 
 // The kind of a route key: the top four bits of its group's address. A key made by hand may have a
 // kind of 9 to 13, which is not declared here.
@@ -67,12 +67,12 @@ enum class RouteKeyType : U32 {
     multicastV6Floodset = 7,   // IPv6 multicast flood set of a VLAN
     mroute = 8,                // a real multicast route
 };
-RouteKeyType RouteKeyTypeInstance(unsigned int number);
-RouteKeyType RouteKeyTypeInstance(Vomo::String const& name);
-std::ostream& operator<<(std::ostream& stream, RouteKeyType const& v);
-Vomo::String valueToStrep(RouteKeyType const& v);
-RouteKeyType sequenceToValue(Vomo::CharRange& range, RouteKeyType*);
-Vomo::String stringValue(RouteKeyType v);
+inline RouteKeyType RouteKeyTypeInstance(unsigned int number) {
+    return Vomo::enumInstance<RouteKeyType>(number);
+}
+inline RouteKeyType RouteKeyTypeInstance(Vomo::String const& name) {
+    return Vomo::enumInstance<RouteKeyType>(name);
+}
 
 // The hash of one prefix of a key; 0 of a family other than IPv4 and IPv6. The table's readers hash a
 // key with each step, so it stands here.
@@ -94,7 +94,7 @@ public:
         : s_(s), g_(g) {}
     IpGenRouteKey(RouteKey const& key);
     explicit IpGenRouteKey(Vomo::CharRange& range);
-    IpGenRouteKey(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
+    IpGenRouteKey(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
 
     constexpr Kelpie::IpGenPrefix const& s() const { return s_; }
     constexpr void sIs(Kelpie::IpGenPrefix const& v) { s_ = v; }
@@ -146,7 +146,7 @@ public:
     constexpr RouteKey(Kelpie::Prefix s, Kelpie::Prefix g) : s_(s), g_(g) {}
     RouteKey(IpGenRouteKey const& key) : s_(key.s().v4Prefix()), g_(key.g().v4Prefix()) {}
     explicit RouteKey(Vomo::CharRange& range);
-    RouteKey(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
+    RouteKey(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
 
     constexpr Kelpie::Prefix s() const { return s_; }
     constexpr void sIs(Kelpie::Prefix v) { s_ = v; }
@@ -194,7 +194,6 @@ IpGenRouteKey sequenceToValue(Vomo::CharRange& range, IpGenRouteKey*);
 std::ostream& operator<<(std::ostream& stream, IpGenRouteKey const& v);
 // "(s, g)"
 std::ostream& operator<<(std::ostream& stream, IpGenRouteKey const* v);
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, IpGenRouteKey const& v);
 
 // Names the general type and the parts that the kind has: "Value('Routing::Multicast::Fib::
 // IpGenRouteKey', ** {'kind': 'vlanFloodset', 'vlanId': 7})".
@@ -205,7 +204,6 @@ Vomo::String valueToStrep(RouteKey const& v);
 RouteKey sequenceToValue(Vomo::CharRange& range, RouteKey*);
 // The text form, not pretty().
 std::ostream& operator<<(std::ostream& stream, RouteKey const& v);
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, RouteKey const& v);
 
 // Flags of a route.
 class RouteFlags : public Vomo::FlagSet<RouteFlags, 255> {
@@ -213,10 +211,7 @@ public:
     static RouteFlags const valid_, toCpu_, iifRegister_, oifRegister_, programmable_,
         skipSoftwareProgramming_, iifPmsi_, virtualRoute_;
 
-    constexpr RouteFlags() = default;
-    constexpr explicit RouteFlags(U8 bits) : FlagSet(bits) {}
-    explicit RouteFlags(Vomo::CharRange& range);
-    RouteFlags(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
+    using FlagSet::FlagSet;
 
     constexpr bool valid() const { return bit(0); }
     constexpr void validIs(bool v) { bitIs(0, v); }
@@ -245,10 +240,7 @@ class IntfFlags : public Vomo::FlagSet<IntfFlags, 63> {
 public:
     static IntfFlags const forward_, accept_, notify_, noRpf_, fastdrop_, frr_;
 
-    constexpr IntfFlags() = default;
-    constexpr explicit IntfFlags(U8 bits) : FlagSet(bits) {}
-    explicit IntfFlags(Vomo::CharRange& range);
-    IntfFlags(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
+    using FlagSet::FlagSet;
 
     constexpr bool forward() const { return bit(0); }
     constexpr void forwardIs(bool v) { bitIs(0, v); }
@@ -271,10 +263,7 @@ class IifFlags : public Vomo::FlagSet<IifFlags, 1> {
 public:
     static IifFlags const noRpf_;
 
-    constexpr IifFlags() = default;
-    constexpr explicit IifFlags(U8 bits) : FlagSet(bits) {}
-    explicit IifFlags(Vomo::CharRange& range);
-    IifFlags(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
+    using FlagSet::FlagSet;
 
     constexpr bool noRpf() const { return bit(0); }
     constexpr void noRpfIs(bool v) { bitIs(0, v); }
@@ -293,8 +282,8 @@ public:
 
     constexpr RoutePriority() = default;
     constexpr explicit RoutePriority(U8 value) : value_(value) {}
-    explicit RoutePriority(Vomo::CharRange& range);
-    RoutePriority(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
+    explicit RoutePriority(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+    RoutePriority(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
 
     constexpr U8 value() const { return value_; }
     constexpr U32 hash() const { return value_; }
@@ -323,23 +312,10 @@ public:
 };
 static_assert(sizeof(RpaIndex) == 2);
 
-Vomo::String valueToStrep(RouteFlags v);
-Vomo::String valueToStrep(IntfFlags v);
-Vomo::String valueToStrep(IifFlags v);
-Vomo::String valueToStrep(RoutePriority v);
-Vomo::String valueToStrep(RpaIndex v);
-std::ostream& operator<<(std::ostream& stream, RouteFlags v);
-std::ostream& operator<<(std::ostream& stream, IntfFlags v);
 // For traces: "Flags: FAN" by letters for forward, accept, notify, noRpf (R); "Flags: None".
 std::ostream& operator<<(std::ostream& stream, IntfFlags const* v);
-std::ostream& operator<<(std::ostream& stream, IifFlags v);
 std::ostream& operator<<(std::ostream& stream, RoutePriority v);
 std::ostream& operator<<(std::ostream& stream, RpaIndex v);
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, RouteFlags v);
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, IntfFlags v);
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, IifFlags v);
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, RoutePriority v);
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, RpaIndex v);
 
 // Where the FIB's mount tree begins: "routing/multicast/fib", "routing6/multicast/fib". Any other
 // family ends the process.

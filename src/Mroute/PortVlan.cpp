@@ -1,9 +1,6 @@
 #include "Mroute/PortVlan.h"
 
-#include "Vomo/Hash.h"
 #include "Vomo/Record.h"
-
-#include <ostream>
 
 template <>
 struct Vomo::Describe<MrouteLib::OutLif> {
@@ -57,81 +54,6 @@ struct Vomo::Describe<MrouteLib::PortVlan> {
     });
 };
 
-namespace MrouteLib {
-
-U32 PortVlan::hash(U32 seed) const {
-    U32 const words[] = {port_.hash(), outLif_.value(),
-                         Vomo::hashSingleAttr(0, overlayVlanId_.value()), portProperty_.value()};
-    Vomo::Hash hash(seed);
-    for (U32 const& word : words) hash.hashMix<4>(&word);
-    return hash.result();
-}
-
-OutLif::OutLif(Vomo::CharRange& range) {
-    Vomo::parse(*this, range);
-}
-OutLif::OutLif(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
-    Vomo::read(*this, in);
-}
-PortProperty::PortProperty(Vomo::CharRange& range) {
-    Vomo::parse(*this, range);
-}
-PortProperty::PortProperty(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
-    Vomo::read(*this, in);
-}
-PortPropertyMask::PortPropertyMask(Vomo::CharRange& range) {
-    Vomo::parse(*this, range);
-}
-PortPropertyMask::PortPropertyMask(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
-    Vomo::read(*this, in);
-}
-PortVlan::PortVlan(Vomo::CharRange& range) {
-    Vomo::parse(*this, range);
-}
-PortVlan::PortVlan(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
-    Vomo::read(*this, in);
-}
-
-Vomo::String valueToStrep(OutLif v) {
-    return Vomo::text(v);
-}
-Vomo::String valueToStrep(PortProperty v) {
-    return Vomo::text(v);
-}
-Vomo::String valueToStrep(PortPropertyMask v) {
-    return Vomo::text(v);
-}
-Vomo::String valueToStrep(PortVlan const& v) {
-    return Vomo::text(v);
-}
-std::ostream& operator<<(std::ostream& stream, OutLif v) {
-    return stream << valueToStrep(v);
-}
-std::ostream& operator<<(std::ostream& stream, PortProperty v) {
-    return stream << valueToStrep(v);
-}
-std::ostream& operator<<(std::ostream& stream, PortPropertyMask v) {
-    return stream << valueToStrep(v);
-}
-std::ostream& operator<<(std::ostream& stream, PortVlan const& v) {
-    return stream << valueToStrep(v);
-}
-using Vomo::NboAttrLog::Out;
-Out& operator<<(Out& out, OutLif v) {
-    return out << v.value();
-}
-Out& operator<<(Out& out, PortProperty v) {
-    return out << v.value();
-}
-Out& operator<<(Out& out, PortPropertyMask v) {
-    return out << v.mask();
-}
-Out& operator<<(Out& out, PortVlan const& v) {
-    return Vomo::write(out, v), out;
-}
-
-} // namespace MrouteLib
-
 namespace {
 // In order of name.
 constexpr Vomo::TypeFrame types[] = {
@@ -143,4 +65,5 @@ constexpr Vomo::TypeFrame types[] = {
 } // namespace
 constinit Vomo::VomoModule const Vomo::_PortVlan_adcde2bd179a1d29_vomoModule =
     Vomo::ModuleRecord<types>::value;
+constinit Vomo::ValueFrames<4> const Vomo::PortVlanFrames = Vomo::ModuleRecord<types>::frames;
 static Vomo::ModuleRegistration const registration(&Vomo::_PortVlan_adcde2bd179a1d29_vomoModule);

@@ -3,6 +3,7 @@
 
 #include "Bridging/VlanId.h"
 #include "Kelpie/IntfId.h"
+#include "Vomo/Value.h"
 
 namespace MrouteLib {
 class OutLif;
@@ -15,17 +16,24 @@ namespace Vomo {
 extern "C" {
 extern VomoModule const _PortVlan_adcde2bd179a1d29_vomoModule;
 }
+extern ValueFrames<4> const PortVlanFrames;
+template <U16 index>
+struct InPortVlan : InFramedModule<&_PortVlan_adcde2bd179a1d29_vomoModule, &PortVlanFrames, index> {
+};
 template <>
-struct IdOf<MrouteLib::OutLif> : InModule<&_PortVlan_adcde2bd179a1d29_vomoModule, 0> {};
+struct IdOf<MrouteLib::OutLif> : InPortVlan<0> {};
 template <>
-struct IdOf<MrouteLib::PortProperty> : InModule<&_PortVlan_adcde2bd179a1d29_vomoModule, 1> {};
+struct IdOf<MrouteLib::PortProperty> : InPortVlan<1> {};
 template <>
-struct IdOf<MrouteLib::PortPropertyMask> : InModule<&_PortVlan_adcde2bd179a1d29_vomoModule, 2> {};
+struct IdOf<MrouteLib::PortPropertyMask> : InPortVlan<2> {};
 template <>
-struct IdOf<MrouteLib::PortVlan> : InModule<&_PortVlan_adcde2bd179a1d29_vomoModule, 3> {};
+struct IdOf<MrouteLib::PortVlan> : InPortVlan<3> {};
 } // namespace Vomo
 
 namespace MrouteLib {
+
+using Vomo::operator<<;
+using Vomo::valueToStrep;
 
 // A logical interface, or, from 1 to 4094, a VLAN. Text: the number.
 class OutLif {
@@ -34,8 +42,8 @@ public:
 
     constexpr OutLif() = default;
     constexpr explicit OutLif(U32 value) : value_(value) {}
-    explicit OutLif(Vomo::CharRange& range);
-    OutLif(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
+    explicit OutLif(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+    OutLif(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
 
     constexpr U32 value() const { return value_; }
     constexpr void valueIs(U32 v) { value_ = v; }
@@ -58,8 +66,8 @@ class PortProperty {
 public:
     constexpr PortProperty() = default;
     constexpr explicit PortProperty(U32 value) : value_(value) {}
-    explicit PortProperty(Vomo::CharRange& range);
-    PortProperty(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
+    explicit PortProperty(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+    PortProperty(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
 
     constexpr U32 value() const { return value_; }
     constexpr void valueIs(U32 v) { value_ = v; }
@@ -97,11 +105,13 @@ class PortPropertyMask {
 public:
     constexpr PortPropertyMask() = default;
     constexpr explicit PortPropertyMask(U8 mask) : mask_(mask) {}
-    explicit PortPropertyMask(Vomo::CharRange& range);
-    PortPropertyMask(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
+    explicit PortPropertyMask(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+    PortPropertyMask(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
 
     constexpr U8 mask() const { return mask_; }
     constexpr void maskIs(U8 v) { mask_ = v; }
+    constexpr U8 maskInc(U8 n) & { return mask_ = static_cast<U8>(mask_ + n); }
+    constexpr U8 maskDec(U8 n) & { return mask_ = static_cast<U8>(mask_ - n); }
     constexpr bool mlagPort() const { return bit(0); }
     constexpr void mlagPortIs(bool v) { bitIs(0, v); }
     constexpr bool tagOnEgress() const { return bit(1); }
@@ -130,8 +140,8 @@ private:
 class PortVlan {
 public:
     constexpr PortVlan() = default;
-    explicit PortVlan(Vomo::CharRange& range);
-    PortVlan(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
+    explicit PortVlan(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+    PortVlan(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
 
     constexpr Kelpie::IntfId port() const { return port_; }
     constexpr void portIs(Kelpie::IntfId v) { port_ = v; }
@@ -146,7 +156,7 @@ public:
     constexpr void portPropertyIs(PortProperty v) { portProperty_ = v; }
     // The word is no VLAN.
     constexpr bool isOutLif() const { return outLif_.value() < 1 || outLif_.value() > 4094; }
-    U32 hash(U32 seed) const;
+    U32 hash(U32 seed) const { return Vomo::hashFields(*this, seed); }
     constexpr explicit operator bool() const { return !(*this == PortVlan()); }
 
     friend constexpr bool operator==(PortVlan const&, PortVlan const&) = default;
@@ -162,18 +172,5 @@ private:
     Vomo::Pad<4> pad2_;
 };
 static_assert(sizeof(PortVlan) == 24 && alignof(PortVlan) == 8);
-
-Vomo::String valueToStrep(OutLif v);
-Vomo::String valueToStrep(PortProperty v);
-Vomo::String valueToStrep(PortPropertyMask v);
-Vomo::String valueToStrep(PortVlan const& v);
-std::ostream& operator<<(std::ostream& stream, OutLif v);
-std::ostream& operator<<(std::ostream& stream, PortProperty v);
-std::ostream& operator<<(std::ostream& stream, PortPropertyMask v);
-std::ostream& operator<<(std::ostream& stream, PortVlan const& v);
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, OutLif v);
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, PortProperty v);
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, PortPropertyMask v);
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, PortVlan const& v);
 
 } // namespace MrouteLib

@@ -25,14 +25,8 @@ TunnelId::TunnelId(U64 value) : value_(value) {
 }
 TunnelId::TunnelId(Vomo::CharRange& range) : TunnelId(Vomo::deserializeAttr<U64>(range, "value")) {}
 TunnelId::TunnelId(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) : TunnelId(in->nextU64()) {}
-Vomo::String valueToStrep(TunnelId v) {
-    return Vomo::text(v);
-}
 std::ostream& operator<<(std::ostream& stream, TunnelId v) {
     return stream << v.value();
-}
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, TunnelId v) {
-    return out << v.value();
 }
 
 } // namespace Tunnel::TunnelTable
@@ -42,5 +36,7 @@ constexpr Vomo::TypeFrame types[] = {Vomo::frameOf<Tunnel::TunnelTable::TunnelId
 } // namespace
 constinit Vomo::VomoModule const Vomo::_TunnelBasicTypes_868265ad3920b5fa_vomoModule =
     Vomo::ModuleRecord<types>::value;
+constinit Vomo::ValueFrames<1> const Vomo::TunnelBasicTypesFrames =
+    Vomo::ModuleRecord<types>::frames;
 static Vomo::ModuleRegistration const
     registration(&Vomo::_TunnelBasicTypes_868265ad3920b5fa_vomoModule);

@@ -1,7 +1,7 @@
 // The number of a tunnel in the tunnel table.
 #pragma once
 
-#include "Vomo/Fwd.h"
+#include "Vomo/Value.h"
 
 namespace Tunnel::TunnelTable {
 class TunnelId;
@@ -11,12 +11,18 @@ namespace Vomo {
 extern "C" {
 extern VomoModule const _TunnelBasicTypes_868265ad3920b5fa_vomoModule;
 }
+extern ValueFrames<1> const TunnelBasicTypesFrames;
+template <U16 index>
+struct InTunnelBasicTypes : InFramedModule<&_TunnelBasicTypes_868265ad3920b5fa_vomoModule,
+                                           &TunnelBasicTypesFrames, index> {};
 template <>
-struct IdOf<Tunnel::TunnelTable::TunnelId>
-    : InModule<&_TunnelBasicTypes_868265ad3920b5fa_vomoModule, 0> {};
+struct IdOf<Tunnel::TunnelTable::TunnelId> : InTunnelBasicTypes<0> {};
 } // namespace Vomo
 
 namespace Tunnel::TunnelTable {
+
+using Vomo::operator<<;
+using Vomo::valueToStrep;
 
 // 0 to 2^49 - 1; above that RangeException. Text: the number.
 class TunnelId {
@@ -40,8 +46,6 @@ private:
 };
 static_assert(sizeof(TunnelId) == 8);
 
-Vomo::String valueToStrep(TunnelId v);
 std::ostream& operator<<(std::ostream& stream, TunnelId v);
-Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, TunnelId v);
 
 } // namespace Tunnel::TunnelTable

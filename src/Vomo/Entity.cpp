@@ -135,6 +135,9 @@ void throwMutatorArgNullPointerException(VomoTypeBase type, U32 attrId) {
 void throwNewEntityArgsException(VomoTypeBase type) {
     Dunlin::fmthrow<ArgumentException>("{} takes no arguments but its name", type.name());
 }
+void throwNotMadeByOthers(VomoTypeBase type) {
+    Dunlin::fmthrow<NoImplementationException>("{} is made by its owner alone", type.name());
+}
 void Impl::throwMutatorReinstantiating(Entity const& owner, U32 attrId, Entity const* present,
                                        Entity const* added) {
     Dunlin::fmthrow<ArgumentException>("{} {}: attribute {} holds another child {} than {}",

@@ -95,6 +95,24 @@ protected:
         notify(attrId);
         return true;
     }
+    // Adds, with the field's own wrap-around; returns the new value.
+    template <class V>
+    V increase(V& field, V by, U32 attrId) {
+        assign(field, static_cast<V>(field + by), attrId);
+        return field;
+    }
+    // The mutators of a collection that makes its children. Of `childIs`: the child under that key,
+    // made, inserted and told of if there is none.
+    template <class Child, class Map, class Key>
+    Ptr<Child> childIs(Map& map, Key const& key, U32 attrId);
+    // The child that was removed, which has no parent any more; null if there was none.
+    template <class Child, class Map, class Key>
+    Ptr<Child> childDel(Map& map, Key const& key, U32 attrId);
+    // For the destructor: the children may live on.
+    template <class Map>
+    static void orphan(Map const& map) {
+        for (typename Map::UnsafeIteratorConst i(&map); i; ++i) i->value()->parentIs(nullptr);
+    }
 
 private:
     Entity* parent_ = nullptr;
@@ -106,6 +124,8 @@ private:
 
 [[noreturn]] void throwMutatorArgNullPointerException(VomoTypeBase type, U32 attrId);
 [[noreturn]] void throwNewEntityArgsException(VomoTypeBase type);
+// An entity of `type` is made by its owner alone.
+[[noreturn]] void throwNotMadeByOthers(VomoTypeBase type);
 namespace Impl {
 // Another child stands under the key of `added`.
 [[noreturn]] void throwMutatorReinstantiating(Entity const& owner, U32 attrId,
@@ -131,12 +151,45 @@ protected:
     ~Tracked() { AllocTrackTypeInfo::_trackDeallocation(&vomoAllocTrackTypeInfo_, sizeof(T)); }
 };
 
+// What every entity class T has alike; T derives from EntityOf<T> or EntityOf<T, its base>, names it
+// a friend, and ends in its list of notifiees, `mutable NotifieeList notifiees_`, which goes first
+// when T is destroyed.
+template <class T, class Base = Entity>
+class EntityOf : public Base, public Tracked<T> {
+public:
+    using Base::Base;
+    NotifieeListRecord notifieeList() const override {
+        return {1, &static_cast<T const*>(this)->notifiees_, 0, 0};
+    }
+    VomoTypeBase fwkType() const override { return IdOf<T>::type; }
+};
+
 // Makes an entity that can stand alone: constructs it, then turns notification on.
 template <class T, class... A>
 Ptr<T> newEntity(A&&... args) {
     Ptr<T> entity(new T(std::forward<A>(args)...));
     entity->hasNotificationActiveIs(true);
     return entity;
+}
+
+template <class Child, class Map, class Key>
+Ptr<Child> Entity::childIs(Map& map, Key const& key, U32 attrId) {
+    if (auto* const node = map[key]) return node->value();
+    Ptr<Child> const child = newEntity<Child>(key);
+    map.newMember(std::remove_pointer_t<decltype(map[key])>(child));
+    child->parentIs(Ptr<Entity>(this));
+    notify(attrId, &key);
+    return child;
+}
+template <class Child, class Map, class Key>
+Ptr<Child> Entity::childDel(Map& map, Key const& key, U32 attrId) {
+    auto* const node = map[key];
+    if (node == nullptr) return {};
+    Ptr<Child> const child = node->value();
+    map.deleteMember(key);
+    child->parentIs(nullptr);
+    notify(attrId, &key);
+    return child;
 }
 
 } // namespace Vomo

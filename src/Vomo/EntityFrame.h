@@ -13,10 +13,6 @@ namespace NboAttrLog {
 class EntityAdapter;
 }
 
-template <>
-struct BuiltinNumber<Entity> {
-    static constexpr U16 value = 3;
-};
 inline constexpr FieldType entityBase{.builtin = 3};
 template <class T>
 inline constexpr FieldType entityType{.type = IdOf<T>::type};
@@ -68,8 +64,8 @@ struct CollectionOps {
     void* (*keyNew)(void const* key);
     void (*keyDel)(void* key);
     DirtyKeys* (*dirtyNew)();
-    // Room for a key that is read.
-    GenericIfRaw::Iterator::IteratorVTable const* iteratorMethods;
+    // What the iterator stands on: a value, a Ptr<Entity>, or whether the set still has it.
+    void (*iterObj)(void* iterator, void* out);
 };
 
 namespace Impl {
@@ -180,8 +176,8 @@ struct Collection {
     static void keyDel(void* key) { delete static_cast<Key*>(key); }
     static DirtyKeys* dirtyNew() { return new DirtyKeysOf<Key>; }
 
-    // The iterator of the generic interface.
-    static bool iterObj(VomoAttr, void* iterator, void* out) {
+    // For the iterator of the generic interface: the member that it stands on.
+    static void iterObj(void* iterator, void* out) {
         auto& i = *static_cast<Iterator*>(iterator);
         if constexpr (!Types::isHash) {
             *static_cast<Value*>(out) = i.value();
@@ -195,20 +191,7 @@ struct Collection {
             else if (present != nullptr)
                 *static_cast<Value*>(out) = present->value();
         }
-        return true;
     }
-    static bool iterKeyOut(VomoAttr, void* iterator, void* out) {
-        *static_cast<Key*>(out) = static_cast<Iterator*>(iterator)->key();
-        return true;
-    }
-    static bool iterNonnull(VomoAttr, void* iterator) {
-        return bool(*static_cast<Iterator*>(iterator));
-    }
-    static void iterNext(VomoAttr, void* iterator) { iterInc(iterator); }
-    static void iterEnd(VomoAttr, void* iterator) { iterDel(iterator); }
-    static constexpr GenericIfRaw::Iterator::IteratorVTable iteratorMethods{
-        iterObj, iterKeyOut, iterNonnull, iterNext, iterEnd, {}};
-
     static constexpr FieldType const* valueType() {
         if constexpr (isChildren || std::is_void_v<Value>)
             return nullptr;
@@ -216,9 +199,9 @@ struct Collection {
             return &fieldType<Value>;
     }
     static constexpr CollectionOps ops{
-        &fieldType<Key>, valueType(), isChildren, members,  version,         find,    setMember,
-        delMember,       iterNew,     iterKey,    iterInc,  iterDel,         markAll, unmark,
-        isMarked,        keyNew,      keyDel,     dirtyNew, &iteratorMethods};
+        &fieldType<Key>, valueType(), isChildren, members,  version, find,    setMember,
+        delMember,       iterNew,     iterKey,    iterInc,  iterDel, markAll, unmark,
+        isMarked,        keyNew,      keyDel,     dirtyNew, iterObj};
 };
 
 template <auto get, auto set>
@@ -277,6 +260,27 @@ consteval Row children(U32 number, char const* name, char const* keyName) {
 consteval TypeHead entity(char const* name, U8 flags = 0) {
     return {name, TypeKind::entity, flags, &entityBase};
 }
+// An entity derived from an entity: Describe names that as Base, too, and stands behind its
+// Describe.
+template <class Base>
+consteval TypeHead derivedEntity(char const* name, U8 flags = 0) {
+    return {name, TypeKind::entity, flags, &entityType<Base>};
+}
+
+// The rows of an entity with those of its bases in front, in order of number.
+template <class T>
+constexpr auto allRows() {
+    if constexpr (requires { typename Describe<T>::Base; }) {
+        constexpr auto base = allRows<typename Describe<T>::Base>();
+        constexpr auto const& own = Describe<T>::attributes;
+        std::array<Row, base.size() + std::size(own)> all;
+        for (std::size_t i = 0; i < all.size(); ++i)
+            all[i] = i < base.size() ? base[i] : own[i - base.size()];
+        return all;
+    } else {
+        return Describe<T>::attributes;
+    }
+}
 
 // The functions of an entity type that the attribute log calls.
 struct StreamTable {
@@ -292,8 +296,10 @@ struct StreamTable {
                                         NboAttrLog::In* in);
     U32 (*streamAdapterOnAttribute)(NboAttrLog::EntityAdapter* sa, U32 attrId, void const* key);
     void const* reserved[2];
+    // Of the type's collections; what `genericIfIterator` hands out.
+    GenericIfRaw::Iterator::IteratorVTable iterators;
 };
-static_assert(sizeof(StreamTable) == 96);
+static_assert(offsetof(StreamTable, iterators) == 96);
 
 namespace NboAttrLog {
 // The engines behind the stream table of every entity type.
@@ -310,10 +316,11 @@ void writeCtorParams(Out& out, std::span<Row const> rows, Entity const* entity);
 } // namespace NboAttrLog
 
 // The per-type functions of an entity; each hands its rows to an engine. An entity is made from one
-// argument, its name or key.
+// argument, its name or key; with `void` for that, by its owner alone.
 template <class T, class Argument>
 struct TypeImpl {
-    static constexpr std::span<Row const> rows() { return Describe<T>::attributes; }
+    static constexpr auto allOf = allRows<T>();
+    static constexpr std::span<Row const> rows() { return allOf; }
     using Sa = NboAttrLog::EntityAdapter;
 
     static void* newEntityForDir(String const& name, void* args) {
@@ -326,8 +333,10 @@ struct TypeImpl {
             return nullptr;
         }
     }
-    static Ptr<Entity> newEntityForAttrLog(NboAttrLog::In* in) {
-        if constexpr (std::is_same_v<Argument, String>)
+    static Ptr<Entity> newEntityForAttrLog([[maybe_unused]] NboAttrLog::In* in) {
+        if constexpr (std::is_void_v<Argument>)
+            throwNotMadeByOthers(IdOf<T>::type);
+        else if constexpr (std::is_same_v<Argument, String>)
             return newEntity<T>(in->nextString());
         else
             return newEntity<T>(Argument(in, StreamBogon{}));
@@ -345,14 +354,32 @@ struct TypeImpl {
     }
     static void* genericIfIterator(void* object, void** key, VomoAttr attr,
                                    GenericIfRaw::Iterator::IteratorVTable const** methods) {
+        CollectionOps const* const of = collection(attr);
+        if (of == nullptr) return nullptr;
+        *methods = &stream.iterators;
+        return of->iterNew(static_cast<T*>(static_cast<Entity*>(object)),
+                           key == nullptr ? nullptr : *key);
+    }
+    // Null for an attribute that is no collection of T.
+    static CollectionOps const* collection(VomoAttr attr) {
         for (Row const& row : rows())
-            if (row.number == attr.attributeId() && row.collection != nullptr) {
-                *methods = row.collection->iteratorMethods;
-                return row.collection->iterNew(static_cast<T*>(static_cast<Entity*>(object)),
-                                               key == nullptr ? nullptr : *key);
-            }
+            if (row.number == attr.attributeId()) return row.collection;
         return nullptr;
     }
+    static bool iterObj(VomoAttr attr, void* iterator, void* out) {
+        collection(attr)->iterObj(iterator, out);
+        return true;
+    }
+    static bool iterKey(VomoAttr attr, void* iterator, void* out) {
+        CollectionOps const& of = *collection(attr);
+        of.key->assign(out, of.iterKey(iterator));
+        return true;
+    }
+    static bool iterNonnull(VomoAttr attr, void* iterator) {
+        return collection(attr)->iterKey(iterator) != nullptr;
+    }
+    static void iterInc(VomoAttr attr, void* iterator) { collection(attr)->iterInc(iterator); }
+    static void iterDel(VomoAttr attr, void* iterator) { collection(attr)->iterDel(iterator); }
 
     static void newFlowOut(Sa* sa, bool, U32 lastSynced) {
         NboAttrLog::newFlowOut(sa, rows(), lastSynced);
@@ -378,9 +405,15 @@ struct TypeImpl {
         return NboAttrLog::onAttribute(sa, rows(), attrId, key);
     }
     static constexpr bool hasChildren() {
-        for (Row const& row : Describe<T>::attributes)
+        for (Row const& row : allOf)
             if (row.kind == RowKind::children) return true;
         return false;
+    }
+    static constexpr GenericIfRaw::Iterator::IteratorVTable iterators() {
+        for (Row const& row : allOf)
+            if (row.collection != nullptr)
+                return {iterObj, iterKey, iterNonnull, iterInc, iterDel, {}};
+        return {};
     }
     static constexpr StreamTable stream{newEntityForAttrLog,
                                         newFlowOut,
@@ -392,7 +425,8 @@ struct TypeImpl {
                                         doHandleAttrTransaction,
                                         doHandleAttrDeserialization,
                                         streamAdapterOnAttribute,
-                                        {}};
+                                        {},
+                                        iterators()};
 };
 
 namespace GenericIfImpl {

@@ -2,14 +2,24 @@
 #pragma once
 
 #include "Vomo/Exception.h"
-#include "Vomo/Fwd.h"
+#include "Vomo/Value.h"
 
 namespace Vomo {
 
-// Base of the flag set T, whose declared bits are `mask`, from bit 0 upward.
-template <class T, U8 mask> class FlagSet {
+// Base of the flag set T, whose declared bits are `mask`, from bit 0 upward. T inherits the
+// constructors.
+template <class T, U8 mask>
+class FlagSet {
 public:
     static constexpr U8 definedBits = mask;
+
+    constexpr FlagSet() = default;
+    // Raises RangeException for a bit that is not declared.
+    constexpr explicit FlagSet(U8 bits) : bits_(bits & mask) {
+        if (bits > mask) throwDenseEnumBoolSetRangeException(IdOf<T>::type, bits);
+    }
+    explicit FlagSet(CharRange& range) { IdOf<T>::frame().parse(range, this); }
+    FlagSet(NboAttrLog::In* in, StreamBogon) { IdOf<T>::frame().read(in, this); }
 
     constexpr U8 value() const { return bits_; }
     constexpr explicit operator bool() const { return bits_ != 0; }
@@ -24,11 +34,6 @@ public:
     friend constexpr T operator~(T a) { return of(~a.value()); }
 
 protected:
-    constexpr FlagSet() = default;
-    // Raises RangeException for a bit that is not declared.
-    constexpr explicit FlagSet(U8 bits) : bits_(bits & mask) {
-        if (bits > mask) throwDenseEnumBoolSetRangeException(IdOf<T>::type, bits);
-    }
     constexpr bool bit(unsigned n) const { return bits_ >> n & 1; }
     constexpr void bitIs(unsigned n, bool on) {
         bits_ = static_cast<U8>((bits_ & ~(1U << n)) | static_cast<unsigned>(on) << n);

@@ -29,15 +29,6 @@ void flagIs(std::span<Row const> rows, Row const& row, void* object, bool on) {
     auto const bit = static_cast<U8>(1U << (&row - rows.data()));
     bits = static_cast<U8>(on ? bits | bit : bits & ~bit);
 }
-bool isFlagSet(std::span<Row const> rows) {
-    return !rows.empty() && rows.front().kind == RowKind::flag;
-}
-U8 definedBits(std::span<Row const> rows) {
-    unsigned bits = 0;
-    for (std::size_t i = 0; i < rows.size() && rows[i].kind == RowKind::flag; ++i) bits |= 1U << i;
-    return static_cast<U8>(bits);
-}
-
 void appendField(String& text, std::span<Row const> rows, Row const& row, void const* object) {
     if (row.kind == RowKind::flag)
         text += valueToStrep(flagOf(rows, row, object));
@@ -83,22 +74,11 @@ void parseRows(CharRange& range, char const* typeName, std::span<Row const> rows
     range.needString("})");
 }
 
-void writeRows(NboAttrLog::Out& out, std::span<Row const> rows, void const* object) {
-    if (isFlagSet(rows)) {
-        out << U32{*static_cast<U8 const*>(object)};
-        return;
-    }
-    for (Row const& row : rows)
-        if (row.stored) row.type->write(out, row.field(object));
+void writeFlags(NboAttrLog::Out& out, void const* flags) {
+    out << U32{*static_cast<U8 const*>(flags)};
 }
-
-void readRows(NboAttrLog::In* in, std::span<Row const> rows, void* object) {
-    if (isFlagSet(rows)) {
-        *static_cast<U8*>(object) = static_cast<U8>(in->nextU32() & definedBits(rows));
-        return;
-    }
-    for (Row const& row : rows)
-        if (row.stored) row.type->read(in, const_cast<void*>(row.field(object)));
+void readFlags(NboAttrLog::In* in, void* flags, U8 definedBits) {
+    *static_cast<U8*>(flags) = static_cast<U8>(in->nextU32() & definedBits);
 }
 
 } // namespace Vomo

@@ -1,13 +1,13 @@
 // The frame of a value type: one list of constant rows a type, and the engines that print, parse
 // and log it from the rows. For sources: headers of values include Vomo/Fwd.h.
 //
-// A type's source specialises Describe<T> with the type's name and its rows, and defines the type's
-// constructors and functions by calls of `parse`, `read`, `text` and `write` below.
+// A type's source specialises Describe<T> with the type's name and its rows. What the rows give goes
+// into the table of the module, where Vomo/Value.h finds it.
 #pragma once
 
-#include "Vomo/Fwd.h"
-#include "Vomo/NboAttrLog.h"
+#include "Vomo/Hash.h"
 #include "Vomo/SerDes.h"
+#include "Vomo/Value.h"
 
 #include <array>
 #include <initializer_list>
@@ -27,51 +27,26 @@ struct FieldType {
     void (*read)(NboAttrLog::In* in, void* field) = nullptr;
     void (*assign)(void* field, void const* value) = nullptr;
     bool (*equal)(void const* a, void const* b) = nullptr;
+    void (*mix)(Hash& hash, void const* field) = nullptr; // null if it has no hash
     // An object on the heap, read from the log.
     void* (*readNew)(NboAttrLog::In* in) = nullptr;
     void (*destroy)(void* object) = nullptr;
 };
 
+// The number of a builtin; 0 for any other type.
 template <class F>
-struct BuiltinNumber {
-    static constexpr U16 value = 0;
-};
-template <>
-struct BuiltinNumber<void> {
-    static constexpr U16 value = 4;
-};
-template <>
-struct BuiltinNumber<U8> {
-    static constexpr U16 value = 5;
-};
-template <>
-struct BuiltinNumber<U16> {
-    static constexpr U16 value = 7;
-};
-template <>
-struct BuiltinNumber<U32> {
-    static constexpr U16 value = 9;
-};
-template <>
-struct BuiltinNumber<S32> {
-    static constexpr U16 value = 10;
-};
-template <>
-struct BuiltinNumber<U64> {
-    static constexpr U16 value = 11;
-};
-template <>
-struct BuiltinNumber<bool> {
-    static constexpr U16 value = 13;
-};
-template <>
-struct BuiltinNumber<String> {
-    static constexpr U16 value = 17;
-};
-template <>
-struct BuiltinNumber<Seconds> {
-    static constexpr U16 value = 25;
-};
+constexpr U16 builtinNumber() {
+    if constexpr (std::is_void_v<F>) return 4;
+    if constexpr (std::is_same_v<F, U8>) return 5;
+    if constexpr (std::is_same_v<F, U16>) return 7;
+    if constexpr (std::is_same_v<F, U32>) return 9;
+    if constexpr (std::is_same_v<F, S32>) return 10;
+    if constexpr (std::is_same_v<F, U64>) return 11;
+    if constexpr (std::is_same_v<F, bool>) return 13;
+    if constexpr (std::is_same_v<F, String>) return 17;
+    if constexpr (std::is_same_v<F, Seconds>) return 25;
+    return 0;
+}
 
 template <class F>
 void printField(String& text, void const* field) {
@@ -136,6 +111,29 @@ bool equalFields(void const* a, void const* b) {
     return *static_cast<F const*>(a) == *static_cast<F const*>(b);
 }
 
+// An integer of 16 or 32 bits goes into a composite's hash as it is, a value by its own hash.
+template <class F>
+constexpr bool isMixed = std::is_same_v<F, U16> || std::is_same_v<F, U32> || requires(F const& v) {
+    v.hash();
+}
+|| requires(F const& v) {
+    v.hash(0U);
+};
+template <class F>
+void mixField(Hash& hash, void const* field) {
+    auto const& v = *static_cast<F const*>(field);
+    if constexpr (std::is_integral_v<F>) {
+        hash.hashMix<sizeof(F)>(field);
+    } else {
+        U32 word;
+        if constexpr (requires { v.hash(); })
+            word = v.hash();
+        else
+            word = v.hash(0U);
+        hash.hashMix<4>(&word);
+    }
+}
+
 template <class F>
 void* readNewField(NboAttrLog::In* in) {
     auto value = std::make_unique<F>();
@@ -150,8 +148,8 @@ void destroyField(void* object) {
 template <class F>
 consteval FieldType makeFieldType() {
     FieldType type;
-    if constexpr (BuiltinNumber<F>::value != 0)
-        type.builtin = BuiltinNumber<F>::value;
+    if constexpr (builtinNumber<F>() != 0)
+        type.builtin = builtinNumber<F>();
     else
         type.type = IdOf<F>::type;
     if constexpr (!std::is_void_v<F>) {
@@ -162,6 +160,7 @@ consteval FieldType makeFieldType() {
         type.read = readField<F>;
         type.assign = assignField<F>;
         type.equal = equalFields<F>;
+        if constexpr (isMixed<F>) type.mix = mixField<F>;
         type.readNew = readNewField<F>;
         type.destroy = destroyField<F>;
     }
@@ -489,6 +488,7 @@ inline constexpr U8 wrapper = 0x08, wide = 0x04;
 consteval TypeHead value(char const* name, U8 flags = 0) {
     return {name, TypeKind::value, flags};
 }
+// A value derived from a value: Describe names that as Base, too.
 template <class Base>
 consteval TypeHead derivedValue(char const* name, U8 flags = 0) {
     return {name, TypeKind::value, flags, &fieldType<Base>};
@@ -504,45 +504,92 @@ consteval TypeHead enumeration(char const* name) {
 // The engines: know rows, no types.
 void appendText(String& text, char const* typeName, std::span<Row const> rows, void const* object);
 void parseRows(CharRange& range, char const* typeName, std::span<Row const> rows, void* object);
-void writeRows(NboAttrLog::Out& out, std::span<Row const> rows, void const* object);
-void readRows(NboAttrLog::In* in, std::span<Row const> rows, void* object);
+// A flag set is one byte in memory and 32 bits in the log; bits that are not declared are dropped.
+void writeFlags(NboAttrLog::Out& out, void const* flags);
+void readFlags(NboAttrLog::In* in, void* flags, U8 definedBits);
 
+// The functions that the rows of T give: what the table of its module holds.
+//
+// The log and the hash are on the road of every change: they are unrolled over the rows, whose
+// functions are then known and inlined. Text is not worth that.
 template <class T>
-String text(T const& v) {
-    String result;
-    appendText(result, Describe<T>::type.name, Describe<T>::attributes, &v);
-    return result;
-}
-// Reads the text form into `v`, whose fields not named by it stay as they are.
-template <class T>
-void parse(T& v, CharRange& range) {
-    parseRows(range, Describe<T>::type.name, Describe<T>::attributes, &v);
-}
-// The log is on the road of every change: its two ends are unrolled over the rows, whose functions
-// are then known and inlined. Text is not worth that.
-template <class T>
-void write(NboAttrLog::Out& out, T const& v) {
+struct FrameOf {
     static constexpr auto const& rows = Describe<T>::attributes;
-    if constexpr (rows.front().kind == RowKind::flag)
-        writeRows(out, rows, &v);
-    else
+    static constexpr auto sequence = std::make_index_sequence<std::size(rows)>();
+
+    static String text(void const* value) {
+        String result;
+        appendText(result, Describe<T>::type.name, rows, value);
+        return result;
+    }
+    static void parse(CharRange& range, void* value) {
+        parseRows(range, Describe<T>::type.name, rows, value);
+    }
+    static void write(NboAttrLog::Out& out, void const* value) {
         [&]<std::size_t... i>(std::index_sequence<i...>) {
-            ((rows[i].stored ? rows[i].type->write(out, rows[i].field(&v)) : void()), ...);
+            ((rows[i].stored ? rows[i].type->write(out, rows[i].field(value)) : void()), ...);
         }
-    (std::make_index_sequence<rows.size()>());
-}
-template <class T>
-void read(T& v, NboAttrLog::In* in) {
-    static constexpr auto const& rows = Describe<T>::attributes;
-    if constexpr (rows.front().kind == RowKind::flag)
-        readRows(in, rows, &v);
-    else
+        (sequence);
+    }
+    static void read(NboAttrLog::In* in, void* value) {
         [&]<std::size_t... i>(std::index_sequence<i...>) {
-            ((rows[i].stored ? rows[i].type->read(in, const_cast<void*>(rows[i].field(&v)))
+            ((rows[i].stored ? rows[i].type->read(in, const_cast<void*>(rows[i].field(value)))
                              : void()),
              ...);
         }
-    (std::make_index_sequence<rows.size()>());
+        (sequence);
+    }
+    static U32 hash(void const* value, U32 seed) {
+        Hash hash(seed);
+        [&]<std::size_t... i>(std::index_sequence<i...>) {
+            ((rows[i].stored ? rows[i].type->mix(hash, rows[i].field(value)) : void()), ...);
+        }
+        (sequence);
+        return hash.result();
+    }
+    static constexpr bool isHashed() {
+        for (Row const& row : rows)
+            if (row.stored && row.type->mix == nullptr) return false;
+        return true;
+    }
+};
+
+// That of a derived value which stores nothing of its own is its base's.
+template <class T>
+struct FrameOfBase {
+    using Base = typename Describe<T>::Base;
+    static Base const& base(void const* value) { return *static_cast<T const*>(value); }
+
+    static String text(void const* value) { return valueToStrep(base(value)); }
+    static void parse(CharRange& range, void* value) {
+        static_cast<Base&>(*static_cast<T*>(value)) = Base(range);
+    }
+    static void write(NboAttrLog::Out& out, void const* value) { out << base(value); }
+    static void read(NboAttrLog::In* in, void* value) {
+        static_cast<Base&>(*static_cast<T*>(value)) = Base(in, StreamBogon{});
+    }
+};
+
+template <class T>
+consteval ValueFrame makeValueFrame() {
+    if constexpr (requires { typename Describe<T>::Base; }) {
+        using F = FrameOfBase<T>;
+        return {F::text, F::parse, F::write, F::read, nullptr};
+    } else {
+        using F = FrameOf<T>;
+        ValueFrame frame{F::text, F::parse, nullptr, nullptr, nullptr};
+        if constexpr (requires { T::definedBits; }) {
+            frame.write = writeFlags;
+            frame.read = [](NboAttrLog::In* in, void* flags) {
+                readFlags(in, flags, T::definedBits);
+            };
+        } else {
+            frame.write = F::write;
+            frame.read = F::read;
+            if constexpr (F::isHashed()) frame.hash = F::hash;
+        }
+        return frame;
+    }
 }
 
 } // namespace Vomo

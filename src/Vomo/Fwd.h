@@ -9,19 +9,15 @@
 
 namespace Vomo {
 
-class CharRange;
 // Selects a value's constructor from the attribute log.
 struct StreamBogon {};
 // The rows of a type, specialised in its source. A friend of the type.
-template <class T> struct Describe;
-
-namespace NboAttrLog {
-class In;
-class Out;
-} // namespace NboAttrLog
+template <class T>
+struct Describe;
 
 // Padding with a name: zero when we make it, and no part of the value.
-template <std::size_t size> struct Pad {
+template <std::size_t size>
+struct Pad {
     U8 zero[size] = {};
 
     friend constexpr bool operator==(Pad, Pad) { return true; }

@@ -248,14 +248,21 @@ struct EnumMethods {
         range.checkAllDataConsumed();
         *static_cast<U*>(to) = v;
     }
+    static void logWrite(NboAttrLog::Out& out, void const* object) {
+        out << U32{*static_cast<U const*>(object)};
+    }
+    static void logRead(NboAttrLog::In* in, void* to) {
+        *static_cast<U*>(to) = static_cast<U>(in->nextU32());
+    }
 };
 } // namespace
 
 // clang-format off: it takes the class for a function
 template <class U>
 constinit ValueMethods const GenericIfEnumMethods<U>::vtable_{
-    EnumMethods<U>::construct, EnumMethods<U>::destruct, EnumMethods<U>::hash,        voidPtrIs,
-    {nullptr, nullptr},        EnumMethods<U>::strRep,   EnumMethods<U>::strepToValue};
+    EnumMethods<U>::construct, EnumMethods<U>::destruct, EnumMethods<U>::hash, voidPtrIs, {},
+    EnumMethods<U>::strRep, EnumMethods<U>::strepToValue, EnumMethods<U>::logWrite,
+    EnumMethods<U>::logRead};
 // clang-format on
 
 namespace {
@@ -285,7 +292,7 @@ struct EntityMethods {
 template <class T>
 constinit ValueMethods const GenericIfPtrInterfaceMethods<T>::vtable_{
     EntityMethods::construct, EntityMethods::destruct, EntityMethods::hash, voidPtrIs,
-    {nullptr, nullptr}, EntityMethods::strRep, EntityMethods::strepToValue};
+    {}, EntityMethods::strRep, EntityMethods::strepToValue, nullptr, nullptr};
 // clang-format on
 template struct GenericIfPtrInterfaceMethods<Entity>;
 

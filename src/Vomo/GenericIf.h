@@ -118,8 +118,8 @@ struct GenericIfValueMethods {
         *static_cast<T*>(to) = strepToValue(text, static_cast<T*>(nullptr));
     }
     static constexpr ValueMethods vtable_{
-        genericIfConstruct, genericIfDestruct, genericIfHash,        voidPtrIs,
-        {nullptr, nullptr}, genericIfStrRep,   genericIfStrepToValue};
+        genericIfConstruct, genericIfDestruct,     genericIfHash, voidPtrIs,   {},
+        genericIfStrRep,    genericIfStrepToValue, writeField<T>, readField<T>};
 };
 
 // Of an enum of width U: an object is the number.

@@ -7,6 +7,11 @@
 namespace Vomo {
 
 class String;
+class CharRange;
+namespace NboAttrLog {
+class In;
+class Out;
+} // namespace NboAttrLog
 
 enum class TypeKind : U8 { value = 0x21, enumeration = 0x25, flagSet = 0x29, entity = 0x60 };
 
@@ -125,8 +130,11 @@ struct ValueMethods {
     void const* reserved[2];
     String (*strRep)(void const* object, VomoType type);
     void (*strepToValue)(void* to, String const& text, VomoType type);
+    // Our own, behind those: to and from the attribute log; null for an entity.
+    void (*logWrite)(NboAttrLog::Out& out, void const* object);
+    void (*logRead)(NboAttrLog::In* in, void* to);
 };
-static_assert(sizeof(ValueMethods) == 64);
+static_assert(sizeof(ValueMethods) == 80);
 
 struct StreamTable;
 
@@ -136,7 +144,7 @@ struct GenericRow {
     StreamTable const* stream;
     ValueMethods const* methods;
     void (*constructFromCtorArgs)(void* to, void* const* args);
-    U32 (*attributeOp)
+    U32(*attributeOp)
     (void* out, void* object, VomoAttr attr, GenericIf::AttributeOp op, void* a, void* b);
     void* (*iterator)(void* object, void** key, VomoAttr attr,
                       GenericIfRaw::Iterator::IteratorVTable const** methods);
@@ -172,6 +180,20 @@ inline char const* VomoAttrBase::name() const {
     return module->attributeNames + row().nameOffset();
 }
 
+// The functions of a value type that its rows give; see Vomo/Value.h.
+struct ValueFrame {
+    String (*text)(void const* value);
+    void (*parse)(CharRange& range, void* value);
+    void (*write)(NboAttrLog::Out& out, void const* value);
+    void (*read)(NboAttrLog::In* in, void* value);
+    U32 (*hash)(void const* value, U32 seed);
+};
+// Those of a module's types, in the order of its record.
+template <unsigned numTypes>
+struct ValueFrames {
+    ValueFrame of[numTypes == 0 ? 1 : numTypes];
+};
+
 // The place of T, by specialisation beside T's declaration.
 template <class T>
 struct IdOf;
@@ -180,6 +202,11 @@ struct InModule {
     static constexpr VomoModule const* module = theModule;
     static constexpr U16 index = theIndex;
     static constexpr VomoTypeBase type{theModule, theIndex};
+};
+// In a module with a table of frames.
+template <VomoModule const* theModule, auto const* frames, U16 theIndex>
+struct InFramedModule : InModule<theModule, theIndex> {
+    static ValueFrame const& frame() { return frames->of[theIndex]; }
 };
 
 // Accepts a module's record at load. Nothing is resolved: what the record refers to may register

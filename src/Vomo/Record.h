@@ -2,12 +2,14 @@
 // modules' own sources include this.
 //
 // A module's source ends in a list `constexpr Vomo::TypeFrame types[]`, in order of type name, and
-// `Vomo::ModuleRecord<types>::value`. A mistake fails at the type's own line with a sentence.
+// `Vomo::ModuleRecord<types>::value`; beside it stands `...::frames`, if its types have their text
+// and log from their rows. A mistake fails at the type's own line with a sentence.
 #pragma once
 
 #include "Vomo/EntityFrame.h"
 
 #include <algorithm>
+#include <iostream> // the streams are there before a module registers
 
 namespace Vomo {
 
@@ -18,17 +20,25 @@ struct TypeFrame {
     U32 size = 0;
     U32 alignment = 0;
     std::span<Row const> rows;
-    GenericRow generic;
+    GenericRow generic{};
+    ValueFrame frame{}; // of a value type in a module with frames
+    bool named = false; // an entity whose constructor parameter is its name
 };
+
+namespace Impl {
+template <class T>
+constexpr TypeFrame describe() {
+    return {.head = Describe<T>::type,
+            .self = IdOf<T>::type,
+            .size = sizeof(T),
+            .alignment = alignof(T),
+            .rows = Describe<T>::attributes};
+}
+} // namespace Impl
 
 template <class T>
 constexpr TypeFrame makeFrame() {
-    TypeFrame frame{.head = Describe<T>::type,
-                    .self = IdOf<T>::type,
-                    .size = sizeof(T),
-                    .alignment = alignof(T),
-                    .rows = Describe<T>::attributes,
-                    .generic = {}};
+    TypeFrame frame = Impl::describe<T>();
     if constexpr (std::is_enum_v<T>) {
         using U = std::underlying_type_t<T>;
         frame.generic.methods = &GenericIfImpl::GenericIfEnumMethods<U>::vtable_;
@@ -38,6 +48,7 @@ constexpr TypeFrame makeFrame() {
         frame.generic.methods = &GenericIfImpl::GenericIfValueMethods<T>::vtable_;
         frame.generic.constructFromCtorArgs = GenericIfImpl::genericIfConstructFromCtorArgs<T>;
         frame.generic.attributeOp = GenericIfImpl::genericIfAttributeOp<T>;
+        if constexpr (FramedValue<T>) frame.frame = makeValueFrame<T>();
     }
     return frame;
 }
@@ -48,19 +59,15 @@ inline constexpr TypeFrame frameOf = makeFrame<T>();
 template <class T, class Argument>
 constexpr TypeFrame makeEntityFrame() {
     using Functions = TypeImpl<T, Argument>;
-    TypeFrame frame{.head = Describe<T>::type,
-                    .self = IdOf<T>::type,
-                    .size = sizeof(T),
-                    .alignment = alignof(T),
-                    .rows = Describe<T>::attributes,
-                    .generic = {}};
-    if constexpr (std::is_same_v<Argument, String>)
-        frame.generic.newEntityForDir = Functions::newEntityForDir;
+    TypeFrame frame = Impl::describe<T>();
+    frame.named = std::is_same_v<Argument, String>;
+    if (frame.named) frame.generic.newEntityForDir = Functions::newEntityForDir;
     frame.generic.stream = &Functions::stream;
     frame.generic.methods = &GenericIfImpl::GenericIfPtrInterfaceMethods<Entity>::vtable_;
-    frame.generic.constructFromCtorArgs = Functions::genericIfConstructFromCtorArgs;
+    if constexpr (!std::is_void_v<Argument>)
+        frame.generic.constructFromCtorArgs = Functions::genericIfConstructFromCtorArgs;
     frame.generic.attributeOp = Functions::genericIfAttributeOp;
-    for (Row const& row : Describe<T>::attributes)
+    for (Row const& row : Functions::rows())
         if (row.collection != nullptr) frame.generic.iterator = Functions::genericIfIterator;
     return frame;
 }
@@ -164,9 +171,10 @@ constexpr std::size_t numParams(Row const& row) {
     return n;
 }
 
-// The constructor parameters of a type are its constructor attributes.
+// The constructor parameters of a type are its constructor attributes; an entity's name has no
+// number among these and is called "name".
 constexpr std::size_t numCtorParams(TypeFrame const& type) {
-    std::size_t n = 0;
+    std::size_t n = type.named;
     for (Row const& row : type.rows) n += row.kind == RowKind::ctor;
     return n;
 }
@@ -186,6 +194,7 @@ private:
         for (TypeFrame const& type : types) {
             ++counts.references;
             std::size_t const ctor = Impl::numCtorParams(type);
+            counts.names += type.named;
             counts.parameterRecords += ctor == 0 ? 0 : ctor + 1;
             for (Row const& row : type.rows) {
                 std::size_t const n = Impl::numParams(row);
@@ -202,17 +211,19 @@ private:
     static constexpr auto listAttributeNames() {
         Impl::NameList<upper.names> list;
         list.add("");
-        for (TypeFrame const& type : types)
+        for (TypeFrame const& type : types) {
+            if (type.named) list.add("name");
             for (Row const& row : type.rows) {
                 list.add(row.name);
                 list.add(row.keyName);
                 for (Param const& param : row.params) list.add(param.name);
             }
+        }
         list.arrange();
         return list;
     }
     static constexpr auto listTypeNames() {
-        Impl::NameList<numTypes> list;
+        Impl::NameList<numTypes + 1> list;
         for (TypeFrame const& type : types) list.add(type.head.name);
         for (std::size_t i = 1; i < numTypes; ++i)
             if (list.names[i] <= list.names[i - 1]) throw "types must stand in order of name";
@@ -226,9 +237,9 @@ private:
 
     // All that refers to types; built in one pass, so that the references are numbered once.
     struct Tables {
-        std::array<TypeRow, numTypes> typeRows{};
+        std::array<TypeRow, numTypes + 1> typeRows{};
         std::array<AttributeRow, upper.attributes + 1> attributes{};
-        Impl::ReferenceList<upper.references> references;
+        Impl::ReferenceList<upper.references + 1> references;
         std::array<U16, 1 + 3 * upper.parameterRecords> parameters{};
     };
     static constexpr Tables build() {
@@ -255,6 +266,7 @@ private:
             row.base = t.references.code(type.head.base);
             if (Impl::numCtorParams(type) != 0) {
                 row.parameters = static_cast<U16>(nextParameter);
+                if (type.named) addParameter("name", &fieldType<String>);
                 for (Row const& attribute : type.rows)
                     if (attribute.kind == RowKind::ctor)
                         addParameter(attribute.name, attribute.type);
@@ -294,27 +306,32 @@ private:
         return result;
     }
     static constexpr auto listGeneric() {
-        std::array<GenericRow, numTypes> rows{};
+        std::array<GenericRow, numTypes + 1> rows{};
         for (std::size_t i = 0; i < numTypes; ++i) rows[i] = types[i].generic;
         return rows;
     }
 
-    // What the record points to: nothing else of the above is kept.
+    // What the record points to: nothing else of the above is kept. Each table ends in a row of zeros,
+    // so that a module without types has tables too.
     static constexpr auto typeTable = tables.typeRows;
     static constexpr auto attributeTable = first<upper.attributes + 1>(tables.attributes);
     static constexpr auto parameterTable = tables.parameters;
-    static constexpr auto typeNames = typeNameList.template table<typeNameList.bytes()>();
+    static constexpr auto typeNames = typeNameList.template table<typeNameList.bytes() + 1>();
     static constexpr auto attributeNames =
         attributeNameList.template table<attributeNameList.bytes()>();
-    static constexpr auto references = first < tables.references.count == 0
-                                           ? 1
-                                           : tables.references.count > (tables.references.rows);
+    static constexpr auto references = first<tables.references.count + 1>(tables.references.rows);
     static constexpr auto generic = listGeneric();
 
 public:
     static constexpr VomoModule value{
         typeTable.data(),      attributeTable.data(), parameterTable.data(), typeNames.data(),
         attributeNames.data(), references.data(),     generic.data(),        numTypes};
+    // The table beside the record.
+    static constexpr ValueFrames<numTypes> frames = [] {
+        ValueFrames<numTypes> list{};
+        for (std::size_t i = 0; i < numTypes; ++i) list.of[i] = types[i].frame;
+        return list;
+    }();
 };
 
 } // namespace Vomo

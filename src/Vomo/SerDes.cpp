@@ -2,11 +2,13 @@
 #include "Vomo/SerDes.h"
 
 #include "Vomo/Exception.h"
+#include "Vomo/Value.h"
 
 #include <fmt/format.h>
 
 #include <charconv>
 #include <cstdarg>
+#include <ostream>
 
 namespace Vomo {
 
@@ -54,6 +56,10 @@ String _fmt(char const* format, ...) {
     }
     va_end(again);
     return text;
+}
+
+std::ostream& printString(std::ostream& stream, String const& text) {
+    return stream << text;
 }
 
 String valueToStrep(bool v) {

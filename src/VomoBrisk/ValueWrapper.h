@@ -2,7 +2,7 @@
 // for. It has the layout of the value, so slots hold it as raw bytes.
 #pragma once
 
-#include <type_traits>
+#include "Vomo/Module.h"
 
 namespace VomoBrisk {
 
@@ -23,3 +23,8 @@ struct VomoBriskMapValueWrapper : ValueType {
 };
 
 } // namespace VomoBrisk
+
+// It is the value's own type to the framework.
+template <class ValueType, class KeyType, auto getter, bool keyIsConst>
+struct Vomo::IdOf<VomoBrisk::VomoBriskMapValueWrapper<ValueType, KeyType, getter, keyIsConst>>
+    : Vomo::IdOf<ValueType> {};

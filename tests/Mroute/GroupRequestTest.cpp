@@ -1,7 +1,9 @@
-// Requests for multicast groups: mutators, who is told how often, references, the generic
-// interface.
+// Requests for multicast groups, and the other entities that stand: mutators, who is told how often,
+// references, the generic interface.
 #include "Mroute/McastGroup.h"
+#include "Mroute/MfibDir.h"
 #include "Vomo/EntityFrame.h"
+#include "VomoBrisk/CollectionControl.h"
 
 namespace {
 
@@ -99,6 +101,79 @@ TEST(Config, ChildrenAreMadeKeptAndLetGo) {
         config->requestIs({20, 1}); // goes with its parent
     }
     EXPECT_EQ(Vomo::AllocTrackTypeInfo::live(Request::vomoAllocTrackTypeInfo_), live);
+}
+
+TEST(Entities, OfTheOtherDirectoriesTellTheSameWay) {
+    auto const status = statusFactory("hardware");
+    auto const response = status->responseIs({19, 7});
+    auto const dir = Brisk::Multicast::Fib::mfibDirFactory("fib");
+    auto const coll = dir->dirCollIs(L3::VrfName("red"));
+    auto const control = VomoBrisk::collectionControlFactory(nullptr);
+    Watcher watcher;
+    struct {
+        Vomo::Entity* of;
+        std::function<void()> act;
+        Heard heard;
+    } const rows[] = {
+        {response.ptr(), [&] { response->successIs(true), response->successIs(true); }, {259}},
+        {response.ptr(), [&] { response->multicastIdIs(4), response->multicastIdIs(4); }, {260}},
+        {response.ptr(), [&] { response->requestIdIs(1), response->requestIdIs(1); }, {261}},
+        {response.ptr(), [&] { EXPECT_EQ(response->responseIdInc(2), 2U); }, {262}},
+        {response.ptr(), [&] { response->responseIdDec(0); }, {}},
+        {coll.ptr(), [&] { coll->briskUrlIs("a"), coll->briskUrlIs("a"); }, {259}},
+        {coll.ptr(), [&] { coll->bitMapperBriskUrlIs(""); }, {}},
+        {dir.ptr(), [&] { dir->dirCollIs(coll->vrfName()); }, {}},
+        {dir.ptr(), [&] { dir->dirCollIs(L3::VrfName("default")); }, {258}},
+        {dir.ptr(), [&] { EXPECT_FALSE(dir->dirCollDel(L3::VrfName("blue"))); }, {}},
+        {dir.ptr(), [&] { dir->dirCollDelAll(); }, {258, 258}},
+        // One watcher hears the attributes of a class and of its base.
+        {control.ptr(), [&] { control->quiescedIs(true), control->quiescedIs(true); }, {386}},
+        {control.ptr(),
+         [&] {
+             for (int i = 0; i < 2; ++i) control->mountStatusIs(Mem::MountStatus::synchronised);
+         },
+         {258}},
+        // Its owner is not held, and is no attribute.
+        {control.ptr(), [&] { control->entityRefIs(dir); }, {}},
+    };
+    for (auto const& row : rows) {
+        SCOPED_TRACE(&row - rows);
+        watcher.notifierIs(row.of);
+        row.act();
+        EXPECT_EQ(watcher.take(), row.heard);
+    }
+    EXPECT_EQ(coll->parent(), nullptr);
+    EXPECT_EQ(coll->name(), "'red'");
+    EXPECT_EQ(control->name(), "fib");
+    EXPECT_EQ(dir->references(), 1U);
+    // The base answers for its attribute.
+    auto const type = control->fwkType();
+    auto const attr = Vomo::attrByName(type, "mountStatus");
+    Mem::MountStatus mount{};
+    EXPECT_EQ(type.module->genericTable[type.index].attributeOp(
+                  &mount, control.ptr(), attr, Vomo::AttributeOp::get, nullptr, nullptr),
+              0U);
+    EXPECT_EQ(mount, Mem::MountStatus::synchronised);
+    EXPECT_TRUE(
+        Vomo::VomoTypeBase::isDerived(type, attr.module == type.module ? type.base() : type));
+}
+
+TEST(MountInfo, KeepsTheOrderOfItsTables) {
+    using VomoBrisk::CollectionInfo, VomoBrisk::VomoBriskType;
+    auto info = Brisk::Multicast::Fib::TableInfo::mfibMountInfo(VomoBriskType::reader);
+    EXPECT_EQ(info.type(), VomoBriskType::reader);
+    EXPECT_EQ(info.collectionInfo(), (std::vector{CollectionInfo("route", 12000, 0),
+                                                  CollectionInfo("oifIndexIntf", 1024, 0)}));
+    info.collectionInfoIs({"route", 5, 0}); // in its place
+    EXPECT_EQ(info.collectionInfo()[0].size(), 5U);
+    EXPECT_EQ(info.collectionInfo("oifIndexIntf").size(), 1024U);
+    EXPECT_FALSE(info.collectionInfo("bidirGroup"));
+    EXPECT_EQ(valueToStrep(VomoBrisk::MountInfo()),
+              "Value('VomoBrisk::MountInfo', ** {'type': 'writer', 'collectionInfo': []})");
+    for (char const* wrong :
+         {"Value('VomoBrisk::MountInfo', ** {'type': 'writer', 'collectionInfo': [}",
+          "Value('VomoBrisk::MountInfo', ** {'type': 'writer', 'collectionInfo': [, ]})"})
+        EXPECT_THROW(Vomo::strepToValue(wrong, &info), Vomo::ParseException);
 }
 
 TEST(Notifiees, AttachDetachAndThrowDuringAVisit) {

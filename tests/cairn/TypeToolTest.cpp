@@ -23,6 +23,11 @@ TEST(TypeTool, ListsAndShowsTypes) {
     EXPECT_EQ(priority[1]["default"], 1);
     EXPECT_EQ(priority[8]["attribute"], "mcsPriority");
     EXPECT_EQ(priority[8]["value"], 255);
+    auto const dir = tool.run({"-j", "type", "Brisk::Multicast::Fib::MfibDir"}).json();
+    EXPECT_EQ(dir[0]["mount_path"], "routing/multicast/fib");
+    EXPECT_EQ(dir[0]["mount_path6"], "routing6/multicast/fib");
+    EXPECT_EQ(dir[1]["key"], "L3::VrfName");
+    EXPECT_EQ(dir[2]["takes"], "af:Kelpie::AddressFamily");
     EXPECT_EQ(tool.run({"type", "Nowhere"}).exitCode, 2);
 }
 

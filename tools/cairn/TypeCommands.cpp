@@ -158,6 +158,35 @@ bool readAttribute(Object const& object, VomoAttr attr, Row::Value& value) {
     }
 }
 
+// Where an entity of `type` is mounted, for IPv4 or IPv6; empty if the type does not say. What the
+// path takes besides the family stands in it in capitals.
+std::string mountPath(VomoType type, bool v6) {
+    VomoAttr const attr = attrByName(type, "mountPath");
+    if (attr.isNull()) return {};
+    bool const isFunction = (attr.row().flags[0] & 0x10) != 0;
+    std::vector<std::unique_ptr<Object>> objects;
+    String name = "NAME";
+    std::vector<void*> args;
+    for (U16 const* p = attr.module->parameterTable + 1 + 3 * attr.row().parameters; p[0] != 0;
+         p += 3) {
+        VomoType const parameter = typeOfReference(attr.module, p[1]);
+        if (parameter.isNull()) {
+            args.push_back(&name);
+            continue;
+        }
+        objects.push_back(std::make_unique<Object>(parameter));
+        bool const isFamily = std::string_view(parameter.name()) == "Kelpie::AddressFamily";
+        objects.back()->textIs(isFamily ? v6 ? "2" : "1" : "'VRF'");
+        args.push_back(objects.back()->get());
+    }
+    if (v6 && args.empty()) return {};
+    String path;
+    auto const op = isFunction ? GenericIf::AttributeOp::call : GenericIf::AttributeOp::get;
+    type.module->genericTable[type.index].attributeOp(&path, nullptr, attr, op, args.data(),
+                                                      nullptr);
+    return path;
+}
+
 VomoType wantedType(std::string const& name) {
     VomoType const type = typeByName(name);
     if (type.isNull())
@@ -189,6 +218,18 @@ std::string snakeCase(std::string_view name) {
     return text;
 }
 
+// "vlanId:Bridging::VlanId,ethAddr:Kelpie::EthAddr"
+std::string parameters(VomoAttr attr) {
+    std::string text;
+    for (U16 const* p = attr.module->parameterTable + 1 + 3 * attr.row().parameters; p[0] != 0;
+         p += 3) {
+        if (!text.empty()) text += ',';
+        text += attr.module->attributeNames + p[0];
+        text += ':' + nameOfReference(attr.module, p[1]);
+    }
+    return text;
+}
+
 } // namespace
 
 int typesCommand(Common const& common, std::string const& module) {
@@ -208,6 +249,8 @@ int typeCommand(Common const& common, std::string const& name) {
     head.add("alignment", U64{row.alignment()})
         .add("flags", typeFlagsInWords(row.flags))
         .add("base", nameOfReference(type.module, row.base));
+    if (std::string const path = mountPath(type, false); !path.empty()) head.add("mount_path", path);
+    if (std::string const path = mountPath(type, true); !path.empty()) head.add("mount_path6", path);
     listing.print(head);
     std::unique_ptr<Object> const object(type.isPolymorphic() ? nullptr : new Object(type));
     for (U16 i = 0; i < row.numAttributes; ++i) {
@@ -224,6 +267,7 @@ int typeCommand(Common const& common, std::string const& name) {
             line.add("value", U64{a.keyOrValue});
         else if (a.keyOrValue != 0xFFFF)
             line.add("key", nameOfReference(type.module, a.keyOrValue));
+        if (std::string const list = parameters(attr); !list.empty()) line.add("takes", list);
         bool const isConstant = a.flags[0] == 0x08;
         if (object && row.kind != TypeKind::enumeration && (a.stored() || isConstant) &&
             readAttribute(*object, attr, value))

@@ -1,0 +1,40 @@
+#include "Mroute/MrouteLibAttr.h"
+
+#include "Vomo/Record.h"
+
+template <>
+struct Vomo::Describe<MrouteLib::RouteKeyInfo> {
+    using T = MrouteLib::RouteKeyInfo;
+    static constexpr auto type = value("MrouteLib::RouteKeyInfo", wide);
+    static constexpr auto attributes = rows({
+        ctor<&T::key_>(2, "key"),
+        ctor<&T::acceptingVlanId_>(3, "acceptingVlanId"),
+        ctor<&T::vrfName_>(4, "vrfName"),
+        derived<&T::hash>(5, "hash"),
+    });
+};
+
+namespace MrouteLib {
+
+U32 RouteKeyInfo::hash() const {
+    return key_.hash() ^ acceptingVlanId_.hash(0) ^ vrfName_.hash(0);
+}
+bool operator<(RouteKeyInfo const& a, RouteKeyInfo const& b) {
+    if (a.key_ != b.key_) return a.key_ < b.key_;
+    if (a.acceptingVlanId_ != b.acceptingVlanId_) return a.acceptingVlanId_ < b.acceptingVlanId_;
+    return a.vrfName_ < b.vrfName_;
+}
+U32 attrLogSize(RouteKeyInfo const* v) {
+    return 50 + attrLogSize(&v->vrfName());
+}
+
+} // namespace MrouteLib
+
+namespace {
+constexpr Vomo::TypeFrame types[] = {Vomo::frameOf<MrouteLib::RouteKeyInfo>};
+} // namespace
+constinit Vomo::VomoModule const Vomo::_MrouteLibAttr_9a81120073b9f37c_vomoModule =
+    Vomo::ModuleRecord<types>::value;
+constinit Vomo::ValueFrames<1> const Vomo::MrouteLibAttrFrames = Vomo::ModuleRecord<types>::frames;
+static Vomo::ModuleRegistration const
+    registration(&Vomo::_MrouteLibAttr_9a81120073b9f37c_vomoModule);

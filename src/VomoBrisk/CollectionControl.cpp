@@ -1,0 +1,61 @@
+#include "VomoBrisk/CollectionControl.h"
+
+#include "Vomo/Record.h"
+
+template <>
+struct Vomo::Describe<Mem::MountStatus> {
+    static constexpr auto type = enumeration<U32>("Mem::MountStatus");
+    static constexpr auto attributes = rows({
+        literal(2, "unmounted", 0),
+        literal(3, "mounted", 1),
+        literal(4, "synchronised", 2),
+        literal(5, "flushing", 3),
+    });
+};
+template <>
+struct Vomo::Describe<VomoSharedMem::CollectionControl> {
+    using T = VomoSharedMem::CollectionControl;
+    static constexpr auto type = entity("VomoSharedMem::CollectionControl");
+    static constexpr auto attributes = rows({
+        notifying<&T::mountStatus_, &T::mountStatus, &T::mountStatusIs>(T::mountStatusAttr,
+                                                                        "mountStatus"),
+    });
+};
+template <>
+struct Vomo::Describe<VomoBrisk::CollectionControl> {
+    using T = VomoBrisk::CollectionControl;
+    using Base = VomoSharedMem::CollectionControl;
+    static constexpr auto type = derivedEntity<Base>("VomoBrisk::CollectionControl");
+    static constexpr auto attributes = rows({
+        notifying<&T::quiesced_, &T::quiesced, &T::quiescedIs>(T::quiescedAttr, "quiesced"),
+    });
+};
+
+namespace VomoSharedMem {
+
+Vomo::String CollectionControl::name() const {
+    return entityRef_ == nullptr ? Vomo::String() : entityRef_->name();
+}
+
+} // namespace VomoSharedMem
+
+namespace VomoBrisk {
+
+Vomo::Ptr<CollectionControl> collectionControlFactory(Brisk::ControlBase* front) {
+    return Vomo::newEntity<CollectionControl>(front);
+}
+
+} // namespace VomoBrisk
+
+namespace {
+// In order of name. The controls are made by the tables' owners, by nobody else.
+constexpr Vomo::TypeFrame types[] = {
+    Vomo::frameOf<Mem::MountStatus>,
+    Vomo::entityFrameOf<VomoBrisk::CollectionControl, void>,
+    Vomo::entityFrameOf<VomoSharedMem::CollectionControl, void>,
+};
+} // namespace
+constinit Vomo::VomoModule const Vomo::_CollectionControl_9cdb198bb6e6436b_vomoModule =
+    Vomo::ModuleRecord<types>::value;
+static Vomo::ModuleRegistration const
+    registration(&Vomo::_CollectionControl_9cdb198bb6e6436b_vomoModule);
