@@ -68,7 +68,15 @@ void parseRows(CharRange& range, char const* typeName, std::span<Row const> rows
         if (!row.stored) continue;
         lead.assign(separator).append(row.name).append("': ");
         range.needString(lead);
-        parseField(range, rows, row, object);
+        U32 const position = range.position();
+        try {
+            parseField(range, rows, row, object);
+        } catch (RangeException const& ex) {
+            // The innermost composite says where; those around it add their attributes' names.
+            if (std::string_view(ex.what()).find(": at character ") != std::string_view::npos)
+                throw;
+            throwRangeException(fmt::format("{}: at character {}", ex.what(), position));
+        }
         separator = ", '";
     }
     range.needString("})");

@@ -72,8 +72,9 @@ struct Raw {
     std::string list(unsigned first) const {
         std::string result;
         for (U8 const* p = parameters + 2 + 6 * first; number(p, 2) != 0; p += 6) {
-            result += (result.empty() ? "" : " ") + std::string(attributeNames + number(p, 2));
-            result += ":" + meaning(number(p + 2, 2));
+            if (!result.empty()) result += ' ';
+            result +=
+                fmt::format("{}:{}", attributeNames + number(p, 2), meaning(number(p + 2, 2)));
             EXPECT_EQ(number(p + 4, 2), 0U);
         }
         return result;
@@ -140,7 +141,7 @@ TEST(Record, LayoutOfEveryModule) {
                 used.insert(attributeName);
                 std::string const type = raw.meaning(number(attribute + 10, 2));
                 if (flags == 0x012c00)
-                    ctor += (ctor.empty() ? "" : " ") + attributeName + ":" + type;
+                    ctor += fmt::format("{}{}:{}", ctor.empty() ? "" : " ", attributeName, type);
                 if (flags == 0x002888) { // a literal's type is its enum
                     EXPECT_EQ(type, name);
                 } else if (number(attribute + 12, 2) != 0xffff) {

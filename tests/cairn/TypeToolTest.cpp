@@ -16,7 +16,17 @@ TEST(TypeTool, ListsAndShowsTypes) {
     ASSERT_EQ(group.size(), 6U);
     EXPECT_EQ(group[0]["type"], "Multicast::Group::Config");
     EXPECT_EQ(group[0]["kind"], "entity");
-    EXPECT_EQ(tool.run({"types", "NoSuchModule"}).exitCode, 1);
+    EXPECT_EQ(tool.run({"types", "McastVxlanTypes"}).exitCode, 1);
+    auto const noModule = tool.run({"types", "mcastgroup"});
+    EXPECT_EQ(noModule.exitCode, 2);
+    EXPECT_THAT(noModule.err, HasSubstr("no module \"mcastgroup\"; there are "));
+    EXPECT_THAT(noModule.err, HasSubstr("McastGroup"));
+    EXPECT_THAT(tool.run({"type", "RouteKey"}).err,
+                HasSubstr("Routing::Multicast::Fib::RouteKey\n"));
+    auto const rpa = tool.run({"-j", "type", "Routing::Multicast::Fib::RpaIndex"}).json();
+    EXPECT_EQ(rpa[1]["attribute"], "rpaDefault");
+    EXPECT_EQ(rpa[2]["attribute"], "value");
+    EXPECT_EQ(rpa[2]["inherited"], true);
     auto const priority = tool.run({"-j", "type", "Routing::Multicast::Fib::RoutePriority"}).json();
     EXPECT_EQ(priority[0]["flags"], "wrapper");
     EXPECT_EQ(priority[1]["attribute"], "value");
@@ -38,6 +48,17 @@ TEST(TypeTool, ReadsValuesOrSaysWhereTheyAreWrong) {
     auto const json = tool.run({"-j", "value", text}).json();
     EXPECT_EQ(json[0]["kind"], 19);
     EXPECT_EQ(json[0]["index"], 7);
+    auto const target = tool.run({"-j", "value",
+                                  "Value('MrouteLib::PortVlan', ** {'port': 'Vlan7', "
+                                  "'outLif': 0, 'overlayVlanId': 5, "
+                                  "'portProperty': 0})"})
+                            .json();
+    EXPECT_EQ(target[0]["port"], "'Vlan7'");
+    EXPECT_EQ(target[0]["overlay_vlan_id"], 5);
+    EXPECT_FALSE(target[0].contains("vlan_id")); // 0 is none
+    auto const route = "Value('Routing::Multicast::Fib::IpGenRouteKey', ** {'kind': 'ethGroup', "
+                       "'vlanId': 7, 'ethGroup': 01:00:5e:01:02:03})";
+    EXPECT_EQ(tool.run({"value", route}).out, std::string(route) + "\n");
     EXPECT_EQ(tool.run({"value", "--type", "Kelpie::IpGenPrefix", "2001:DB8::0/32"}).out,
               "2001:db8::/32\n");
     struct {
@@ -49,9 +70,12 @@ TEST(TypeTool, ReadsValuesOrSaysWhereTheyAreWrong) {
         {{"value", "Value('Multicast::Group::GroupKey', ** {'kind': 19, 'indx': 7})"},
          "at character 50: wanted \", 'index': \""},
         {{"value", "Value('Multicast::Group::GroupKey', ** {'kind': 65536, 'index': 7})"},
-         "kind: 65536 exceeds 65535"},
+         "kind: 65536 exceeds 65535: at character 48"},
+        {{"value", "--type", "Brisk::Multicast::Fib::OifIndex", "513"}, "at character 0"},
         {{"value", "Value('Routing::Multicast::Fib::IpGenRouteKey', ** {'kind': 'mroute'})"},
-         "at character 61"},
+         "at character 68: wanted \", 's': \""},
+        {{"value", "Value('Routing::Multicast::Fib::IpGenRouteKey', ** {'kind': 'none'})"},
+         "at character 60: wanted a kind of route key"},
         {{"value", "--type", "Multicast::Group::Config", "x"}, "entity"},
     };
     for (auto const& row : rows) {

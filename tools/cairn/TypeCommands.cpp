@@ -3,6 +3,8 @@
 #include "Commands.h"
 #include "TableNames.h"
 
+#include "Bridging/VlanId.h"
+#include "Kelpie/IpPrefix.h"
 #include "Vomo/GenericIf.h"
 
 #include <dlfcn.h>
@@ -10,7 +12,6 @@
 
 #include <cstring>
 #include <new>
-#include <regex>
 
 namespace Cairn {
 namespace {
@@ -108,8 +109,22 @@ std::string typeFlagsInWords(U8 flags) {
     return words.empty() ? "none" : words;
 }
 
-// The value of a readable attribute: a number, a truth value or a text.
-bool readAttribute(Object const& object, VomoAttr attr, Row::Value& value) {
+// The attribute that a value prints bare; null if it has several, or a text of its own.
+VomoAttr onlyStored(VomoType type) {
+    VomoAttr only;
+    for (VomoType t = type; !t.isNull(); t = t.base())
+        for (U16 i = 0; i < t.row().numAttributes; ++i) {
+            VomoAttr const attr{t.module, static_cast<U16>(t.row().firstAttribute + i)};
+            if (!attr.row().stored()) continue;
+            if (!only.isNull()) return {};
+            only = attr;
+        }
+    return only;
+}
+
+// The value of a readable attribute: a number, a truth value or a text. False if the object has
+// none: a VLAN of a target that names none.
+bool readAttribute(Object const& object, VomoAttr attr, Row::Value& value) try {
     AttributeRow const& row = attr.row();
     auto const number = [&]<class Int>(Int v) {
         if (!object.read(attr, &v)) return false;
@@ -150,12 +165,16 @@ bool readAttribute(Object const& object, VomoAttr attr, Row::Value& value) {
         if (type.isNull() || type.isPolymorphic()) return false;
         Object field(type);
         if (!object.read(attr, field.get())) return false;
+        VomoAttr const only = onlyStored(type);
+        if (!only.isNull()) return readAttribute(field, only, value);
         value = field.text();
         return true;
     }
     default:
         return false;
     }
+} catch (RangeException const&) {
+    return false;
 }
 
 // Where an entity of `type` is mounted, for IPv4 or IPv6; empty if the type does not say. What the
@@ -189,10 +208,14 @@ std::string mountPath(VomoType type, bool v6) {
 
 VomoType wantedType(std::string const& name) {
     VomoType const type = typeByName(name);
-    if (type.isNull())
-        throw CommandError(
-            badUse, fmt::format("no type \"{}\"; `cairn types` lists them", printable(name)));
-    return type;
+    if (!type.isNull()) return type;
+    std::string alike;
+    for (VomoModule const* m : modules())
+        for (U16 i = 0; i < m->numTypes; ++i)
+            if (std::string const full = VomoType{m, i}.name(); full.ends_with("::" + name))
+                alike += (alike.empty() ? "; did you mean " : " or ") + full;
+    throw CommandError(badUse, fmt::format("no type \"{}\"{}", printable(name),
+                                           alike.empty() ? "; `cairn types` lists them" : alike));
 }
 
 Row typeRow(VomoType type) {
@@ -238,7 +261,14 @@ int typesCommand(Common const& common, std::string const& module) {
         if (!module.empty() && moduleName(m) != module) continue;
         for (U16 i = 0; i < m->numTypes; ++i) listing.print(typeRow({m, i}));
     }
-    return listing.rows() == 0 ? nothingMatched : done;
+    if (listing.rows() != 0) return done;
+    std::string known;
+    for (VomoModule const* m : modules()) {
+        if (moduleName(m) == module) return nothingMatched; // it has no types yet
+        known += (known.empty() ? "" : ", ") + moduleName(m);
+    }
+    throw CommandError(badUse,
+                       fmt::format("no module \"{}\"; there are {}", printable(module), known));
 }
 
 int typeCommand(Common const& common, std::string const& name) {
@@ -249,24 +279,32 @@ int typeCommand(Common const& common, std::string const& name) {
     head.add("alignment", U64{row.alignment()})
         .add("flags", typeFlagsInWords(row.flags))
         .add("base", nameOfReference(type.module, row.base));
-    if (std::string const path = mountPath(type, false); !path.empty()) head.add("mount_path", path);
-    if (std::string const path = mountPath(type, true); !path.empty()) head.add("mount_path6", path);
+    if (std::string const path = mountPath(type, false); !path.empty())
+        head.add("mount_path", path);
+    if (std::string const path = mountPath(type, true); !path.empty())
+        head.add("mount_path6", path);
     listing.print(head);
     std::unique_ptr<Object> const object(type.isPolymorphic() ? nullptr : new Object(type));
-    for (U16 i = 0; i < row.numAttributes; ++i) {
-        VomoAttr const attr{type.module, static_cast<U16>(row.firstAttribute + i)};
+    // Its own attributes, then those of its bases.
+    std::vector<VomoAttr> attributes;
+    for (VomoType t = type; !t.isNull(); t = t.base())
+        for (U16 i = 0; i < t.row().numAttributes; ++i)
+            attributes.push_back({t.module, static_cast<U16>(t.row().firstAttribute + i)});
+    for (std::size_t i = 0; i < attributes.size(); ++i) {
+        VomoAttr const attr = attributes[i];
         AttributeRow const& a = attr.row();
         Row line;
         line.add("attribute", std::string(attr.name()))
             .add("number", U64{a.number})
             .add("is", flagsInWords(a))
             .add("stored", a.stored())
-            .add("of", nameOfReference(type.module, a.type));
+            .add("of", nameOfReference(attr.module, a.type));
+        if (i >= row.numAttributes) line.add("inherited", true);
         Row::Value value;
         if (row.kind == TypeKind::enumeration)
             line.add("value", U64{a.keyOrValue});
         else if (a.keyOrValue != 0xFFFF)
-            line.add("key", nameOfReference(type.module, a.keyOrValue));
+            line.add("key", nameOfReference(attr.module, a.keyOrValue));
         if (std::string const list = parameters(attr); !list.empty()) line.add("takes", list);
         bool const isConstant = a.flags[0] == 0x08;
         if (object && row.kind != TypeKind::enumeration && (a.stored() || isConstant) &&
@@ -280,18 +318,37 @@ int typeCommand(Common const& common, std::string const& name) {
 namespace {
 
 // The compact route key's parser takes what it was given for its own output and ends the process on
-// anything else: what comes from a user is looked at first.
+// anything else: what comes from a user is read by the frame first, with the same parts.
 void checkRouteKeyText(std::string const& text) {
-    static std::regex const form(
-        R"(Value\('Routing::Multicast::Fib::IpGenRouteKey', \*\* \{'kind': )"
-        R"(('(vlanFloodset|multicastFloodset|vxlanCoreSideFloodset)', 'vlanId': [0-9]{1,9})"
-        R"(|'ethGroup', 'vlanId': [0-9]{1,9}, 'ethGroup': [:0-9a-zA-Z]{1,63})"
-        R"(|'mcastGroup', 'kind': [0-9]{1,9}, 'index': [0-9]{1,9})"
-        R"(|'mroute', 's': [./0-9]{1,63}, 'g': [./0-9]{1,63})"
-        R"(|'unknownRouteKeyType')\}\))");
-    if (!std::regex_match(text, form))
-        throw CommandError(badUse, "at character 61: wanted a kind of route key and its parts as "
-                                   "`cairn value` prints them");
+    CharRange range(text);
+    auto const vlan = [&] {
+        range.needString(", 'vlanId': ");
+        deserializeAttr<Bridging::VlanId>(range, "vlanId");
+    };
+    range.needString("Value('Routing::Multicast::Fib::IpGenRouteKey', ** {'kind': ");
+    CharRange const atKind = range;
+    String const kind = deserializeAttr<String>(range, "kind");
+    if (kind == "vlanFloodset" || kind == "multicastFloodset" || kind == "vxlanCoreSideFloodset") {
+        vlan();
+    } else if (kind == "ethGroup") {
+        vlan();
+        range.needString(", 'ethGroup': ");
+        deserializeAttr<Kelpie::EthAddr>(range, "ethGroup");
+    } else if (kind == "mcastGroup") {
+        range.needString(", 'kind': ");
+        deserializeAttr<U16>(range, "kind");
+        range.needString(", 'index': ");
+        deserializeAttr<U16>(range, "index");
+    } else if (kind == "mroute") {
+        range.needString(", 's': ");
+        deserializeAttr<Kelpie::Prefix>(range, "s");
+        range.needString(", 'g': ");
+        deserializeAttr<Kelpie::Prefix>(range, "g");
+    } else if (kind != "unknownRouteKeyType") {
+        atKind.throwWanted("a kind of route key that is read back");
+    }
+    range.needString("})");
+    range.checkAllDataConsumed();
 }
 
 constexpr char const* compactKeyHead = "Value('Routing::Multicast::Fib::IpGenRouteKey'";
@@ -323,12 +380,15 @@ int valueCommand(Common const& common, std::string const& text, std::string cons
     if (type.isPolymorphic())
         throw CommandError(badUse,
                            fmt::format("{} is an entity, which has no text form", type.name()));
-    if (type == typeByName("Routing::Multicast::Fib::RouteKey")) checkRouteKeyText(text);
     Object object(type);
     try {
+        if (type == typeByName("Routing::Multicast::Fib::RouteKey")) checkRouteKeyText(text);
         object.textIs(String(text));
     } catch (Vomo::Exception const& e) {
-        throw CommandError(badUse, fmt::format("{}: {}", type.name(), printable(e.what())));
+        // One number alone stands at the beginning.
+        bool const placed = std::string_view(e.what()).find("at character ") != std::string::npos;
+        throw CommandError(badUse, fmt::format("{}: {}{}", type.name(), printable(e.what()),
+                                               placed ? "" : ": at character 0"));
     }
     if (!common.json) {
         fmt::print("{}\n", printable(object.text()));
@@ -341,8 +401,11 @@ int valueCommand(Common const& common, std::string const& text, std::string cons
     for (VomoType t = type; !t.isNull() && t.row().kind != TypeKind::enumeration; t = t.base())
         for (U16 i = 0; i < t.row().numAttributes; ++i) {
             VomoAttr const attr{t.module, static_cast<U16>(t.row().firstAttribute + i)};
+            U8 const* const flags = attr.row().flags;
+            // Of the class, not of the value; or of one of its members.
+            if (flags[0] != 0) continue;
             Row::Value value;
-            if (attr.row().stored() && readAttribute(object, attr, value))
+            if (readAttribute(object, attr, value))
                 line.add(snakeCase(attr.name()), std::move(value));
         }
     listing.print(line);
