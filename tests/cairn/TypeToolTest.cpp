@@ -74,6 +74,9 @@ TEST(TypeTool, ReadsValuesOrSaysWhereTheyAreWrong) {
         {{"value", "--type", "Brisk::Multicast::Fib::OifIndex", "513"}, "at character 0"},
         {{"value", "Value('Routing::Multicast::Fib::IpGenRouteKey', ** {'kind': 'mroute'})"},
          "at character 68: wanted \", 's': \""},
+        {{"value", "Value('Routing::Multicast::Fib::IpGenRouteKey', ** {'kind': 'vlanFloodset', "
+                   "'vlanId': 4095})"},
+         "vlanId: Bridging::VlanId::value < 1 or > 4094 not allowed: at character 86"},
         {{"value", "Value('Routing::Multicast::Fib::IpGenRouteKey', ** {'kind': 'none'})"},
          "at character 60: wanted a kind of route key"},
         {{"value", "--type", "Multicast::Group::Config", "x"}, "entity"},

@@ -321,32 +321,32 @@ namespace {
 // anything else: what comes from a user is read by the frame first, with the same parts.
 void checkRouteKeyText(std::string const& text) {
     CharRange range(text);
-    auto const vlan = [&] {
-        range.needString(", 'vlanId': ");
-        deserializeAttr<Bridging::VlanId>(range, "vlanId");
+    auto const part = [&]<class T>(char const* name, T*) {
+        range.needString(fmt::format(", '{}': ", name));
+        U32 const position = range.position();
+        try {
+            deserializeAttr<T>(range, name);
+        } catch (RangeException const& ex) {
+            throwRangeException(fmt::format("{}: at character {}", ex.what(), position));
+        }
     };
+    constexpr Bridging::VlanId* vlan = nullptr;
+    constexpr Kelpie::EthAddr* mac = nullptr;
+    constexpr Kelpie::Prefix* prefix = nullptr;
+    constexpr U16* number = nullptr;
     range.needString("Value('Routing::Multicast::Fib::IpGenRouteKey', ** {'kind': ");
     CharRange const atKind = range;
     String const kind = deserializeAttr<String>(range, "kind");
-    if (kind == "vlanFloodset" || kind == "multicastFloodset" || kind == "vxlanCoreSideFloodset") {
-        vlan();
-    } else if (kind == "ethGroup") {
-        vlan();
-        range.needString(", 'ethGroup': ");
-        deserializeAttr<Kelpie::EthAddr>(range, "ethGroup");
-    } else if (kind == "mcastGroup") {
-        range.needString(", 'kind': ");
-        deserializeAttr<U16>(range, "kind");
-        range.needString(", 'index': ");
-        deserializeAttr<U16>(range, "index");
-    } else if (kind == "mroute") {
-        range.needString(", 's': ");
-        deserializeAttr<Kelpie::Prefix>(range, "s");
-        range.needString(", 'g': ");
-        deserializeAttr<Kelpie::Prefix>(range, "g");
-    } else if (kind != "unknownRouteKeyType") {
+    if (kind == "vlanFloodset" || kind == "multicastFloodset" || kind == "vxlanCoreSideFloodset")
+        part("vlanId", vlan);
+    else if (kind == "ethGroup")
+        part("vlanId", vlan), part("ethGroup", mac);
+    else if (kind == "mcastGroup")
+        part("kind", number), part("index", number);
+    else if (kind == "mroute")
+        part("s", prefix), part("g", prefix);
+    else if (kind != "unknownRouteKeyType")
         atKind.throwWanted("a kind of route key that is read back");
-    }
     range.needString("})");
     range.checkAllDataConsumed();
 }
