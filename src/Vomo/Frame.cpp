@@ -1,5 +1,7 @@
 #include "Vomo/Frame.h"
 
+#include "Vomo/PlacedRangeException.h"
+
 namespace Vomo {
 namespace {
 
@@ -71,11 +73,10 @@ void parseRows(CharRange& range, char const* typeName, std::span<Row const> rows
         U32 const position = range.position();
         try {
             parseField(range, rows, row, object);
+        } catch (PlacedRangeException const&) {
+            throw;
         } catch (RangeException const& ex) {
-            // The innermost composite says where; those around it add their attributes' names.
-            if (std::string_view(ex.what()).find(": at character ") != std::string_view::npos)
-                throw;
-            throwRangeException(fmt::format("{}: at character {}", ex.what(), position));
+            throw PlacedRangeException(ex.what(), position);
         }
         separator = ", '";
     }

@@ -6,6 +6,7 @@
 #include "Bridging/VlanId.h"
 #include "Kelpie/IpPrefix.h"
 #include "Vomo/GenericIf.h"
+#include "Vomo/PlacedRangeException.h"
 
 #include <dlfcn.h>
 #include <fmt/format.h>
@@ -327,7 +328,7 @@ void checkRouteKeyText(std::string const& text) {
         try {
             deserializeAttr<T>(range, name);
         } catch (RangeException const& ex) {
-            throwRangeException(fmt::format("{}: at character {}", ex.what(), position));
+            throw PlacedRangeException(ex.what(), position);
         }
     };
     constexpr Bridging::VlanId* vlan = nullptr;
@@ -384,11 +385,14 @@ int valueCommand(Common const& common, std::string const& text, std::string cons
     try {
         if (type == typeByName("Routing::Multicast::Fib::RouteKey")) checkRouteKeyText(text);
         object.textIs(String(text));
+    } catch (PlacedRangeException const& e) {
+        throw CommandError(badUse, fmt::format("{}: at character {}: {}", type.name(), e.position(),
+                                               printable(e.what())));
+    } catch (RangeException const& e) { // of a value that is one number
+        throw CommandError(badUse,
+                           fmt::format("{}: at character 0: {}", type.name(), printable(e.what())));
     } catch (Vomo::Exception const& e) {
-        // One number alone stands at the beginning.
-        bool const placed = std::string_view(e.what()).find("at character ") != std::string::npos;
-        throw CommandError(badUse, fmt::format("{}: {}{}", type.name(), printable(e.what()),
-                                               placed ? "" : ": at character 0"));
+        throw CommandError(badUse, fmt::format("{}: {}", type.name(), printable(e.what())));
     }
     if (!common.json) {
         fmt::print("{}\n", printable(object.text()));
