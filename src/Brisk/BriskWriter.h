@@ -115,6 +115,7 @@ public:
         auto const* const slot = reinterpret_cast<char const*>(table_.slots.base + index);
         for (std::size_t line = 64; line < sizeof(Slot); line += 64)
             __builtin_prefetch(slot + line, 1);
+        __builtin_prefetch(slot + sizeof(Slot) - 1, 1);
         queue_.prefetchPosition(index);
     }
 

@@ -13,7 +13,7 @@
 namespace Brisk {
 
 template <class OpsType>
-class SlotReaderTable : public SlotTable<typename OpsType::Value>, public Dunlin::Debuggable {
+class SlotReaderTable final : public SlotTable<typename OpsType::Value>, public Dunlin::Debuggable {
 public:
     using Ops = OpsType;
     using Key = typename Ops::Key;
@@ -30,6 +30,7 @@ public:
     // The same with the slot's key, which is copied in whole words: a key of odd size brings a few
     // bytes of what follows it.
     struct Match : Seen {
+        bool matches; // hash and key are those asked for
         alignas(Key) alignas(4) unsigned char keyBytes[(sizeof(Key) + 3) / 4 * 4];
         Key const& key() const { return *std::launder(reinterpret_cast<Key const*>(keyBytes)); }
     };

@@ -154,6 +154,7 @@ auto SlotReaderTable<Ops>::readMatch(U32 index, U32 rhash, Key const& key, void*
     // A record spans several cache lines; ask for the rest while the first is on its way.
     for (std::size_t line = 64; line < sizeof(Slot); line += 64)
         __builtin_prefetch(reinterpret_cast<char const*>(&at) + line);
+    __builtin_prefetch(reinterpret_cast<char const*>(&at + 1) - 1);
     static_assert(sizeof(Match::keyBytes) <= sizeof(Value));
     Match seen;
     seen.version = Mem::observe(at.slotVersion); // R1
@@ -161,7 +162,8 @@ auto SlotReaderTable<Ops>::readMatch(U32 index, U32 rhash, Key const& key, void*
         Slot const& from = source(at, seen.version);
         seen.rhash = Mem::peek(from.rhash); // R2
         Mem::copyBytes(seen.keyBytes, &from.value, sizeof seen.keyBytes);
-        if (seen.rhash == rhash && Ops::equal(seen.key(), key)) Ops::copyValue(out, &from.value);
+        seen.matches = seen.rhash == rhash && Ops::equal(seen.key(), key);
+        if (seen.matches) Ops::copyValue(out, &from.value);
         Mem::loadsStayBefore();
         U32 const again = Mem::observe(at.slotVersion); // R3
         if (again == seen.version) return seen;

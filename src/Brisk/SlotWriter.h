@@ -11,7 +11,7 @@
 namespace Brisk {
 
 template <class OpsType>
-class SlotWriterTable : public SlotTable<typename OpsType::Value> {
+class SlotWriterTable final : public SlotTable<typename OpsType::Value> {
 public:
     using Ops = OpsType;
     using Value = typename Ops::Value;

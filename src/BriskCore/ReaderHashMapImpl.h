@@ -105,7 +105,7 @@ auto ReaderHashMap<R>::lookupOnce(Key const& key, U32 rhash, U32 bucket, void* o
         Key const& slotKey = seen.key();
         if ((seen.version & Brisk::occupiedBit) == 0) [[unlikely]]
             notOccupied(index, slotKey);
-        if (seen.rhash == rhash && Ops::equal(slotKey, key)) {
+        if (seen.matches) {
             if (at.moved()) return Outcome::retry;
             table.anchorIs(index, seen.version);
             return Outcome::yes;

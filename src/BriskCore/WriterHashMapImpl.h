@@ -72,13 +72,11 @@ bool WriterHashMap<W, V>::find(Key const& key, U32 bucket, Link*& prev, Link*& c
         Slot& slot = occupiedSlot(link.next);
         curr = &slot.link;
         U32 const slotRhash = Mem::peek(slot.rhash);
+        decltype(auto) slotKey = Ops::key(slot.value);
+        // The key sought stands in its own bucket; any other is looked at.
+        if (slotRhash == rhash && Ops::equal(slotKey, key)) return true;
         checkBucket(slot, link.next, bucket);
-        if (slotRhash > rhash) return false;
-        if (slotRhash == rhash) {
-            decltype(auto) slotKey = Ops::key(slot.value);
-            if (Ops::equal(slotKey, key)) return true;
-            if (Ops::less(key, slotKey)) return false;
-        }
+        if (slotRhash > rhash || (slotRhash == rhash && Ops::less(key, slotKey))) return false;
         prev = &slot.link;
         link = Mem::peek(slot.link);
     }
@@ -95,14 +93,11 @@ auto WriterHashMap<W, V>::lookup(Key const& key, U32 bucket, U32 hash) -> Slot* 
         Slot& slot = occupiedSlot(link.next);
         U32 const slotRhash = Mem::peek(slot.rhash);
         decltype(auto) slotKey = Ops::key(slot.value);
+        if (slotRhash == rhash && Ops::equal(slotKey, key)) return &slot;
         if (bucketOf(writer_->slotTable().ops->hash(slotKey)) != bucket) [[unlikely]]
             Dunlin::fmthrow<Dunlin::CorruptionDetectedException>("corrupt key detected, slot: {}",
                                                                  link.next);
-        if (slotRhash > rhash) return nullptr;
-        if (slotRhash == rhash) {
-            if (Ops::equal(slotKey, key)) return &slot;
-            if (Ops::less(key, slotKey)) return nullptr;
-        }
+        if (slotRhash > rhash || (slotRhash == rhash && Ops::less(key, slotKey))) return nullptr;
         link = Mem::peek(slot.link);
     }
     return nullptr;

@@ -91,14 +91,14 @@ Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, IpAddr v) {
 Ip6Addr::Ip6Addr(Vomo::CharRange& range) {
     U8 bytes[16];
     parseAddress(range, AF_INET6, "0123456789abcdefABCDEF:.", bytes, "an IPv6 address");
-    std::memcpy(bytes_.data(), bytes, 16);
+    std::memcpy(words_.data(), bytes, 16);
 }
 Ip6Addr::Ip6Addr(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
-    std::memcpy(bytes_.data(), in->take(16), 16);
+    std::memcpy(words_.data(), in->take(16), 16);
 }
 Vomo::String Ip6Addr::stringValue() const {
     char text[INET6_ADDRSTRLEN];
-    ::inet_ntop(AF_INET6, bytes_.data(), text, sizeof text);
+    ::inet_ntop(AF_INET6, words_.data(), text, sizeof text);
     return text;
 }
 Vomo::String valueToStrep(Ip6Addr const& v) {

@@ -22,8 +22,10 @@ extern VomoModule const _Ip_df105a5f51aead53_vomoModule;
 // AddressFamily, Ip6Addr, IpGenAddr.
 extern VomoModule const _IpGenAddr_115cb65b3d99135e_vomoModule;
 }
-template <> struct IdOf<Kelpie::IpAddr> : InModule<&_Ip_df105a5f51aead53_vomoModule, 0> {};
-template <> struct IdOf<Kelpie::Prefix> : InModule<&_Ip_df105a5f51aead53_vomoModule, 1> {};
+template <>
+struct IdOf<Kelpie::IpAddr> : InModule<&_Ip_df105a5f51aead53_vomoModule, 0> {};
+template <>
+struct IdOf<Kelpie::Prefix> : InModule<&_Ip_df105a5f51aead53_vomoModule, 1> {};
 template <>
 struct IdOf<Kelpie::AddressFamily> : InModule<&_IpGenAddr_115cb65b3d99135e_vomoModule, 0> {};
 template <>
@@ -51,8 +53,12 @@ private:
 };
 static_assert(sizeof(AddressFamily) == 4);
 
-constexpr AddressFamily ipv4() { return AddressFamily(1); }
-constexpr AddressFamily ipv6() { return AddressFamily(2); }
+constexpr AddressFamily ipv4() {
+    return AddressFamily(1);
+}
+constexpr AddressFamily ipv6() {
+    return AddressFamily(2);
+}
 
 // An IPv4 address, kept in network byte order. Text: "10.1.2.3".
 class IpAddr {
@@ -84,28 +90,42 @@ static_assert(sizeof(IpAddr) == 4 && std::endian::native == std::endian::little)
 class Ip6Addr {
 public:
     constexpr Ip6Addr() = default;
-    constexpr explicit Ip6Addr(std::array<U8, 16> const& bytes) : bytes_(bytes) {}
+    constexpr explicit Ip6Addr(std::array<U8, 16> const& bytes)
+        : words_(std::bit_cast<std::array<U32, 4>>(bytes)) {}
+    // Four words in network order.
+    static constexpr Ip6Addr fromNetworkWords(U32 a, U32 b, U32 c, U32 d) {
+        return Ip6Addr(std::array<U32, 4>{a, b, c, d});
+    }
     explicit Ip6Addr(Vomo::CharRange& range);
     Ip6Addr(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
 
-    constexpr std::array<U8, 16> const& bytes() const { return bytes_; }
+    constexpr std::array<U8, 16> bytes() const { return std::bit_cast<std::array<U8, 16>>(words_); }
+    // Bytes 4 `index` to 4 `index` + 3, as they stand in memory.
+    constexpr U32 networkWord(unsigned index) const { return words_[index]; }
     // Half 0 is the upper one; the first byte on top.
     constexpr U64 u64(unsigned half) const {
-        U64 word = 0;
-        for (unsigned i = 0; i < 8; ++i) word = word << 8 | bytes_[half * 8 + i];
-        return word;
+        return U64{__builtin_bswap32(words_[half * 2])} << 32 |
+               __builtin_bswap32(words_[half * 2 + 1]);
     }
     // Stands in shared memory: the same in every process.
-    constexpr U32 hash() const { return Tumbrel::fold(Tumbrel::mix64(Tumbrel::mix64(0, u64(0)), u64(1))); }
+    constexpr U32 hash() const {
+        return Tumbrel::fold(Tumbrel::mix64(Tumbrel::mix64(0, u64(0)), u64(1)));
+    }
     // ff00::/8
-    constexpr bool isMulticast() const { return bytes_[0] == 0xff; }
+    constexpr bool isMulticast() const { return (words_[0] & 0xff) == 0xff; }
     Vomo::String stringValue() const;
 
     friend constexpr bool operator==(Ip6Addr const&, Ip6Addr const&) = default;
-    friend constexpr auto operator<=>(Ip6Addr const&, Ip6Addr const&) = default;
+    // As the bytes from the first to the last.
+    friend constexpr auto operator<=>(Ip6Addr const& a, Ip6Addr const& b) {
+        U64 const upper[] = {a.u64(0), b.u64(0)};
+        return upper[0] != upper[1] ? upper[0] <=> upper[1] : a.u64(1) <=> b.u64(1);
+    }
 
 private:
-    alignas(4) std::array<U8, 16> bytes_ = {};
+    constexpr explicit Ip6Addr(std::array<U32, 4> const& words) : words_(words) {}
+    // In network order. Words, not bytes: what makes and reads keys stays in registers.
+    std::array<U32, 4> words_ = {};
 };
 static_assert(sizeof(Ip6Addr) == 16 && alignof(Ip6Addr) == 4);
 
@@ -114,11 +134,8 @@ static_assert(sizeof(Ip6Addr) == 16 && alignof(Ip6Addr) == 4);
 class IpGenAddr {
 public:
     constexpr IpGenAddr() = default;
-    constexpr IpGenAddr(IpAddr v4) : af_(ipv4()) {
-        U32 const word = v4.word();
-        bytes_ = Ip6Addr({static_cast<U8>(word >> 24), static_cast<U8>(word >> 16),
-                          static_cast<U8>(word >> 8), static_cast<U8>(word)});
-    }
+    constexpr IpGenAddr(IpAddr v4)
+        : af_(ipv4()), bytes_(Ip6Addr::fromNetworkWords(v4.networkWord(), 0, 0, 0)) {}
     constexpr IpGenAddr(Ip6Addr const& v6) : af_(ipv6()), bytes_(v6) {}
     // Bytes that stand for themselves, whatever the family.
     constexpr IpGenAddr(AddressFamily af, Ip6Addr const& bytes) : af_(af), bytes_(bytes) {}
@@ -127,7 +144,7 @@ public:
 
     constexpr AddressFamily af() const { return af_; }
     // The first four bytes, whatever the family.
-    constexpr IpAddr v4Addr() const { return IpAddr::fromWord(static_cast<U32>(bytes_.u64(0) >> 32)); }
+    constexpr IpAddr v4Addr() const { return IpAddr::fromNetworkWord(bytes_.networkWord(0)); }
     // The sixteen bytes, whatever the family.
     constexpr Ip6Addr const& v6Addr() const { return bytes_; }
     // 224.0.0.0/4 or ff00::/8

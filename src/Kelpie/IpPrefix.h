@@ -4,8 +4,8 @@
 
 #include "Kelpie/IpAddr.h"
 
-#include <array>
-#include <bit>
+#include <cstring>
+#include <type_traits>
 
 namespace Kelpie {
 class IpGenPrefix;
@@ -66,10 +66,11 @@ public:
     U32 hash() const { return hash(0); }
     Vomo::String stringValue() const;
 
-    // All three fields, as the three words they are: tables compare keys with each step.
+    // All three fields. Tables compare keys with each step: as bytes, where that can be done.
     friend constexpr bool operator==(IpGenPrefix const& a, IpGenPrefix const& b) {
-        using Words = std::array<U64, 3>;
-        return std::bit_cast<Words>(a) == std::bit_cast<Words>(b);
+        static_assert(std::has_unique_object_representations_v<IpGenPrefix>);
+        if (!std::is_constant_evaluated()) return std::memcmp(&a, &b, sizeof a) == 0;
+        return a.address_ == b.address_ && a.len_ == b.len_;
     }
     // Total. By family; then, if the first m bits differ, m being the smaller length, by those bits;
     // then a longer prefix before one that covers it; then by all bits of the address.

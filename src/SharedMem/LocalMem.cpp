@@ -1,6 +1,7 @@
 #include "SharedMem/LocalMem.h"
 
 #include "Dunlin/Exception.h"
+#include "SharedMem/HugePages.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -33,6 +34,11 @@ char const* Local::kindName() const {
     return kind_ == HEAP ? "Mem::Local::HEAP" : "Mem::Local::ANONYMOUS";
 }
 
+// Huge pages where there is room for one: tables by slot number are read at random.
+static void askForHugePages(void* data, std::size_t size) {
+    if (size >= hugePageSize_) ::madvise(data, size, MADV_HUGEPAGE);
+}
+
 void* Local::attach(std::size_t size) {
     detach();
     if (size == 0 || mappingShallFail()) return nullptr;
@@ -40,7 +46,10 @@ void* Local::attach(std::size_t size) {
         data_ = std::calloc(1, size);
     } else {
         data_ = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        if (data_ == MAP_FAILED) data_ = nullptr;
+        if (data_ == MAP_FAILED)
+            data_ = nullptr;
+        else
+            askForHugePages(data_, size);
     }
     if (data_) size_ = size;
     return data_;
@@ -60,6 +69,7 @@ void* Local::resize(std::size_t size) {
     } else {
         moved = ::mremap(data_, size_, size, MREMAP_MAYMOVE);
         if (moved == MAP_FAILED) return nullptr;
+        askForHugePages(moved, size);
     }
     data_ = moved;
     // Whole new pages are zero already; heap and the rest of a page that shrank before are not.

@@ -1,6 +1,7 @@
 #include "SharedMem/SharedMem.h"
 
 #include "Dunlin/Exception.h"
+#include "SharedMem/HugePages.h"
 #include "SharedMem/StepHooks.h"
 
 #include <atomic>
@@ -20,6 +21,16 @@ std::atomic<std::size_t> bytesTracked{0};
 std::size_t lengthOf(int fd) {
     struct stat status;
     return ::fstat(fd, &status) == 0 ? static_cast<std::size_t>(status.st_size) : 0;
+}
+
+// Gives the memory of the pages back that lie whole between `from` and `to`, the last one also if
+// `to` cuts it; the file's length stays. Where holes are not supported the pages just stay too;
+// their contents are never believed.
+void giveBack(int fd, std::size_t from, std::size_t to) {
+    std::size_t const start = roundToPage(from), end = roundToPage(to);
+    if (start < end)
+        ::fallocate(fd, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, static_cast<off_t>(start),
+                    static_cast<off_t>(end - start));
 }
 
 std::string temporaryName(std::string const& fileName) {
@@ -93,12 +104,19 @@ void SharedMemWrapper::sizeIs(std::size_t size) {
 // system would end the process by SIGBUS. Holes left by a former shrink are filled as well.
 bool SharedMemWrapper::reserve(std::size_t from, std::size_t to) {
     if (to <= from) return true;
+    std::size_t const length = lengthOf(fd_);
+    backByHugePages(fd_, from, to);
     int error;
     do {
         error = ::posix_fallocate(fd_, static_cast<off_t>(from), static_cast<off_t>(to - from));
     } while (error == EINTR);
-    if (error != 0) fail("cannot reserve space", error);
-    return error == 0;
+    if (error == 0) return true;
+    fail("cannot reserve space", error);
+    // The file is again as it was: nobody has learned of the length it had meanwhile, and what was
+    // reserved behind the growing table's end is free for others.
+    if (lengthOf(fd_) > length && ::ftruncate(fd_, static_cast<off_t>(length)) != 0) return false;
+    if (from > 0) giveBack(fd_, from, std::min(length, to));
+    return false;
 }
 
 void SharedMemWrapper::closeFile() {
@@ -108,7 +126,9 @@ void SharedMemWrapper::closeFile() {
 
 void* SharedMemWrapper::mapDescriptor(std::size_t size, void const* hint) {
     int const protection = mode_ == Mode::writer ? PROT_READ | PROT_WRITE : PROT_READ;
-    void* const base = ::mmap(const_cast<void*>(hint), size, protection, MAP_SHARED, fd_, 0);
+    void* const range = hint ? nullptr : alignedRange(size);
+    void* const base = ::mmap(range ? range : const_cast<void*>(hint), size, protection,
+                              range ? MAP_SHARED | MAP_FIXED : MAP_SHARED, fd_, 0);
     if (base == MAP_FAILED) {
         fail("mmap", errno);
         closeFile();
@@ -210,7 +230,13 @@ void* SharedMemWrapper::remap(std::size_t size) {
         reason_ = fmt::format("the file has {} bytes, wanted {}", length, size);
         return nullptr;
     }
-    void* const base = ::mremap(data_, size_, size, MREMAP_MAYMOVE);
+    bool const aligned = size < hugePageSize_ || hugePageAligned(data_);
+    void* base = aligned ? ::mremap(data_, size_, size, 0) : MAP_FAILED;
+    if (base == MAP_FAILED) {
+        void* const range = alignedRange(size);
+        base = range ? ::mremap(data_, size_, size, MREMAP_MAYMOVE | MREMAP_FIXED, range)
+                     : ::mremap(data_, size_, size, MREMAP_MAYMOVE);
+    }
     if (base == MAP_FAILED) return fail("mremap", errno);
     data_ = base;
     // What a writer grows by it is about to fill: one call in place of a fault a page. Where the
@@ -220,13 +246,8 @@ void* SharedMemWrapper::remap(std::size_t size) {
         ::madvise(static_cast<char*>(base) + from, roundToPage(size) - from, MADV_POPULATE_WRITE);
     }
     if (mode_ == Mode::writer && size < size_) {
-        std::size_t const end = roundToPage(size);
-        std::size_t const length = lengthOf(fd_);
         StepHooks::store();
-        // Where holes are not supported the pages just stay; their contents are never believed.
-        if (length > end)
-            ::fallocate(fd_, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, static_cast<off_t>(end),
-                        static_cast<off_t>(length - end));
+        giveBack(fd_, size, lengthOf(fd_));
     }
     sizeIs(size);
     applyDump();

@@ -127,25 +127,74 @@ TEST_F(SharedMem, AFailedResizeKeepsTheOldMapping) {
 }
 
 TEST_F(SharedMem, AFullFileSystemIsAReasonNotASignal) {
-    Support::Child child([&](Support::Child&) {
-        // A tiny file system of its own; without the right to mount there is nothing to show.
+    // A tiny file system of its own; without the right to mount there is nothing to show. Sizes
+    // below and above that of a huge page.
+    auto const grow = [&](std::size_t room, std::size_t start, std::size_t tooMuch,
+                          std::size_t fits) {
         if (::unshare(CLONE_NEWNS) != 0 && ::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) return 77;
         ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr);
-        if (::mount("tmpfs", base_.path().c_str(), "tmpfs", 0, "size=64k") != 0) return 77;
+        std::string const options = "size=" + std::to_string(room);
+        if (::mount("tmpfs", base_.path().c_str(), "tmpfs", 0, options.c_str()) != 0) return 77;
         Mapping writer(path_, "slots");
-        auto* base = bytes(writer.attach(4 * pageSize_, Mode::writer));
+        auto* base = bytes(writer.attach(start, Mode::writer));
         if (!base) return 1;
-        base[0] = 1;
-        if (writer.resize(100 * pageSize_)) return 2;
+        std::memset(base, 1, start);
+        auto const before = status();
+        if (writer.resize(tooMuch)) return 2;
         if (writer.reason().find("No space left") == std::string::npos) return 3;
-        if (writer.data() != base || base[0] != 1) return 4;
-        if (!writer.resize(8 * pageSize_)) return 5;
-        std::memset(writer.data(), 3, 8 * pageSize_);
+        if (writer.data() != base || base[start - 1] != 1) return 4;
+        // What was reserved of it in vain is free again, and nobody sees a longer file.
+        if (status().st_size != before.st_size || status().st_blocks != before.st_blocks) return 5;
+        if (!writer.resize(fits)) return 6;
+        std::memset(writer.data(), 3, fits);
         return 0;
-    });
-    int const code = child.join();
-    if (code == 77) GTEST_SKIP() << "no right to mount";
-    EXPECT_EQ(code, 0);
+    };
+    for (std::size_t const unit : {std::size_t{4096}, std::size_t{1} << 20}) {
+        SCOPED_TRACE(unit);
+        Support::Child child(
+            [&](Support::Child&) { return grow(16 * unit, 4 * unit, 100 * unit, 9 * unit); });
+        int const code = child.join();
+        if (code == 77) GTEST_SKIP() << "no right to mount";
+        EXPECT_EQ(code, 0);
+    }
+}
+
+TEST_F(SharedMem, LargeFilesGrowAndShrinkByTheByteAlsoWithHugePages) {
+    Mapping writer(path_, "slots"), reader(path_, "slots");
+    std::size_t const megabyte = 1U << 20;
+    std::size_t filled = 0;
+    // Every byte of the words up to `size` says where it is.
+    auto const fill = [&](std::size_t size) {
+        auto* const words = static_cast<U32*>(writer.data());
+        for (; filled + 4 <= size; filled += 4)
+            words[filled / 4] = static_cast<U32>(filled * 2654435761U);
+    };
+    auto const intact = [&](Mapping const& mapping, std::size_t size) {
+        auto const* const words = static_cast<U32 const*>(mapping.data());
+        for (std::size_t at = 0; at + 4 <= size; at += 4)
+            if (words[at / 4] != static_cast<U32>(at * 2654435761U)) return false;
+        return true;
+    };
+    ASSERT_NE(writer.attach(megabyte / 2 + 8, Mode::writer), nullptr);
+    fill(writer.mappedSize());
+    ASSERT_NE(reader.attach(writer.mappedSize(), Mode::reader), nullptr);
+    for (std::size_t const size :
+         {3 * megabyte, 5 * megabyte + 12, 16 * megabyte, 17 * megabyte + 4}) {
+        std::size_t const before = reader.mappedSize();
+        ASSERT_NE(writer.resize(size), nullptr) << writer.reason();
+        EXPECT_TRUE(intact(reader, before)); // while the pages beneath it were exchanged
+        fill(size);
+        ASSERT_NE(reader.resize(size), nullptr);
+        EXPECT_TRUE(intact(reader, size));
+        EXPECT_EQ(static_cast<std::size_t>(status().st_blocks) * 512, roundToPage(size));
+    }
+    ASSERT_NE(writer.resize(3 * megabyte + 4), nullptr);
+    EXPECT_EQ(static_cast<std::size_t>(status().st_blocks) * 512, roundToPage(3 * megabyte + 4));
+    EXPECT_TRUE(intact(reader, 3 * megabyte + 4));
+    // Holes in the midst of the file become pages again.
+    ASSERT_NE(writer.resize(9 * megabyte), nullptr);
+    EXPECT_EQ(static_cast<std::size_t>(status().st_blocks) * 512, 9 * megabyte);
+    EXPECT_EQ(bytes(writer.data())[8 * megabyte], 0);
 }
 
 TEST_F(SharedMem, TrackingFollowsTheMappedBytes) {
