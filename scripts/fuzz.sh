@@ -4,7 +4,7 @@
 #   fuzz.sh BUILD_DIR SECONDS
 set -eu
 build=$1 seconds=$2
-for target in table_files values; do
+for target in table_files values attribute_log value_text; do
     printf '== fuzzing %s for %s seconds\n' "$target" "$seconds"
     work=$build/work/$target
     mkdir -p "$work"

@@ -55,8 +55,16 @@ Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, Prefix const& v) {
 IpGenPrefix::IpGenPrefix(Vomo::CharRange& range) : address_(range) {
     len_ = parseLength(range, af() == ipv4() ? 32 : af() == ipv6() ? 128 : 0);
 }
-IpGenPrefix::IpGenPrefix(Vomo::NboAttrLog::In* in, Vomo::StreamBogon tag)
-    : address_(in, tag), len_(static_cast<S32>(in->nextU32())) {}
+// In the log a prefix is its family, 16 bytes of address and the length. Route keys are made of
+// them: the bytes are asked for once.
+static constexpr std::size_t logSize = 4 + 16 + 4;
+IpGenPrefix::IpGenPrefix(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) {
+    U8 const* const at = in->take(logSize);
+    std::array<U8, 16> bytes;
+    std::memcpy(bytes.data(), at + 4, 16);
+    address_ = {AddressFamily(Vomo::NboAttrLog::getBigEndian<U32>(at)), Ip6Addr(bytes)};
+    len_ = static_cast<S32>(Vomo::NboAttrLog::getBigEndian<U32>(at + 20));
+}
 
 U32 IpGenPrefix::hash(U32 seed) const {
     U64 const head = U64{af().value()} << 32 | static_cast<U32>(len_);
@@ -95,7 +103,11 @@ std::ostream& operator<<(std::ostream& stream, IpGenPrefix const& v) {
     return stream << v.stringValue();
 }
 Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, IpGenPrefix const& v) {
-    return out << v.address() << static_cast<U32>(v.len());
+    U8* const at = out.room(logSize);
+    Vomo::NboAttrLog::putBigEndian(at, v.af().value());
+    std::memcpy(at + 4, v.v6Addr().bytes().data(), 16);
+    Vomo::NboAttrLog::putBigEndian(at + 20, static_cast<U32>(v.len()));
+    return out;
 }
 
 } // namespace Kelpie

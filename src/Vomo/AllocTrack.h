@@ -3,6 +3,7 @@
 
 #include "Dunlin/Types.h"
 
+#include <sys/single_threaded.h>
 #include <typeinfo>
 #include <vector>
 
@@ -32,6 +33,11 @@ private:
     explicit AllocTrackTypeInfo(std::type_info const& type) : type_(&type) {}
     static AllocTrackTypeInfo& of(AllocTrackTypeInfo** slot, std::type_info const& type);
     void change(S64 count, S64 bytes) {
+        if (__libc_single_threaded) { // then a locked addition only costs time
+            __atomic_store_n(&live_, live() + count, __ATOMIC_RELAXED);
+            __atomic_store_n(&bytes_, liveBytes() + bytes, __ATOMIC_RELAXED);
+            return;
+        }
         __atomic_fetch_add(&live_, count, __ATOMIC_RELAXED);
         __atomic_fetch_add(&bytes_, bytes, __ATOMIC_RELAXED);
     }

@@ -21,7 +21,7 @@ inline constexpr FieldType entityType{.type = IdOf<T>::type};
 struct DirtyKeys {
     virtual ~DirtyKeys() = default;
     virtual void add(void const* key) = 0;
-    virtual void del(void const* key) = 0;
+    virtual bool del(void const* key) = 0; // false if it was not there
     virtual bool empty() const = 0;
     // Any of them; not to be asked of an empty set.
     virtual void const* any() const = 0;
@@ -30,7 +30,7 @@ template <class Key>
 struct DirtyKeysOf final : DirtyKeys {
     HSet<Key, 0U> set;
     void add(void const* key) override { set.add(*static_cast<Key const*>(key)); }
-    void del(void const* key) override { set.del(*static_cast<Key const*>(key)); }
+    bool del(void const* key) override { return set.del(*static_cast<Key const*>(key)); }
     bool empty() const override { return set.members() == 0; }
     void const* any() const override {
         typename HSet<Key, 0U>::IteratorConst const first(&set.map());

@@ -25,6 +25,10 @@ struct FieldType {
     void (*parse)(CharRange& range, void* field, char const* attrName) = nullptr;
     void (*write)(NboAttrLog::Out& out, void const* field) = nullptr;
     void (*read)(NboAttrLog::In* in, void* field) = nullptr;
+    // Where the log form is one integer: its bytes, and the same functions on bytes that are there.
+    U32 wordSize = 0;
+    void (*put)(U8* at, void const* field) = nullptr;
+    void (*get)(U8 const* at, void* field) = nullptr;
     void (*assign)(void* field, void const* value) = nullptr;
     bool (*equal)(void const* a, void const* b) = nullptr;
     void (*mix)(Hash& hash, void const* field) = nullptr; // null if it has no hash
@@ -70,37 +74,81 @@ void parseField(CharRange& range, void* field, char const* attrName) {
         *static_cast<F*>(field) = deserializeAttr<F>(range, attrName);
     }
 }
-// An enum and a flag set take 32 bits in the log, whatever their width in memory.
+// The integer that a field is in the log, if it is one: an enum and a flag set take 32 bits, whatever
+// their width in memory; a class around one integer is that integer.
+struct NoWord {};
+template <class F>
+constexpr auto toLogWord(F const& v) {
+    if constexpr (std::is_enum_v<F>)
+        return static_cast<U32>(v);
+    else if constexpr (requires { F::definedBits; })
+        return U32{v.value()};
+    else if constexpr (std::is_same_v<F, bool>)
+        return U8{v};
+    else if constexpr (std::is_integral_v<F>)
+        return static_cast<std::make_unsigned_t<F>>(v);
+    else if constexpr (std::is_same_v<F, Seconds>)
+        return std::bit_cast<U64>(v);
+    else if constexpr (requires {
+                           { v.word() } -> std::same_as<U64>;
+                       } &&
+                       sizeof(F) == 8 && std::is_constructible_v<F, U64>)
+        return v.word();
+    else if constexpr (requires {
+                           { v.value() } -> std::unsigned_integral;
+                       }) {
+        using Word = decltype(v.value());
+        if constexpr (sizeof(F) == sizeof(Word) && std::is_constructible_v<F, Word>)
+            return v.value();
+        else
+            return NoWord{};
+    } else {
+        return NoWord{};
+    }
+}
+template <class F>
+using LogWord = decltype(toLogWord(std::declval<F const&>()));
+template <class F>
+F fromLogWord(LogWord<F> word) {
+    if constexpr (std::is_arithmetic_v<F> || std::is_enum_v<F>) {
+        if constexpr (std::is_same_v<F, bool>)
+            return word != 0;
+        else if constexpr (std::is_same_v<F, Seconds>)
+            return std::bit_cast<Seconds>(word);
+        else
+            return static_cast<F>(word);
+    } else if constexpr (requires { F::definedBits; }) {
+        return F(static_cast<U8>(word & F::definedBits));
+    } else {
+        return F(word); // raises for one out of range
+    }
+}
+template <class F>
+inline constexpr bool isLogWord = !std::is_same_v<LogWord<F>, NoWord>;
+
+template <class F>
+void putField(U8* at, void const* field) {
+    NboAttrLog::putBigEndian(at, toLogWord(*static_cast<F const*>(field)));
+}
+template <class F>
+void getField(U8 const* at, void* field) {
+    *static_cast<F*>(field) = fromLogWord<F>(NboAttrLog::getBigEndian<LogWord<F>>(at));
+}
 template <class F>
 void writeField(NboAttrLog::Out& out, void const* field) {
-    if constexpr (std::is_enum_v<F>)
-        out << static_cast<U32>(*static_cast<F const*>(field));
+    if constexpr (isLogWord<F>)
+        out.putInt(toLogWord(*static_cast<F const*>(field)));
     else
         out << *static_cast<F const*>(field);
 }
 template <class F>
 void readField(NboAttrLog::In* in, void* field) {
-    auto& v = *static_cast<F*>(field);
-    if constexpr (std::is_enum_v<F>)
-        v = static_cast<F>(in->nextU32());
-    else if constexpr (std::is_same_v<F, bool>)
-        v = in->nextBool();
-    else if constexpr (std::is_same_v<F, U8>)
-        v = in->nextU8();
-    else if constexpr (std::is_same_v<F, U16>)
-        v = in->nextU16();
-    else if constexpr (std::is_same_v<F, U32>)
-        v = in->nextU32();
-    else if constexpr (std::is_same_v<F, S32>)
-        v = in->nextS32();
-    else if constexpr (std::is_same_v<F, U64>)
-        v = in->nextU64();
-    else if constexpr (std::is_same_v<F, Seconds>)
-        v = in->nextSeconds();
+    if constexpr (isLogWord<F>)
+        getField<F>(in->take(sizeof(LogWord<F>)), field);
     else if constexpr (std::is_same_v<F, String>)
-        v = in->nextString();
+        *static_cast<F*>(field) = in->nextString();
     else
-        v = F(in, StreamBogon{});
+        *static_cast<F*>(field) = F(in, StreamBogon{});
 }
 template <class F>
 void assignField(void* field, void const* value) {
@@ -158,6 +206,11 @@ consteval FieldType makeFieldType() {
         type.parse = parseField<F>;
         type.write = writeField<F>;
         type.read = readField<F>;
+        if constexpr (isLogWord<F>) {
+            type.wordSize = sizeof(LogWord<F>);
+            type.put = putField<F>;
+            type.get = getField<F>;
+        }
         type.assign = assignField<F>;
         type.equal = equalFields<F>;
         if constexpr (isMixed<F>) type.mix = mixField<F>;
@@ -508,10 +561,28 @@ void parseRows(CharRange& range, char const* typeName, std::span<Row const> rows
 void writeFlags(NboAttrLog::Out& out, void const* flags);
 void readFlags(NboAttrLog::In* in, void* flags, U8 definedBits);
 
+// The bytes of the run of integers that begins with row `first`; 0 if none begins there.
+consteval std::size_t runAt(std::span<Row const> rows, std::size_t first) {
+    auto const isWord = [](Row const& row) { return row.type->wordSize != 0; };
+    if (!rows[first].stored || !isWord(rows[first])) return 0;
+    for (std::size_t i = first; i-- > 0;)
+        if (rows[i].stored) {
+            if (isWord(rows[i])) return 0;
+            break;
+        }
+    std::size_t bytes = 0;
+    for (Row const& row : rows.subspan(first)) {
+        if (!row.stored) continue;
+        if (!isWord(row)) break;
+        bytes += row.type->wordSize;
+    }
+    return bytes;
+}
 // The functions that the rows of T give: what the table of its module holds.
 //
 // The log and the hash are on the road of every change: they are unrolled over the rows, whose
-// functions are then known and inlined. Text is not worth that.
+// functions are then known and inlined, and in the log a run of integers asks once for its bytes.
+// Text is not worth that.
 template <class T>
 struct FrameOf {
     static constexpr auto const& rows = Describe<T>::attributes;
@@ -527,15 +598,15 @@ struct FrameOf {
     }
     static void write(NboAttrLog::Out& out, void const* value) {
         [&]<std::size_t... i>(std::index_sequence<i...>) {
-            ((rows[i].stored ? rows[i].type->write(out, rows[i].field(value)) : void()), ...);
+            [[maybe_unused]] U8* at = nullptr;
+            (writeRow<i>(out, at, value), ...);
         }
         (sequence);
     }
     static void read(NboAttrLog::In* in, void* value) {
         [&]<std::size_t... i>(std::index_sequence<i...>) {
-            ((rows[i].stored ? rows[i].type->read(in, const_cast<void*>(rows[i].field(value)))
-                             : void()),
-             ...);
+            [[maybe_unused]] U8 const* at = nullptr;
+            (readRow<i>(in, at, value), ...);
         }
         (sequence);
     }
@@ -551,6 +622,35 @@ struct FrameOf {
         for (Row const& row : rows)
             if (row.stored && row.type->mix == nullptr) return false;
         return true;
+    }
+
+private:
+    // `at` is where the next integer of a run stands.
+    template <std::size_t i>
+    static void writeRow([[maybe_unused]] NboAttrLog::Out& out, [[maybe_unused]] U8*& at,
+                         [[maybe_unused]] void const* value) {
+        constexpr Row const& row = rows[i];
+        if constexpr (row.stored && row.type->wordSize != 0) {
+            if constexpr (constexpr std::size_t bytes = runAt(rows, i); bytes != 0)
+                at = out.room(bytes);
+            row.type->put(at, row.field(value));
+            at += row.type->wordSize;
+        } else if constexpr (row.stored) {
+            row.type->write(out, row.field(value));
+        }
+    }
+    template <std::size_t i>
+    static void readRow([[maybe_unused]] NboAttrLog::In* in, [[maybe_unused]] U8 const*& at,
+                        [[maybe_unused]] void* value) {
+        constexpr Row const& row = rows[i];
+        if constexpr (row.stored && row.type->wordSize != 0) {
+            if constexpr (constexpr std::size_t bytes = runAt(rows, i); bytes != 0)
+                at = in->take(bytes);
+            row.type->get(at, const_cast<void*>(row.field(value)));
+            at += row.type->wordSize;
+        } else if constexpr (row.stored) {
+            row.type->read(in, const_cast<void*>(row.field(value)));
+        }
     }
 };
 

@@ -27,15 +27,21 @@ private:
     U64 state_ = 0;
 };
 
-// The hash of a collection's key; a seed of 0 is as good as any.
+// The hash of a collection's key; a seed of 0 is as good as any. Both halves of a product, in which
+// each bit of the key and the seed reaches all upper ones: the one step that a lookup waits for.
+__extension__ typedef unsigned __int128 U128;
+inline U32 hashInteger(U64 seed, U64 key) {
+    U128 const product = U128{key ^ seed * 0x9e3779b97f4a7c15ULL} * 0xd6e8feb86659fd93ULL;
+    return Tumbrel::fold(static_cast<U64>(product) ^ static_cast<U64>(product >> 64));
+}
 inline U32 hashSingleAttr(U32 seed, U16 key) {
-    return Tumbrel::fold(Tumbrel::mix64(U64{seed} << 32 | 2, key));
+    return hashInteger(U64{seed} << 32 | 2, key);
 }
 inline U32 hashSingleAttr(U32 seed, U32 key) {
-    return Tumbrel::fold(Tumbrel::mix64(U64{seed} << 32 | 4, key));
+    return hashInteger(U64{seed} << 32 | 4, key);
 }
 inline U32 hashSingleAttr(U32 seed, U64 key) {
-    return Tumbrel::fold(Tumbrel::mix64(U64{seed} << 32 | 8, key));
+    return hashInteger(U64{seed} << 32 | 8, key);
 }
 U32 hashSingleAttr(U32 seed, std::string_view key);
 

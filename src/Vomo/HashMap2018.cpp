@@ -9,6 +9,7 @@ namespace {
 
 using Bucket = HashMap2018BucketHdr;
 
+// A table grows at this many members for each bucket, and shrinks at one.
 constexpr U32 nodesPerBucket = 8;
 
 U32 withoutMark(U32 word) {
@@ -34,9 +35,16 @@ Bucket* newBucket(HashMap2018VTable const* vt, U32 slots) {
     return bucket;
 }
 
-// Room for n members and some more, in steps that keep small buckets small.
-U32 roomFor(U32 n) {
-    return n < 4 ? n : n < 16 ? (n + 3) & ~3U : std::min(n + n / 4, Bucket::maxSlots);
+// Slots for n members and, in large buckets, some more; few only where there is but one bucket.
+U32 roomFor(U32 n, U32 tableBits) {
+    if (n <= 3 && tableBits == 0) return n;
+    return std::min((n < 16 ? n : n + n / 4) | 7, Bucket::maxSlots);
+}
+
+// The table has some words of null behind its end, for walks that look ahead.
+Bucket** newTable(U32 tableBits, std::size_t tail) {
+    return static_cast<Bucket**>(
+        std::calloc((std::size_t{1} << tableBits) + tail, sizeof(Bucket*)));
 }
 
 // The first slot whose word is not less than `word`, which has no mark.
@@ -80,6 +88,7 @@ MoveOrCopy modeFor(Bucket* from) {
 } // namespace
 
 AllocTrackTypeInfo* HashMap2018Generic::bucketHeaderTypeInfo_ = nullptr;
+constinit HashMap2018BucketHdr* HashMap2018Generic::noTable[] = {};
 
 void HashMap2018VTable::trivialPlace(HashMap2018VTable const* vt, void* dst, void* src,
                                      MoveOrCopy) noexcept {
@@ -117,31 +126,33 @@ HashMap2018Generic::HashMap2018Generic(HashMap2018VTable const* vt,
 
 HashMap2018Generic::~HashMap2018Generic() {
     PLAINASSERT(members_ == 0, "members_ == 0");
-    std::free(table_);
+    if (hasTable()) std::free(table_);
 }
 
 void HashMap2018Generic::assignOp(HashMap2018VTable const* vt, HashMap2018Generic const& other) {
     if (this == &other) return;
     emptyAllBuckets(vt, true);
-    if (other.table_ == nullptr) return;
-    table_ = static_cast<Bucket**>(std::calloc(other.numBuckets(), sizeof(Bucket*)));
-    if (table_ == nullptr) throw std::bad_alloc();
+    if (!other.hasTable()) return;
+    Bucket** const table = newTable(other.tableBits(), tableTail);
+    if (table == nullptr) throw std::bad_alloc();
+    table_ = table;
     tableBitsIs(other.tableBits());
     for (U32 i = 0; i < other.numBuckets(); ++i)
         if (Bucket* const from = other.table_[i]) {
-            table_[i] = copyRange(vt, from->used(), from, 0, from->used(), MoveOrCopy::copy);
+            table_[i] = copyRange(vt, roomFor(from->used(), tableBits()), from, 0, from->used(),
+                                  MoveOrCopy::copy);
             members_ += from->used();
         }
     structureChanged();
 }
 
 void HashMap2018Generic::emptyAllBuckets(HashMap2018VTable const* vt, bool) {
-    if (table_ == nullptr) return;
+    if (!hasTable()) return;
     if (members_ != 0) structureChanged();
     members_ = 0;
     Bucket** const table = table_;
     U32 const n = numBuckets();
-    table_ = nullptr; // what a member releases may come back and look
+    table_ = noTable; // what a member releases may come back and look
     tableBitsIs(0);
     for (U32 i = 0; i < n; ++i)
         if (table[i] != nullptr) vt->bktHdrRefDec(table[i]);
@@ -150,20 +161,14 @@ void HashMap2018Generic::emptyAllBuckets(HashMap2018VTable const* vt, bool) {
 
 HashMap2018Generic::Place HashMap2018Generic::find(HashMap2018VTable const* vt, void const* key,
                                                    U32 rhash) const {
-    if (table_ == nullptr) return {};
-    Bucket* const bucket = table_[bucketIndex(rhash)];
-    if (bucket == nullptr) return {};
-    U32 const word = withoutMark(rhash), used = bucket->used();
-    for (U32 i = lowerBound(bucket, word); i < used && withoutMark(bucket->hashWord(i)) == word;
-         ++i)
-        if (vt->keyEqualsNode(key, nodeAt(vt, bucket, i))) return {bucket, i};
-    return {};
+    return findIf(rhash, vt->nodeSize,
+                  [&](void const* node) { return vt->keyEqualsNode(key, node); });
 }
 
 HashMap2018Generic::Place HashMap2018Generic::findOrNext(HashMap2018VTable const* vt,
                                                          void const* key, U32 rhash) const {
     Place const place = find(vt, key, rhash);
-    if (place.bucket != nullptr || table_ == nullptr) return place;
+    if (place.bucket != nullptr) return place;
     // Members of equal hash come again rather than not at all.
     U32 const index = bucketIndex(rhash);
     if (Bucket* const bucket = table_[index])
@@ -172,28 +177,18 @@ HashMap2018Generic::Place HashMap2018Generic::findOrNext(HashMap2018VTable const
     return firstFrom(index + 1);
 }
 
-void* HashMap2018Generic::lookup(HashMap2018VTable const* vt, void const* key, U32 rhash) const {
-    Place const place = find(vt, key, rhash);
-    return place.bucket == nullptr ? nullptr : nodeAt(vt, place.bucket, place.slot);
-}
-
 HashMap2018Generic::Place HashMap2018Generic::findSame(HashMap2018VTable const* vt,
                                                        void const* node, U32 hashWord) const {
-    if (table_ == nullptr) return {};
-    Bucket* const bucket = table_[bucketIndex(hashWord)];
-    if (bucket == nullptr) return {};
-    U32 const used = bucket->used();
-    for (U32 i = lowerBound(bucket, hashWord);
-         i < used && withoutMark(bucket->hashWord(i)) == hashWord; ++i)
-        if (vt->compareOrLruUnlink(nullptr, node, nodeAt(vt, bucket, i)) == 0) return {bucket, i};
-    return {};
+    return findIf(hashWord, vt->nodeSize, [&](void const* present) {
+        return vt->compareOrLruUnlink(nullptr, node, present) == 0;
+    });
 }
 
 void* HashMap2018Generic::insert(HashMap2018VTable const* vt, U32 rhash, void* node) {
-    if (table_ == nullptr) {
-        table_ = static_cast<Bucket**>(std::calloc(1, sizeof(Bucket*)));
-        if (table_ == nullptr) throw std::bad_alloc();
-        tableBitsIs(0);
+    if (!hasTable()) {
+        Bucket** const table = newTable(0, tableTail);
+        if (table == nullptr) throw std::bad_alloc();
+        table_ = table;
     } else if (members_ >= numBuckets() * nodesPerBucket && tableBits() < 28) {
         resizeTable(vt, tableBits() + 1);
     }
@@ -211,7 +206,7 @@ void* HashMap2018Generic::insert(HashMap2018VTable const* vt, U32 rhash, void* n
         old->hashWord(slot) = word;
         old->usedIs(used + 1);
     } else {
-        Bucket* const grown = newBucket(vt, roomFor(used + 1));
+        Bucket* const grown = newBucket(vt, roomFor(used + 1, tableBits()));
         HashMap2018NodeSourceColl sources;
         if (old != nullptr) sources.add(modeFor(old), slot, old->nodes());
         sources.add(MoveOrCopy::move, 1, node);
@@ -231,9 +226,7 @@ void* HashMap2018Generic::insert(HashMap2018VTable const* vt, U32 rhash, void* n
     return nodeAt(vt, place, slot);
 }
 
-bool HashMap2018Generic::remove(HashMap2018VTable const* vt, void const* key, U32 rhash,
-                                void* out) {
-    Place const at = find(vt, key, rhash);
+bool HashMap2018Generic::removeAt(HashMap2018VTable const* vt, Place at, U32 rhash, void* out) {
     if (at.bucket == nullptr) return false;
     Bucket*& place = table_[bucketIndex(rhash)];
     Bucket* bucket = at.bucket;
@@ -277,8 +270,7 @@ void HashMap2018Generic::vomoMarkAllForDeletion() {
 // Doubles or halves the table: each bucket is split at a hash, or two neighbours become one.
 void HashMap2018Generic::resizeTable(HashMap2018VTable const* vt, U32 bits) {
     U32 const oldBits = tableBits(), n = numBuckets();
-    auto** const table =
-        static_cast<Bucket**>(std::calloc(std::size_t{1} << bits, sizeof(Bucket*)));
+    Bucket** const table = newTable(bits, tableTail);
     if (table == nullptr) return; // the old size serves as well
     for (U32 b = 0; b < n; ++b) {
         Bucket* const from = table_[b];
@@ -291,9 +283,9 @@ void HashMap2018Generic::resizeTable(HashMap2018VTable const* vt, U32 bits) {
                 continue;
             }
             MoveOrCopy const mode = modeFor(from);
-            table[2 * b] = copyRange(vt, roomFor(split), from, 0, split, mode);
+            table[2 * b] = copyRange(vt, roomFor(split, bits), from, 0, split, mode);
             table[2 * b + 1] =
-                copyRange(vt, roomFor(used - split), from, split, used - split, mode);
+                copyRange(vt, roomFor(used - split, bits), from, split, used - split, mode);
             vt->bktHdrRefDec(from);
         } else {
             Bucket*& place = table[b / 2];
@@ -303,7 +295,7 @@ void HashMap2018Generic::resizeTable(HashMap2018VTable const* vt, U32 bits) {
             }
             Bucket* const lower = place;
             U32 const first = lower->used(), second = from->used();
-            Bucket* const merged = newBucket(vt, roomFor(first + second));
+            Bucket* const merged = newBucket(vt, roomFor(first + second, bits));
             HashMap2018NodeSourceColl sources;
             sources.add(modeFor(lower), first, lower->nodes());
             sources.add(modeFor(from), second, from->nodes());
@@ -323,8 +315,10 @@ void HashMap2018Generic::resizeTable(HashMap2018VTable const* vt, U32 bits) {
 }
 
 HashMap2018Generic::Place HashMap2018Generic::firstFrom(U32 index) const {
-    for (U32 const n = numBuckets(); index < n; ++index)
+    for (U32 const n = numBuckets(); index < n; ++index) {
+        __builtin_prefetch(table_[index + tableTail]);
         if (table_[index] != nullptr) return {table_[index], 0};
+    }
     return {};
 }
 
@@ -357,7 +351,8 @@ void HashMap2018IteratorGeneric::hold(HashMap2018Generic::Place place) {
     if (bucket_->holders() < Bucket::maxHolders) {
         ++bucket_->word;
     } else { // the header cannot count another holder
-        bucket_ = copyRange(vt_, bucket_->used(), bucket_, 0, bucket_->used(), MoveOrCopy::copy);
+        U32 const used = bucket_->used();
+        bucket_ = copyRange(vt_, roomFor(used, 0), bucket_, 0, used, MoveOrCopy::copy);
         private_ = true;
     }
 }
@@ -369,13 +364,12 @@ void HashMap2018IteratorGeneric::release() {
 
 // Where the current member stands in the collection now.
 HashMap2018Generic::Place HashMap2018IteratorGeneric::current() const {
-    if (bucket_ == nullptr || map_->table_ == nullptr) return {};
-    // A bucket that we hold changes only by being replaced.
-    if (!private_ && map_->table_[map_->bucketIndex(word_)] == bucket_) return {bucket_, slot_};
+    if (isInPlace()) return {bucket_, slot_};
+    if (bucket_ == nullptr) return {};
     return map_->findSame(vt_, currNodeMaybeStale(), word_);
 }
 
-void* HashMap2018IteratorGeneric::currNodeNonStale() const {
+void* HashMap2018IteratorGeneric::nodeElsewhere() const {
     auto const place = current();
     return place.bucket == nullptr ? nullptr : nodeAt(vt_, place.bucket, place.slot);
 }
@@ -385,12 +379,13 @@ bool HashMap2018IteratorGeneric::markedForDeletion() const {
     return place.bucket != nullptr && (place.bucket->hashWord(place.slot) & 1) != 0;
 }
 
-void HashMap2018IteratorGeneric::advance() {
+void HashMap2018IteratorGeneric::leaveBucket() {
     if (bucket_ == nullptr) return;
     HashMap2018Generic::Place to;
-    if (auto const at = current(); at.bucket != nullptr) {
+    auto const at = current();
+    if (at.bucket != nullptr) {
         to = map_->next(at, word_);
-    } else if (map_->table_ != nullptr) {
+    } else {
         // The member has left. Those that stood behind it with the same hash, in the bucket as we
         // keep it, come first; they have kept their order.
         for (U32 i = slot_ + 1; i < bucket_->used() && to.bucket == nullptr; ++i) {
@@ -415,12 +410,6 @@ void HashMap2018IteratorGeneric::advance() {
     Bucket* const old = bucket_;
     hold(to);
     vt_->bktHdrRefDec(old);
-}
-
-void HashMap2018UnsafeIteratorConstGeneric::advance() {
-    checkVersion();
-    if (place_.bucket == nullptr) return;
-    place_ = hashMap_->next(place_, place_.bucket->hashWord(place_.slot));
 }
 
 void HashMap2018UnsafeIteratorConstGeneric::versionMismatch() {

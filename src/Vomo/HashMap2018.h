@@ -198,7 +198,8 @@ public:
 
     // The member's node, or null.
     Node* operator[](Key const& key) const {
-        return static_cast<Node*>(lookupNodeG(&vt_, Node::record(key)));
+        Place const place = placeOf(key, Node::record(key).rhash());
+        return place.bucket == nullptr ? nullptr : Functions::at(place.bucket->nodes(), place.slot);
     }
     // Enters a member, whose key must be absent.
     Node* newMember(Node node) {
@@ -208,7 +209,8 @@ public:
     // False if there was no such member. What a removed node holds is released last.
     bool deleteMember(Key const& key) {
         alignas(Node) U8 removed[sizeof(Node)];
-        if (!deleteMemberG(&vt_, Node::record(key), removed)) return false;
+        U32 const rhash = Node::record(key).rhash();
+        if (!removeAt(&vt_, placeOf(key, rhash), rhash, removed)) return false;
         std::launder(reinterpret_cast<Node*>(removed))->~Node();
         return true;
     }
@@ -242,7 +244,7 @@ public:
         Node const* operator->() const { return static_cast<Node const*>(currNode()); }
         Node const& operator*() const { return *static_cast<Node const*>(currNode()); }
         UnsafeIteratorConst& operator++() {
-            advance();
+            advance(sizeof(Node));
             return *this;
         }
     };
@@ -258,6 +260,14 @@ public:
                 if (!(left->value() == right->value())) return false;
         }
         return true;
+    }
+
+private:
+    // With the comparison in line, and not through the table.
+    Place placeOf(Key const& key, U32 rhash) const {
+        return findIf(rhash, sizeof(Node), [&](void const* node) {
+            return static_cast<Node const*>(node)->fwkKey() == key;
+        });
     }
 };
 

@@ -6,6 +6,11 @@
 // word is the hash with its lowest bit replaced by the member's mark. Within a bucket the nodes
 // stand in order of that word, members of equal hash in order of arrival.
 //
+// The slots of a bucket are 7, 15, 23, ...: with the header the words fill whole groups of eight, and
+// a lookup compares a group by a few instructions. Only a collection of up to three members has a
+// bucket of just so many. What is asked for often, lookup and walks, stands in this header, for the
+// typed front to inline with its own comparison; all else is in the source.
+//
 // A bucket is counted: by the table and by each iterator that stands in it. What changes a bucket
 // that is held elsewhere changes a copy; so the nodes under an iterator never move, a removed one
 // stays readable, and a walk goes on at the next greater hash whatever happened meanwhile.
@@ -14,6 +19,12 @@
 #include "Vomo/AllocTrack.h"
 #include "Vomo/Hash.h"
 #include "Vomo/String.h"
+
+#include <algorithm>
+#include <bit>
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
 
 namespace Vomo {
 
@@ -36,6 +47,13 @@ struct HashMap2018BucketHdr {
     U8* nodes() { return reinterpret_cast<U8*>(this + 1); }
     // The word of slot `i`; they stand in front of the header, the first nearest.
     U32& hashWord(U32 i) { return (&word)[-1 - static_cast<S64>(i)]; }
+    // Which of the slots 8 * n - 1 to 8 * n + 6 have the word `wanted`, marks apart: two bits for
+    // each, the highest for the first. Slot -1 is the header. A slot not in use may be among them.
+    U32 equalWords(U32 n, U32 wanted) const;
+    // The slot of the lowest bit of `equalWords(n)`.
+    static U32 slotOf(U32 n, U32 equal) {
+        return 8 * n + 6 - static_cast<U32>(std::countr_zero(equal)) / 2;
+    }
     // Where the allocation begins.
     void* allocation(U32 nodeAlign) {
         std::size_t const front =
@@ -44,6 +62,22 @@ struct HashMap2018BucketHdr {
     }
 };
 static_assert(sizeof(HashMap2018BucketHdr) == 4);
+
+inline U32 HashMap2018BucketHdr::equalWords(U32 n, U32 wanted) const {
+    U32 const* const first = &word - 8 * std::size_t{n} - 7;
+#ifdef __SSE2__
+    auto const same = [mark = _mm_set1_epi32(1),
+                       sought = _mm_set1_epi32(static_cast<int>(wanted | 1))](U32 const* four) {
+        __m128i const words = _mm_loadu_si128(reinterpret_cast<__m128i const*>(four));
+        return _mm_cmpeq_epi32(_mm_or_si128(words, mark), sought);
+    };
+    return static_cast<U32>(_mm_movemask_epi8(_mm_packs_epi32(same(first), same(first + 4))));
+#else
+    U32 equal = 0;
+    for (U32 i = 0; i < 8; ++i) equal |= ((first[i] | 1) == (wanted | 1) ? 3U : 0U) << 2 * i;
+    return equal;
+#endif
+}
 
 // Runs of nodes that a new bucket is filled from.
 struct HashMap2018NodeSourceColl {
@@ -98,9 +132,10 @@ struct TypeSafeIndex {
 
 namespace HashHelper {
 
-// A spread of what a key's own hash gives, which may be a small number.
+// A spread over the upper bits, which choose the bucket, of what a key's own hash gives: that may be
+// a small number. No two hashes become one.
 constexpr U32 spread(U32 hash) {
-    return Tumbrel::fold(Tumbrel::mix64(0, hash));
+    return hash * 0x9E3779B1U;
 }
 
 struct KeyU32 {
@@ -161,7 +196,10 @@ public:
     // The node with the key, or null.
     template <class K>
     void* lookupNodeG(HashMap2018VTable const* vt, K const& key) const {
-        return lookup(vt, key.pointer(), key.rhash());
+        Place const place = find(vt, key.pointer(), key.rhash());
+        return place.bucket == nullptr
+                   ? nullptr
+                   : place.bucket->nodes() + std::size_t{place.slot} * vt->nodeSize;
     }
     // Moves `node`, whose key must be absent, in; returns where it stands.
     template <class K>
@@ -172,7 +210,8 @@ public:
     // that is not null; else it is released at once, and must not come back to this collection.
     template <class K>
     bool deleteMemberG(HashMap2018VTable const* vt, K const& key, void* out) {
-        return remove(vt, key.pointer(), key.rhash(), out);
+        U32 const rhash = key.rhash();
+        return removeAt(vt, find(vt, key.pointer(), rhash), rhash, out);
     }
     void _memberDelAll(HashMap2018VTable const* vt) { emptyAllBuckets(vt, false); }
     // Removes all. The flag, true before destruction, changes nothing here.
@@ -184,9 +223,7 @@ public:
     }
     void vomoMarkAllForDeletion();
 
-private:
-    friend class HashMap2018IteratorGeneric;
-    friend class HashMap2018UnsafeIteratorConstGeneric;
+protected:
     using Bucket = HashMap2018BucketHdr;
 
     struct Place {
@@ -194,28 +231,66 @@ private:
         U32 slot = 0;
     };
 
-    U32 tableBits() const { return word_ & 0xFF; }
-    U32 numBuckets() const { return table_ == nullptr ? 0 : 1U << tableBits(); }
-    U32 bucketIndex(U32 rhash) const { return static_cast<U32>(U64{rhash} >> (32 - tableBits())); }
-    void tableBitsIs(U32 bits) { word_ = (word_ & ~0xFFU) | bits; }
+    // The member of that hash for which `isIt(node)` holds.
+    template <class IsIt>
+    Place findIf(U32 rhash, std::size_t nodeSize, IsIt&& isIt) const {
+        Bucket* const bucket = table_[bucketIndex(rhash)];
+        if (bucket == nullptr) return {};
+        // The words stand in another line of memory than most nodes: ask for both at once.
+        __builtin_prefetch(bucket->nodes() + 32);
+        __builtin_prefetch(bucket->nodes() + 96);
+        U32 const used = bucket->used();
+        if (bucket->slots() < 7) [[unlikely]] {
+            for (U32 slot = 0; slot < used; ++slot)
+                if ((bucket->hashWord(slot) | 1) == (rhash | 1) &&
+                    isIt(bucket->nodes() + std::size_t{slot} * nodeSize))
+                    return {bucket, slot};
+            return {};
+        }
+        // In words 8 * n - 1 to 8 * n + 6; the header is no member.
+        auto const search = [&](U32 n, U32 equal) -> Place {
+            for (; equal != 0; equal &= equal - 1, equal &= equal - 1)
+                if (U32 const slot = Bucket::slotOf(n, equal); slot < used)
+                    if (isIt(bucket->nodes() + std::size_t{slot} * nodeSize)) return {bucket, slot};
+            return {};
+        };
+        Place place = search(0, bucket->equalWords(0, rhash) & 0x3FFF);
+        for (U32 n = 1; place.bucket == nullptr && used >= 8 * n; ++n)
+            place = search(n, bucket->equalWords(n, rhash));
+        return place;
+    }
+    bool removeAt(HashMap2018VTable const* vt, Place at, U32 rhash, void* out);
+
+private:
+    friend class HashMap2018IteratorGeneric;
+    friend class HashMap2018UnsafeIteratorConstGeneric;
+
+    // Words of null behind the end of the table: a walk asks for the memory of the buckets to come.
+    static constexpr std::size_t tableTail = 4;
+
+    // An empty collection has this table, of one bucket that is null.
+    static Bucket* noTable[1 + tableTail];
+    bool hasTable() const { return table_ != noTable; }
+    U32 tableBits() const { return 32 - (word_ & 0xFF); }
+    U32 numBuckets() const { return 1U << tableBits(); }
+    U32 bucketIndex(U32 rhash) const { return static_cast<U32>(U64{rhash} >> (word_ & 0xFF)); }
+    void tableBitsIs(U32 bits) { word_ = (word_ & ~0xFFU) | (32 - bits); }
     void structureChanged() { word_ = (word_ & 0xFF) | ((version() + 1) & 0x7FFFFF) << 8; }
 
-    void* lookup(HashMap2018VTable const* vt, void const* key, U32 rhash) const;
     Place find(HashMap2018VTable const* vt, void const* key, U32 rhash) const;
     // The member, or, if it is absent, the first that the walk would meet behind it.
     Place findOrNext(HashMap2018VTable const* vt, void const* key, U32 rhash) const;
     // The member with the key of `node`, which may be a stale copy.
     Place findSame(HashMap2018VTable const* vt, void const* node, U32 hashWord) const;
     void* insert(HashMap2018VTable const* vt, U32 rhash, void* node);
-    bool remove(HashMap2018VTable const* vt, void const* key, U32 rhash, void* out);
     bool markIs(HashMap2018VTable const* vt, void const* key, U32 rhash, bool marked);
     void resizeTable(HashMap2018VTable const* vt, U32 bits);
     // The first member of bucket `index` or a later one.
     Place firstFrom(U32 index) const;
     Place next(Place at, U32 hashWord) const;
 
-    Bucket** table_ = nullptr;
-    U32 word_ = 0; // low 8 bits: log2 of the table's size; above: the version
+    Bucket** table_ = noTable;
+    U32 word_ = 32; // low 8 bits: 32 less log2 of the table's size; above: the version
     U32 members_ = 0;
 };
 static_assert(sizeof(HashMap2018Generic) == 16);
@@ -233,9 +308,14 @@ public:
     HashMap2018IteratorGeneric& operator=(HashMap2018IteratorGeneric const&) = delete;
     ~HashMap2018IteratorGeneric() { release(); }
 
-    void advance();
+    void advance() {
+        if (isInPlace() && slot_ + 1 < bucket_->used())
+            word_ = bucket_->hashWord(++slot_) & ~1U;
+        else
+            leaveBucket();
+    }
     // The current node; null at the end and once the member has left the collection.
-    void* currNodeNonStale() const;
+    void* currNodeNonStale() const { return isInPlace() ? currNodeMaybeStale() : nodeElsewhere(); }
     // The current node even then; null at the end.
     void* currNodeMaybeStale() const {
         return bucket_ == nullptr ? nullptr : bucket_->nodes() + std::size_t{slot_} * vt_->nodeSize;
@@ -249,14 +329,21 @@ private:
     void hold(HashMap2018Generic::Place place);
     void release();
     HashMap2018Generic::Place current() const;
+    // The collection still has the bucket, and so, since what is held changes only by being
+    // replaced, the member.
+    bool isInPlace() const {
+        return bucket_ != nullptr && !private_ && map_->table_[map_->bucketIndex(word_)] == bucket_;
+    }
+    void leaveBucket();
+    void* nodeElsewhere() const;
 
     HashMap2018Generic const* map_;
     HashMap2018VTable const* vt_;
     Bucket* bucket_ = nullptr;
     U32 slot_ = 0;
-    U32 word_ = 0;         // hash word of the current member, without its mark
-    bool private_ = false; // the bucket is a copy of our own
-    [[maybe_unused]] [[maybe_unused]] U64 reserved_[3] = {}; // fills up the 64 bytes
+    U32 word_ = 0;                          // hash word of the current member, without its mark
+    bool private_ = false;                  // the bucket is a copy of our own
+    [[maybe_unused]] U64 reserved_[3] = {}; // fills up the 64 bytes
 };
 static_assert(sizeof(HashMap2018IteratorGeneric) == 64);
 
@@ -265,25 +352,52 @@ class HashMap2018UnsafeIteratorConstGeneric {
 public:
     HashMap2018UnsafeIteratorConstGeneric(HashMap2018Generic const* map,
                                           HashMap2018VTable const* vt)
-        : hashMap_(map), vt_(vt), version_(map->version()) {
-        place_ = map->firstFrom(0);
+        : hashMap_(map), vt_(vt), bucket_(map->table_), end_(map->table_ + map->numBuckets()),
+          version_(map->version()) {
+        enterBucket(vt->nodeSize);
     }
-    void advance();
-    void* currNode() const {
-        return place_.bucket == nullptr
-                   ? nullptr
-                   : place_.bucket->nodes() + std::size_t{place_.slot} * vt_->nodeSize;
-    }
+    void advance() { advance(vt_->nodeSize); }
+    void* currNode() const { return node_; }
     void checkVersion() const {
         if (version_ != hashMap_->version()) [[unlikely]]
             versionMismatch();
     }
 
+protected:
+    // With the size of a node where the compiler knows it.
+    void advance(std::size_t nodeSize) {
+        checkVersion();
+        if (node_ == nullptr) return;
+        node_ += nodeSize;
+        if (node_ != nodesEnd_) return;
+        ++bucket_;
+        enterBucket(nodeSize);
+    }
+
 private:
+    // To the first node of this bucket or a later one.
+    void enterBucket(std::size_t nodeSize) {
+        for (; bucket_ != end_; ++bucket_) {
+            HashMap2018BucketHdr* const bucket = *bucket_;
+            // Behind the end of a table stand words of null.
+            auto const later = reinterpret_cast<U64>(bucket_[HashMap2018Generic::tableTail]);
+            __builtin_prefetch(reinterpret_cast<void const*>(later));
+            __builtin_prefetch(reinterpret_cast<void const*>(later + 64));
+            if (bucket == nullptr) continue;
+            node_ = bucket->nodes();
+            nodesEnd_ = node_ + bucket->used() * nodeSize;
+            return;
+        }
+        node_ = nullptr;
+    }
     [[noreturn]] static void versionMismatch();
+
     HashMap2018Generic const* hashMap_;
     HashMap2018VTable const* vt_;
-    HashMap2018Generic::Place place_;
+    HashMap2018BucketHdr* const* bucket_; // in the table
+    HashMap2018BucketHdr* const* end_;
+    U8* node_ = nullptr;
+    U8* nodesEnd_ = nullptr;
     U32 version_;
 };
 

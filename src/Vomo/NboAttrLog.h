@@ -11,6 +11,26 @@ namespace Vomo {
 
 namespace NboAttrLog {
 
+// An integer, high byte first.
+template <class Int>
+Int bigEndian(Int v) {
+    if constexpr (sizeof v == 8) return static_cast<Int>(__builtin_bswap64(v));
+    if constexpr (sizeof v == 4) return static_cast<Int>(__builtin_bswap32(v));
+    if constexpr (sizeof v == 2) return static_cast<Int>(__builtin_bswap16(v));
+    return v;
+}
+template <class Int>
+void putBigEndian(U8* at, Int v) {
+    v = bigEndian(v);
+    std::memcpy(at, &v, sizeof v);
+}
+template <class Int>
+Int getBigEndian(U8 const* at) {
+    Int v;
+    std::memcpy(&v, at, sizeof v);
+    return bigEndian(v);
+}
+
 // A growing run of bytes that values are written to.
 class Out {
 public:
@@ -33,13 +53,9 @@ public:
         next_ += n;
         return at;
     }
-    // Appends an integer, high byte first.
     template <class Int>
     void putInt(Int v) {
-        if constexpr (sizeof v == 8) v = static_cast<Int>(__builtin_bswap64(v));
-        if constexpr (sizeof v == 4) v = static_cast<Int>(__builtin_bswap32(v));
-        if constexpr (sizeof v == 2) v = static_cast<Int>(__builtin_bswap16(v));
-        std::memcpy(room(sizeof v), &v, sizeof v);
+        putBigEndian(room(sizeof v), v);
     }
 
 private:
@@ -102,12 +118,7 @@ public:
 private:
     template <class Int>
     Int nextInt() {
-        Int v;
-        std::memcpy(&v, take(sizeof v), sizeof v);
-        if constexpr (sizeof v == 8) v = static_cast<Int>(__builtin_bswap64(v));
-        if constexpr (sizeof v == 4) v = static_cast<Int>(__builtin_bswap32(v));
-        if constexpr (sizeof v == 2) v = static_cast<Int>(__builtin_bswap16(v));
-        return v;
+        return getBigEndian<Int>(take(sizeof(Int)));
     }
     [[noreturn]] void throwShort(std::size_t wanted) const;
 

@@ -1,6 +1,7 @@
 #include "Vomo/NboAttrLogSa.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <limits>
 
 namespace Vomo::NboAttrLog {
@@ -38,7 +39,8 @@ StreamTable const& EntityAdapter::stream() const {
 }
 
 void EntityAdapter::onAttribute(U32 attrId, void const* key) {
-    if (!connection_.isApplying(this, attrId)) stream().streamAdapterOnAttribute(this, attrId, key);
+    if (!connection_.isApplying(this, attrId, key))
+        stream().streamAdapterOnAttribute(this, attrId, key);
 }
 
 // The engines of an entity's stream table
@@ -58,8 +60,10 @@ Row const* rowOf(std::span<Row const> rows, U32 attrId) {
 
 FlowOut::Attribute& stateOf(EntityAdapter& sa, Row const& row) {
     FlowOut::Attribute& state = sa.flow.attributes[row.number];
-    if (row.collection != nullptr && !state.dirtyKeys)
+    if (row.collection != nullptr && !state.dirtyKeys) {
         state.dirtyKeys.reset(row.collection->dirtyNew());
+        if (row.collection->isChildren) state.ephemeralKeys.reset(row.collection->dirtyNew());
+    }
     return state;
 }
 
@@ -69,20 +73,26 @@ void sendScalar(EntityAdapter& sa, Row const& row) {
     sa.connection().commit();
 }
 
+// A member is gone. For a child it is told whether another one follows under the same key.
+void sendGone(EntityAdapter& sa, Row const& row, void const* key, bool ephemeral) {
+    Connection& connection = sa.connection();
+    Out& out = connection.begin(sa, -static_cast<S32>(row.number), MessageFlag::inCollection);
+    row.collection->key->write(out, key);
+    if (row.collection->isChildren) out << U16{ephemeral};
+    connection.commit();
+    if (row.collection->isChildren) connection.childLeft();
+}
+
 // A member as it is now: there or gone.
-void sendMember(EntityAdapter& sa, Row const& row, void const* key) {
+void sendMember(EntityAdapter& sa, Row const& row, FlowOut::Attribute& state, void const* key) {
     CollectionOps const& coll = *row.collection;
     Connection& connection = sa.connection();
-    auto const number = static_cast<S32>(row.number);
     void const* const found = coll.find(sa.object(), key);
-    if (found == nullptr) {
-        coll.key->write(connection.begin(sa, -number, MessageFlag::inCollection), key);
-        connection.commit();
-        if (coll.isChildren) connection.dropOrphans();
-        return;
-    }
+    bool const ephemeral = coll.isChildren && state.ephemeralKeys->del(key);
+    if (found == nullptr || ephemeral) sendGone(sa, row, key, ephemeral && found != nullptr);
+    if (found == nullptr) return;
     if (!coll.isChildren) {
-        Out& out = connection.begin(sa, number, MessageFlag::inCollection);
+        Out& out = connection.begin(sa, static_cast<S32>(row.number), MessageFlag::inCollection);
         coll.key->write(out, key);
         if (coll.value != nullptr) coll.value->write(out, found);
         connection.commit();
@@ -90,7 +100,7 @@ void sendMember(EntityAdapter& sa, Row const& row, void const* key) {
     }
     auto* const child = const_cast<Entity*>(static_cast<Entity const*>(found));
     auto const [adapter, isNew] = connection.adapterOf(child);
-    Out& out = connection.begin(sa, number, MessageFlag::inCollection);
+    Out& out = connection.begin(sa, static_cast<S32>(row.number), MessageFlag::inCollection);
     coll.key->write(out, key);
     out << U16{0} << adapter->id();
     connection.commit();
@@ -98,6 +108,14 @@ void sendMember(EntityAdapter& sa, Row const& row, void const* key) {
         adapter->stream().newFlowOut(adapter, false, 0);
         connection.wait(*adapter);
     }
+}
+
+// A member changed that cannot be sent now.
+void keepDirty(EntityAdapter const& sa, Row const& row, FlowOut::Attribute& state,
+               void const* key) {
+    state.dirtyKeys->add(key);
+    if (row.collection->isChildren && row.collection->find(sa.object(), key) == nullptr)
+        state.ephemeralKeys->add(key);
 }
 
 void sendMark(EntityAdapter& sa, Row const& row, U8 mark) {
@@ -111,7 +129,7 @@ bool drainKeys(EntityAdapter& sa, Row const& row, FlowOut::Attribute& state) {
         if (!sa.connection().continueFlowOut()) return false;
         void* const key = row.collection->keyNew(state.dirtyKeys->any());
         state.dirtyKeys->del(key);
-        sendMember(sa, row, key);
+        sendMember(sa, row, state, key);
         row.collection->keyDel(key);
     }
     return true;
@@ -130,13 +148,16 @@ bool sendCollection(EntityAdapter& sa, Row const& row) {
         state.walking = true;
         void* const iterator = coll.iterNew(sa.object(), from);
         if (from != nullptr) coll.keyDel(from);
+        // There was room when the walk began or went on: one member goes with the mark, which may
+        // fill a small queue alone, so that every turn comes further.
+        bool isFirst = true;
         while (void const* const key = coll.iterKey(iterator)) {
-            if (!sa.connection().continueFlowOut()) {
+            if (!std::exchange(isFirst, false) && !sa.connection().continueFlowOut()) {
                 sa.flow.bookmarkIs(&coll, key);
                 break;
             }
             state.dirtyKeys->del(key);
-            sendMember(sa, row, key);
+            sendMember(sa, row, state, key);
             coll.iterInc(iterator);
         }
         coll.iterDel(iterator);
@@ -218,18 +239,18 @@ U32 onAttribute(EntityAdapter* sa, std::span<Row const> rows, U32 attrId, void c
     if (!state.synced) {
         // The resync has yet to come by, and sends what is there then. Behind its back only keys of
         // a walk that has begun can be missed.
-        if (isMember && state.walking) state.dirtyKeys->add(key);
+        if (isMember && state.walking) keepDirty(*sa, *row, state, key);
         return 1;
     }
     if (!sa->connection().continueFlowOut()) {
         if (isMember)
-            state.dirtyKeys->add(key);
+            keepDirty(*sa, *row, state, key);
         else
             state.dirty = true;
         sa->connection().wait(*sa);
     } else if (isMember) {
         state.dirtyKeys->del(key);
-        sendMember(*sa, *row, key);
+        sendMember(*sa, *row, state, key);
     } else {
         state.dirty = false;
         sendScalar(*sa, *row);
@@ -246,12 +267,14 @@ bool handleAttrTransaction(EntityAdapter* sa, std::span<Row const> rows, U32 att
         // A resumed walk goes on with the marks that are there (B27).
         if (!flag) coll.markAll(sa->object());
     } else if (kind == 2) {
-        Connection::ActiveAnchor const anchor(sa->connection(), sa, attrId);
         void* const iterator = coll.iterNew(sa->object(), nullptr);
         for (void const* key; (key = coll.iterKey(iterator)) != nullptr; coll.iterInc(iterator))
-            if (coll.isMarked(sa->object(), key)) coll.del(sa->object(), key);
+            if (coll.isMarked(sa->object(), key)) {
+                Connection::ActiveAnchor const anchor(sa->connection(), sa, *row, key);
+                coll.del(sa->object(), key);
+                if (coll.isChildren) sa->connection().childLeft();
+            }
         coll.iterDel(iterator);
-        if (coll.isChildren) sa->connection().dropOrphans();
     }
     return true;
 }
@@ -265,22 +288,25 @@ void handleAttrDeserialization(EntityAdapter* sa, std::span<Row const> rows, S32
     if (row->collection == nullptr) {
         ReadValue const value(*row->type, in);
         checkAllRead(*in);
-        Connection::ActiveAnchor const anchor(connection, sa, number);
+        Connection::ActiveAnchor const anchor(connection, sa, *row, nullptr);
         row->op(nullptr, sa->object(), AttributeOp::set, value.get(), nullptr);
         return;
     }
     CollectionOps const& coll = *row->collection;
     ReadValue const key(*coll.key, in);
     if (attrId < 0) {
+        if (coll.isChildren) in->nextU16(); // whether another child follows: it announces itself
         checkAllRead(*in);
-        Connection::ActiveAnchor const anchor(connection, sa, number);
+        Connection::ActiveAnchor const anchor(connection, sa, *row, key.get());
         coll.del(sa->object(), key.get());
-        if (coll.isChildren) connection.dropOrphans();
+        if (coll.isChildren) connection.childLeft();
     } else if (coll.isChildren) {
-        in->nextU16(); // ephemeral: not used between processes
+        in->nextU16();
         U32 const id = in->nextU32();
         checkAllRead(*in);
-        Connection::ActiveAnchor const anchor(connection, sa, number);
+        connection.checkAnnounced(id,
+                                  static_cast<Entity const*>(coll.find(sa->object(), key.get())));
+        Connection::ActiveAnchor const anchor(connection, sa, *row, key.get());
         coll.set(sa->object(), key.get(), nullptr);
         void const* const child = coll.find(sa->object(), key.get());
         if (child == nullptr) return; // a notifiee has removed it again
@@ -290,7 +316,7 @@ void handleAttrDeserialization(EntityAdapter* sa, std::span<Row const> rows, S32
         std::unique_ptr<ReadValue> const value(
             coll.value == nullptr ? nullptr : new ReadValue(*coll.value, in));
         checkAllRead(*in);
-        Connection::ActiveAnchor const anchor(connection, sa, number);
+        Connection::ActiveAnchor const anchor(connection, sa, *row, key.get());
         coll.set(sa->object(), key.get(), value ? value->get() : nullptr);
         coll.unmark(sa->object(), key.get());
     }
@@ -330,6 +356,7 @@ void Connection::connectedIs(bool connected) {
     adapters_.clear();
     ids_.clear();
     retired_.clear();
+    left_ = 0;
     waiting_.clear();
     in_.clear();
     out_.clear();
@@ -348,16 +375,28 @@ void Connection::connectedIs(bool connected) {
     flow();
 }
 
+// A number means one entity as long as the connection lasts.
+void Connection::checkAnnounced(U32 id, Entity const* entity) const {
+    auto const taken = adapters_.find(id);
+    if (taken != adapters_.end() && taken->second->entity() != entity)
+        Dunlin::fmthrow<AttrLogRecordException>(
+            "attribute log: entity {} is announced anew as another one", id);
+}
+
 // An entity that the peer has announced: what it holds is known there.
 EntityAdapter& Connection::bind(U32 id, Ptr<Entity> entity) {
     retired_.erase(id);
     if (auto const known = ids_.find(entity.ptr()); known != ids_.end()) {
-        if (known->second == id) return *adapters_.at(id);
-        retired_.insert(known->second);
-        adapters_.erase(known->second);
+        EntityAdapter& adapter = *adapters_.at(known->second);
+        if (known->second == id) return adapter;
+        // Both sides have made the child and numbered it. The source's number holds, and what it
+        // sends of the child; so it does not listen to the other number.
+        if (role_ == Role::source) {
+            retired_.insert(id);
+            return adapter;
+        }
+        retire(known->second);
     }
-    if (auto const taken = adapters_.find(id); taken != adapters_.end())
-        ids_.erase(taken->second->entity());
     ids_[entity.ptr()] = id;
     auto& slot = adapters_[id];
     slot = std::make_unique<EntityAdapter>(*this, std::move(entity), id);
@@ -367,8 +406,10 @@ EntityAdapter& Connection::bind(U32 id, Ptr<Entity> entity) {
 }
 
 std::pair<EntityAdapter*, bool> Connection::adapterOf(Entity* entity) {
-    if (auto const known = ids_.find(entity); known != ids_.end())
-        return {adapters_.at(known->second).get(), false};
+    if (auto const known = ids_.find(entity); known != ids_.end()) {
+        if (left_ == 0) return {adapters_.at(known->second).get(), false};
+        retire(known->second); // may have left and come back: to the peer it is a new one
+    }
     U32 const id = nextId_++;
     ids_[entity] = id;
     auto& slot = adapters_[id];
@@ -376,18 +417,23 @@ std::pair<EntityAdapter*, bool> Connection::adapterOf(Entity* entity) {
     return {slot.get(), true};
 }
 
-// A child that has left its parent is of no concern any more.
+// A child that has left its parent is of no concern any more. Called when no adapter is at work;
+// for all that have left meanwhile at once.
 void Connection::dropOrphans() {
-    for (auto at = adapters_.begin(); at != adapters_.end();) {
-        Entity* const entity = at->second->entity();
-        if (entity == root_.ptr() || entity->parent() != nullptr) {
-            ++at;
-            continue;
-        }
-        retired_.insert(at->first);
-        ids_.erase(entity);
-        at = adapters_.erase(at);
-    }
+    if (std::exchange(left_, 0) == 0) return;
+    std::vector<U32> orphans;
+    for (auto const& [id, adapter] : adapters_)
+        if (adapter->entity() != root_.ptr() && adapter->entity()->parent() == nullptr)
+            orphans.push_back(id);
+    for (U32 const id : orphans) retire(id);
+}
+
+// The peer may still write to it for a while.
+void Connection::retire(U32 id) {
+    auto const at = adapters_.find(id);
+    retired_.insert(id);
+    ids_.erase(at->second->entity());
+    adapters_.erase(at);
 }
 
 Out& Connection::begin(EntityAdapter const& sa, S32 attrId, U8 flags) {
@@ -412,8 +458,7 @@ void Connection::consumed(std::size_t bytes) {
 }
 
 void Connection::wait(EntityAdapter& sa) {
-    if (std::find(waiting_.begin(), waiting_.end(), sa.id()) == waiting_.end())
-        waiting_.push_back(sa.id());
+    if (!std::exchange(sa.waiting, true)) waiting_.push_back(sa.id());
 }
 
 void Connection::flow() {
@@ -435,8 +480,10 @@ void Connection::flow() {
         sa.flow.resyncAt = stopped;
         if (stopped != 0) break;
         sa.flow.resyncDone = true;
-        waiting_.erase(std::find(waiting_.begin(), waiting_.end(), sa.id()));
+        sa.waiting = false;
+        waiting_.pop_front(); // others were only added behind
     }
+    if (waitingBytes() == 0) dropOrphans();
 }
 
 void Connection::receive(std::span<U8 const> bytes) {
@@ -454,11 +501,12 @@ void Connection::receive(std::span<U8 const> bytes) {
             Dunlin::fmthrow<AttrLogRecordException>(
                 "message of the attribute log: length {}, must be {} to {}", size,
                 messageHeaderSize, maxMessageSize);
-        if (rest.size() < size) return;
+        if (rest.size() < size) break;
         handleMessage(rest.first(size));
         ++messagesReceived_;
         done += size;
     }
+    dropOrphans();
 }
 
 void Connection::handleMessage(std::span<U8 const> message) {
@@ -471,10 +519,13 @@ void Connection::handleMessage(std::span<U8 const> message) {
         if (retired_.contains(id)) return;
         Dunlin::fmthrow<AttrLogRecordException>("attribute log: entity {} was never announced", id);
     }
-    if (readOnlyRemote()) throwWriteUpdateFromReadOnlyProxyException();
     EntityAdapter& sa = *at->second;
     // No attribute; and the one number that cannot be negated.
     if (attrId == std::numeric_limits<S32>::min()) throwUnknown(sa, -1);
+    if (readOnlyRemote_ && role_ == Role::source &&
+        !(allowWriteFromReadOnlyRemote &&
+          allowWriteFromReadOnlyRemote(sa, static_cast<U32>(std::abs(attrId)))))
+        throwWriteUpdateFromReadOnlyProxyException();
     if (flags & (MessageFlag::beginMark | MessageFlag::endMark)) {
         checkAllRead(in);
         U32 const kind = flags & MessageFlag::beginMark ? 0 : 2;

@@ -28,7 +28,7 @@ constexpr U32 messageHeaderSize = 13;
 constexpr U32 maxMessageSize = 1U << 24;
 
 // The sender's state for one entity: how far a resync is, and what has changed since.
-class FlowOut {
+class FlowOut : public Tracked<FlowOut> {
 public:
     // The key at which an interrupted walk goes on; null when none is interrupted.
     void* bookmark() const { return bookmark_; }
@@ -41,6 +41,9 @@ public:
         bool dirty = false;
         bool walking = false; // a walk has begun and not ended
         std::unique_ptr<DirtyKeys> dirtyKeys;
+        // Of dirty children: those that the peer holds another child for, which has left here. The
+        // peer is told so before it hears of the one that stands there now.
+        std::unique_ptr<DirtyKeys> ephemeralKeys;
     };
     // By attribute number.
     std::map<U32, Attribute> attributes;
@@ -71,6 +74,7 @@ public:
     U32 id() const { return id_; }
     StreamTable const& stream() const;
     FlowOut flow;
+    bool waiting = false; // in the connection's list of those that wait for room
 
 private:
     Connection& connection_;
@@ -101,7 +105,7 @@ public:
     // What waits for the peer; `consumed` tells how much of it went.
     std::span<U8 const> waiting() const { return out_.bytes().subspan(sent_); }
     void consumed(std::size_t bytes);
-    // Called when something begins to wait.
+    // Called when something begins to wait; from within a mutator, so it must not call `consumed`.
     std::function<void()> onWaiting;
 
     // Takes bytes of the peer, in pieces of any size. Raises AttrLogRecordException for a damaged
@@ -118,31 +122,51 @@ public:
     void commit();
     // The adapter of a child, made if there is none; true if it was made.
     std::pair<EntityAdapter*, bool> adapterOf(Entity* entity);
+    // Raises AttrLogRecordException if the number stands for another entity; null for a new one.
+    void checkAnnounced(U32 id, Entity const* entity) const;
     EntityAdapter& bind(U32 id, Ptr<Entity> entity);
     void wait(EntityAdapter& sa);
-    void dropOrphans();
-    bool readOnlyRemote() const { return readOnlyRemote_ && role_ == Role::source; }
-    // What is being applied is not sent back.
+    // A child has left its parent; its adapter goes when the peer has been told.
+    void childLeft() { ++left_; }
+    // Whether this source takes an attribute from a mirror that may only read; none without it.
+    std::function<bool(EntityAdapter const&, U32 attrId)> allowWriteFromReadOnlyRemote;
+    // What is being applied is not sent back: the change itself, once. What a notifiee changes in
+    // answer, be it the same attribute, goes out.
     class ActiveAnchor {
     public:
-        ActiveAnchor(Connection& connection, EntityAdapter const* sa, U32 attrId)
-            : connection_(connection), before_(connection.applying_) {
-            connection.applying_ = {sa, attrId};
+        // `key` is that of the member; null for a scalar.
+        ActiveAnchor(Connection& connection, EntityAdapter const* sa, Row const& row,
+                     void const* key)
+            : connection_(connection), sa_(sa), row_(row), key_(key),
+              outer_(std::exchange(connection.applying_, this)) {}
+        ~ActiveAnchor() { connection_.applying_ = outer_; }
+        ActiveAnchor(ActiveAnchor const&) = delete;
+        ActiveAnchor& operator=(ActiveAnchor const&) = delete;
+        // The change that is told is the one being applied; true once.
+        bool takes(EntityAdapter const* sa, U32 attrId, void const* key) {
+            if (taken_ || sa != sa_ || attrId != row_.number) return false;
+            if (key_ != nullptr && !row_.collection->key->equal(key, key_)) return false;
+            return taken_ = true;
         }
-        ~ActiveAnchor() { connection_.applying_ = before_; }
 
     private:
         Connection& connection_;
-        std::pair<EntityAdapter const*, U32> before_;
+        EntityAdapter const* sa_;
+        Row const& row_;
+        void const* key_;
+        ActiveAnchor* outer_;
+        bool taken_ = false;
     };
-    bool isApplying(EntityAdapter const* sa, U32 attrId) const {
-        return applying_ == std::pair(sa, attrId);
+    bool isApplying(EntityAdapter const* sa, U32 attrId, void const* key) const {
+        return applying_ != nullptr && applying_->takes(sa, attrId, key);
     }
 
 private:
     // Sends what waits for room, as long as there is room.
     void flow();
     void handleMessage(std::span<U8 const> message);
+    void dropOrphans();
+    void retire(U32 id);
 
     Role role_;
     Ptr<Entity> root_;
@@ -159,7 +183,8 @@ private:
     std::map<Entity*, U32> ids_;
     std::set<U32> retired_; // ids whose entity went here while the peer may still write to it
     std::deque<U32> waiting_;
-    std::pair<EntityAdapter const*, U32> applying_{nullptr, 0};
+    std::size_t left_ = 0; // children that have left since the orphans were dropped
+    ActiveAnchor* applying_ = nullptr;
     U64 messagesSent_ = 0;
     U64 messagesReceived_ = 0;
 };

@@ -82,11 +82,13 @@ public:
             node = child(key < node->fwkKey() ? link(node).left : link(node).right);
         return node;
     }
-    U32 members() const { return RbTreeMapGeneric::members(distance()); }
+    U32 members() const { return root_ ? RbTreeMapGeneric::members(distance(root())) : 0; }
     // Enters a node that the caller made; its key must be absent.
     void memberIs(Ptr<Node> const& node);
-    void memberDel(Node* node) { _memberDelG(distance(), 0, node); }
-    void markAllForDeletion() { vomoMarkAllForDeletionG(distance(), 0); }
+    void memberDel(Node* node) { _memberDelG(distance(node), 0, node); }
+    void markAllForDeletion() {
+        if (root_) vomoMarkAllForDeletionG(distance(root()), 0);
+    }
 
     // A walk in order of key. The tree may change under it: a removed node stays readable while the
     // iterator stands on it, and the walk goes on behind its key.
@@ -153,12 +155,10 @@ public:
     }
 
 private:
-    // From the start of a node to its links.
-    static std::size_t distance() {
-        // Any address serves: only the difference counts.
-        auto* const node = reinterpret_cast<Node*>(std::size_t{4096});
+    // From the start of a node to its links; the same for each of them.
+    static std::size_t distance(Node* node) {
         return static_cast<std::size_t>(
-            reinterpret_cast<char*>(&node->RbTreeNode<Key, Value>::link_) -
+            reinterpret_cast<char*>(&link(node)) -
             reinterpret_cast<char*>(static_cast<PtrInterface*>(node)));
     }
     static RbTreeLink& link(Node* node) { return node->RbTreeNode<Key, Value>::link_; }
@@ -167,7 +167,7 @@ private:
     static Node* parent(Node* node) {
         U64 const word = link(node).parent & ~U64{1};
         if (word == 0) return nullptr;
-        return static_cast<Node*>(reinterpret_cast<PtrInterface*>(word - distance()));
+        return static_cast<Node*>(reinterpret_cast<PtrInterface*>(word - distance(node)));
     }
     static Node* leftmost(Node* node) {
         while (node != nullptr && link(node).left) node = child(link(node).left);
@@ -209,7 +209,7 @@ void RbTreeMap<Node, Key, Value>::memberIs(Ptr<Node> const& node) {
         left = node->fwkKey() < at->fwkKey();
         at = child(left ? link(at).left : link(at).right);
     }
-    memberNewChild(distance(), 0, parent, node, left);
+    memberNewChild(distance(node.ptr()), 0, parent, node, left);
 }
 
 template <class Node, class Key, class Value>

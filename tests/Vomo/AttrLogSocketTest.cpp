@@ -13,28 +13,37 @@ namespace {
 using namespace Multicast::Group;
 using namespace Vomo::NboAttrLog;
 
-// A source in a process of its own: `requests` requests of `members` members each, then one more
-// member each time that it is signalled.
+MrouteLib::PortVlan member(U32 n) {
+    MrouteLib::PortVlan pv;
+    pv.outLifIs(MrouteLib::OutLif(n));
+    return pv;
+}
+
+// A source in a process of its own: `requests` requests of `members` members each; one more member
+// at each SIGUSR1, and at each SIGUSR2 all of them change, the odd times to true.
 pid_t serve(std::string const& path, U16 requests, U32 members) {
     pid_t const child = ::fork();
     if (child != 0) return child;
     ::alarm(60);
     Dunlin::TaskSchedulerRoot loop;
     auto const config = configFactory("source");
-    auto const member = [](U32 n) {
-        MrouteLib::PortVlan pv;
-        pv.outLifIs(MrouteLib::OutLif(n));
-        return pv;
-    };
     for (U16 r = 0; r < requests; ++r)
         for (U32 m = 0; m < members; ++m) config->requestIs({19, r})->portVlanIs(member(m), true);
     SocketServer const server(loop, path, config);
-    static std::atomic<U32> extra{0};
+    static std::atomic<U32> extra{0}, storms{0};
     ::signal(SIGUSR1, [](int) { ++extra; });
-    for (U32 done = 0;;) {
+    ::signal(SIGUSR2, [](int) { ++storms; });
+    for (U32 done = 0, stormsDone = 0;;) {
         loop.runOnce(0.01);
         for (; done < extra; ++done)
             config->requestIs({19, 0})->portVlanIs(member(1000 + done), true);
+        for (; stormsDone < storms; ++stormsDone)
+            for (U16 r = 0; r < requests; ++r) {
+                auto const request = config->request({19, r});
+                for (U32 m = 0; m < members; ++m)
+                    request->portVlanIs(member(m), stormsDone % 2 == 0);
+                request->featureFlagIs(stormsDone + 1);
+            }
     }
 }
 
@@ -43,14 +52,17 @@ TEST(AttrLogSocket, AMirrorFollowsThroughStopsAndRestarts) {
     Dunlin::TaskSchedulerRoot loop;
     auto const mirror = configFactory("mirror");
     SocketClient const client(loop, path, mirror, 0.02); // there is no server yet
-    auto const reaches = [&](U32 requests, U32 membersOfFirst) {
-        for (double const end = loop.now() + 20; loop.now() < end; loop.runOnce(0.05)) {
-            auto const first = mirror->request({19, 0});
-            if (mirror->request().members() == requests && first &&
-                first->portVlan().members() == membersOfFirst)
-                return true;
-        }
+    auto const until = [&](auto&& holds) {
+        for (double const end = loop.now() + 20; loop.now() < end; loop.runOnce(0.05))
+            if (holds()) return true;
         return false;
+    };
+    auto const reaches = [&](U32 requests, U32 membersOfFirst) {
+        return until([&] {
+            auto const first = mirror->request({19, 0});
+            return mirror->request().members() == requests && first &&
+                   first->portVlan().members() == membersOfFirst;
+        });
     };
     pid_t source = serve(path, 50, 200);
     EXPECT_TRUE(reaches(50, 200));
@@ -61,6 +73,14 @@ TEST(AttrLogSocket, AMirrorFollowsThroughStopsAndRestarts) {
     for (int i = 0; i < 10; ++i) loop.runOnce(0.01);
     ::kill(source, SIGUSR1);
     ::kill(source, SIGCONT);
+    EXPECT_TRUE(reaches(50, 202));
+    // The mirror takes nothing while every member changes again and again: far more than fits the
+    // socket and the queue. What it finds afterwards is the last state.
+    for (int i = 0; i < 5; ++i, ::usleep(50000)) ::kill(source, SIGUSR2);
+    EXPECT_TRUE(until([&] {
+        auto const last = mirror->request({19, 49});
+        return last->featureFlag() == 5 && last->portVlan(member(199));
+    }));
     EXPECT_TRUE(reaches(50, 202));
     ::kill(source, SIGKILL);
     ::waitpid(source, nullptr, 0);

@@ -26,6 +26,10 @@ struct PlainNode : HashMap2018NodeExternKey<false, 0x1234U, U32, U64, false> {
 struct TextNode : HashMap2018NodeExternKey<true, 0U, Clumsy, String, false> {
     using HashMap2018NodeExternKey::HashMap2018NodeExternKey;
 };
+struct NameNode : HashMap2018NodeExternKey<false, 0x5678U, String, U32, false> {
+    using HashMap2018NodeExternKey::HashMap2018NodeExternKey;
+};
+using NameMap = HashMap2018<NameNode, String, U32>;
 using PlainMap = HashMap2018<PlainNode, U32, U64>;
 using TextMap = HashMap2018<TextNode, Clumsy, String>;
 
@@ -48,13 +52,27 @@ struct Make<TextMap> {
     using Node = TextNode;
 };
 
-S64 liveHeaders() {
-    return AllocTrackTypeInfo::live(HashMap2018Generic::bucketHeaderTypeInfo_);
+template <>
+struct Make<NameMap> {
+    static String key(U32 n) {
+        return "a name that does not fit the small buffer " + std::to_string(n);
+    }
+    static U32 number(String const& k) { return static_cast<U32>(std::stoul(k.substr(42))); }
+    static U32 value(U32 n) { return n; }
+    using Node = NameNode;
+};
+
+// What is allocated: buckets, and the slots of nodes and their bytes.
+template <class Map>
+std::array<S64, 3> allocated() {
+    auto const* const nodes = Map::Functions::vomoAllocTrackTypeInfo_;
+    return {AllocTrackTypeInfo::live(HashMap2018Generic::bucketHeaderTypeInfo_),
+            AllocTrackTypeInfo::live(nodes), nodes == nullptr ? 0 : nodes->liveBytes()};
 }
 
 template <class Map>
 class HashMap : public testing::Test {};
-using Maps = testing::Types<PlainMap, TextMap>;
+using Maps = testing::Types<PlainMap, TextMap, NameMap>;
 TYPED_TEST_SUITE(HashMap, Maps);
 
 // A safe walk with what it must and may meet.
@@ -70,7 +88,7 @@ struct Walk {
 
 TYPED_TEST(HashMap, AgreesWithAModelUnderManyWalks) {
     using M = Make<TypeParam>;
-    S64 const headers = liveHeaders();
+    auto const before = allocated<TypeParam>();
     std::mt19937 random(2018);
     {
         TypeParam map;
@@ -103,10 +121,10 @@ TYPED_TEST(HashMap, AgreesWithAModelUnderManyWalks) {
                 if (growing) break;
                 [[fallthrough]];
             case 6: {
-                U32 const before = map.version();
+                U32 const version = map.version();
                 bool const was = model.erase(n) != 0;
                 ASSERT_EQ(map.deleteMember(M::key(n)), was);
-                ASSERT_EQ(map.version() != before, was);
+                ASSERT_EQ(map.version() != version, was);
                 for (auto& walk : walks) walk.throughout.erase(n);
                 break;
             }
@@ -152,7 +170,7 @@ TYPED_TEST(HashMap, AgreesWithAModelUnderManyWalks) {
         TypeParam const copy(map);
         EXPECT_TRUE(copy == map);
     }
-    EXPECT_EQ(liveHeaders(), headers);
+    EXPECT_EQ(allocated<TypeParam>(), before);
 }
 
 TEST(HashCollections, NodesAndBucketsHaveTheToldSizes) {

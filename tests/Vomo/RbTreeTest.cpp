@@ -26,6 +26,40 @@ std::vector<std::pair<U32, U64>> all(Map const& map) {
     return members;
 }
 
+// A node's links as they lie in memory, behind its value: the parent's links with the colour in bit
+// 0, and the two children.
+struct Links {
+    U64 parent;
+    char* left;
+    char* right;
+    Links* up() const { return reinterpret_cast<Links*>(parent & ~U64{1}); }
+    bool red() const { return (parent & 1) != 0; }
+};
+constexpr std::size_t valueOffset = 16, linksOffset = 24; // after table, count and key
+Links* linksOf(void* node) {
+    return reinterpret_cast<Links*>(static_cast<char*>(node) + linksOffset);
+}
+
+// Checks colours, parents and the number of black nodes on each way down; returns that number.
+int checkTree(Links const* at, Links const* parent) {
+    if (at == nullptr) return 1;
+    EXPECT_EQ(at->up(), parent);
+    EXPECT_FALSE(at->red() && (parent == nullptr || parent->red()));
+    auto const child = [](char* node) { return node == nullptr ? nullptr : linksOf(node); };
+    int const left = checkTree(child(at->left), at), right = checkTree(child(at->right), at);
+    EXPECT_EQ(left, right);
+    return left + !at->red();
+}
+void checkTree(Map const& map) {
+    Map::IteratorConst const any(&map);
+    if (!any) return;
+    ASSERT_EQ(reinterpret_cast<char const*>(&any.value()) - reinterpret_cast<char*>(any.ptr()),
+              valueOffset);
+    Links* root = linksOf(any.ptr());
+    while (root->up() != nullptr) root = root->up();
+    checkTree(root, nullptr);
+}
+
 TEST(OrderedMap, AgreesWithAModelUnderManyWalks) {
     std::mt19937 random(1961);
     S64 const live = AllocTrackTypeInfo::live(Node::vomoAllocTrackTypeInfo_);
@@ -33,8 +67,7 @@ TEST(OrderedMap, AgreesWithAModelUnderManyWalks) {
         Map map;
         std::map<U32, U64> model;
         std::list<Map::IteratorConst> walks;
-        std::list<U32> lastKeys;
-        for (int step = 0; step < 300000; ++step) {
+        for (int step = 0; step < 1000000; ++step) {
             U32 const n = static_cast<U32>(random() % 700);
             bool const growing = step / 3000 % 2 == 0;
             U32 const version = map.version();
@@ -73,6 +106,7 @@ TEST(OrderedMap, AgreesWithAModelUnderManyWalks) {
                 ++walk;
                 if (random() % 4 == 0) break;
             }
+            if (step % 1000 == 0) checkTree(map);
             if (step % 10000 == 0) {
                 ASSERT_EQ(all(map), (std::vector<std::pair<U32, U64>>(model.begin(), model.end())));
                 ASSERT_EQ(map.members(), model.size());

@@ -85,9 +85,9 @@ TEST(AttributeLog, BytesAreBigEndianAndReadBack) {
 }
 
 TEST(Hashes, AreTheSameInEveryBuild) {
-    EXPECT_EQ(hashSingleAttr(0, U16{7}), 3574253598U);
-    EXPECT_EQ(hashSingleAttr(0, U32{7}), 3676621010U);
-    EXPECT_EQ(hashSingleAttr(0, U64{7}), 1746787147U);
+    EXPECT_EQ(hashSingleAttr(0, U16{7}), 3967593574U);
+    EXPECT_EQ(hashSingleAttr(0, U32{7}), 4107123915U);
+    EXPECT_EQ(hashSingleAttr(0, U64{7}), 2176694220U);
     EXPECT_EQ(hashSingleAttr(0, std::string_view("default")), 406444630U);
     EXPECT_NE(hashSingleAttr(1, U32{7}), hashSingleAttr(0, U32{7}));
     Tumbrel::HashMix mix, same;
