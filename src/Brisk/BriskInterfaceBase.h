@@ -49,6 +49,8 @@ public:
     virtual SharedMem::OrielId orielId() const { return 0; }
     // Returns if the value last read is still the same. Raises Mem::VersionMismatchException.
     virtual void validateVersionAnchor() const {}
+    // The check that writer, reader and shadow share.
+    static void checkVersionAnchor(Mem::VersionAnchor const& anchor);
     virtual void validateVersionAnchorHookIs(VersionAnchorHook) {}
     virtual Mem::CacheVersionAnchor getCacheVersionAnchor() const {
         return Mem::cacheVersionAnchor({});
@@ -64,8 +66,6 @@ public:
 protected:
     [[noreturn]] static void readOnlyWrite();
     [[noreturn]] static void readOnlyRemove();
-    // The check that writer and reader share.
-    static void checkVersionAnchor(Mem::VersionAnchor const& anchor);
 
 private:
     bool initialized_ = false;

@@ -210,6 +210,8 @@ void BriskMap<Ops>::attach(std::string const& event) {
     }
     if (attached) {
         FMTRACE(*handler_, 2, "successful");
+        // What was being flushed was told to its end when the shadow was attached anew.
+        if (mounter_) mounter_->watching = true;
         retire(std::move(previous));
         if (mine->type() == BriskType::reader) callbacks_.quiescedNotify(true);
         if (*alive) callbacks_.mountStatusNotify();

@@ -72,6 +72,7 @@ private:
     void syncComplete() override;
     void flushComplete() override;
     void doFlushSlot(U32 slot) override;
+    void prefetchSlot(U32 slot) const override { store_->prefetchNotified(slot); }
     U32 localCapacity() const override { return store_ ? store_->numSlots() : 0; }
     bool resize() override { return reader_.doResize(); }
     bool runtime() const override { return this->initialized(); }

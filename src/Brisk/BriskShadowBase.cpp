@@ -9,6 +9,8 @@ namespace {
 
 // The clock is looked at after so many notifications.
 constexpr unsigned notificationsPerLook = 32;
+// A notified slot is asked for so many notifications ahead.
+constexpr U32 prefetchedAhead = 8;
 
 } // namespace
 
@@ -79,12 +81,12 @@ void BriskShadowBase::stopAll() {
     yarrowReader.detach();
     syncer.stop();
     ++walkSerial_;
-    quiescedReported_ = false;
+    quiescedReported = false;
 }
 
 void BriskShadowBase::reportQuiesced(bool quiesced) {
-    if (quiesced == quiescedReported_) return;
-    quiescedReported_ = quiesced;
+    if (quiesced == quiescedReported) return;
+    quiescedReported = quiesced;
     handleQuiesced(quiesced);
 }
 
@@ -121,6 +123,7 @@ bool BriskShadowBase::wrenDrain(double seconds) {
                 resync();
                 return false;
             case Yarrow::QueueReader::Taken::entry: {
+                prefetchSlot(yarrowReader.slotAhead(prefetchedAhead));
                 reportQuiesced(false);
                 Wren::Sequence const sequence = yarrowReader.sequence();
                 doSlot(yarrowReader.slot(), sequence, sequence <= syncHead_);

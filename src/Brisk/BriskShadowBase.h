@@ -46,6 +46,8 @@ protected:
     void syncComplete() override = 0;
     void flushComplete() override = 0;
     void doFlushSlot(U32 slot) override = 0;
+    // Asks ahead for what `doSlot` will touch, without effect.
+    virtual void prefetchSlot(U32 slot) const = 0;
     // The private array's length.
     virtual U32 localCapacity() const = 0;
     // Brings the mappings up to date.
@@ -73,6 +75,7 @@ protected:
     bool synced = false;
     bool yarrowEnabled = false;
     bool wrenEnabled = false;
+    bool quiescedReported = false; // what the client was told last
     Wren::Sequence syncSequence = 0;
     Syncer syncer;
     Yarrow::YarrowReader<Yarrow::BasicSlot> yarrowReader;
@@ -97,7 +100,6 @@ private:
     Wren::Sequence syncHead_ = 0; // what was published when the walk ended
     U64 walkSerial_ = 0;
     U64 resyncs_ = 0;
-    bool quiescedReported_ = false;
     bool draining_ = false;
 };
 

@@ -91,7 +91,8 @@ void BriskShadow<Ops>::syncComplete() {
     // The client may have detached the shadow, or started over, in that callback.
     if (!this->initialized() || !syncer.done()) return;
     maybeEnableYarrow();
-    reportQuiesced(quiesced());
+    quiescedReported = quiesced();
+    handleQuiesced(quiescedReported);
 }
 
 template <class Ops>
@@ -162,6 +163,7 @@ std::string BriskShadow<Ops>::dumpHeaders() const {
 
 template <class Ops>
 bool BriskShadow<Ops>::doSlot(Yarrow::BasicSlot slot, Wren::Sequence sequence, bool compare) {
+    if (sequence == Wren::syncPass) store_->prefetchWalked(slot.index);
     bool const taken = store_->doSlot(slot, sequence, compare);
     if (!taken) ++counters_.discardedSlots;
     return taken;

@@ -29,7 +29,8 @@ BriskWriter<Ops>::BriskWriter(Dunlin::Platform::DebugHandler& handler, std::stri
              Yarrow::YarrowWriterOptions{.pruneMode = d.pruneMode,
                                          .localMem = d.localMem,
                                          .heap = d.heap,
-                                         .trackMemory = d.trackMemory},
+                                         .trackMemory = d.trackMemory,
+                                         .maxLag = d.maxLag},
              this),
       typeName_(type), criticalTaskCheck_(d.criticalTask), dumpToCore_(d.dumpToCore) {
     if (d.trackMemory) {

@@ -23,6 +23,7 @@ struct MapDescriptor : Mem::CollectionDescriptor {
     bool shrinkable = false;    // the slot file shrinks when the table has become mostly empty
     bool shrinkBuckets = false; // the bucket file does
     Yarrow::PruneMode pruneMode = Yarrow::PruneMode::acknowledged;
+    U64 maxLag = 1U << 20;         // pruneMode bounded: changes that a shadow may be behind
     bool notifyDuringSync = false; // a shadow calls back for each key of its first sync too
     bool notifyOnFlush = true;     // a shadow calls back for each key when it is flushed
     bool heap = false;             // local memory from the heap

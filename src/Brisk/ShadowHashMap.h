@@ -25,12 +25,16 @@ public:
                   SlotCounters& slotCounters, Ops const& ops, Slot* const& slots, bool heap);
 
     bool initialize();
+    // An empty index makes room for so many keys at once, if there is the memory.
+    void expect(U32 keys);
     // Puts the slot in its place by its key. True if the caller is to notify: a key that was in no
     // slot, one whose value is another (`updated`), or one that has come from another slot with
     // another value. `movedFrom` receives that slot's number, which is empty then; a slot type that
     // keeps no value cannot tell, so `silentMove` says whether such a move is no change. Raises
     // MemoryResourceException if the buckets cannot grow; the slot is in its place all the same.
     bool write(U32 slotIndex, Slot& slot, bool updated, bool silentMove, U32& movedFrom);
+    // The same for a slot that is in its place already, under the same key.
+    bool rewrite(U32 slotIndex, bool updated);
     // Takes the slot out; false if it is in no chain. Raises MemoryResourceException.
     bool remove(U32 slotIndex, Slot& slot);
     // The array has moved by so many bytes.
@@ -40,6 +44,10 @@ public:
     Slot* first(U32 bucket) const;
     // The slot behind `key`, quickly if `hint` (may be null) holds it.
     Slot* next(Key const& key, Slot* hint) const;
+
+    // Ask ahead, without effect, for the chain of a reversed hash: its cell, then its first slot.
+    void prefetchCell(U32 hash) const { __builtin_prefetch(&buckets_[bucketOf(hash)], 1); }
+    void prefetchHead(U32 hash) const { __builtin_prefetch(buckets_[bucketOf(hash)], 1); }
 
     U32 numBuckets() const { return numBuckets_; }
     std::size_t mappedSize() const { return bucketsMem_.size(); }

@@ -30,6 +30,26 @@ bool ShadowHashMap<Key, Slot>::initialize() {
 }
 
 template <class Key, class Slot>
+void ShadowHashMap<Key, Slot>::expect(U32 keys) {
+    U32 factor = bucketFactor_;
+    while (factor < 31 && (U64{1} << factor << loadShift_) < keys) ++factor;
+    if (factor == bucketFactor_ || counters_.occupiedSlots != 0) return;
+    void* const moved =
+        bucketsMem_.resize(Mem::multiplyOverflowCheck(std::size_t{1} << factor, sizeof(Slot*)));
+    if (!moved) return; // it grows as it goes, or raises then
+    resized(static_cast<Slot**>(moved));
+    bucketFactor_ = factor;
+    numBuckets_ = 1U << factor;
+}
+
+template <class Key, class Slot>
+bool ShadowHashMap<Key, Slot>::rewrite(U32 slotIndex, bool updated) {
+    ++counters_.shadowWrites;
+    FMTRACE(debugHandler(), 8, "slotIndex:{} no index update needed", slotIndex);
+    return updated;
+}
+
+template <class Key, class Slot>
 bool ShadowHashMap<Key, Slot>::write(U32 slotIndex, Slot& slot, bool updated, bool silentMove,
                                      U32& movedFrom) {
     slot.hash = Dunlin::Util::reverse(ops_.hash(slot.key()));

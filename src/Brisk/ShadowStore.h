@@ -97,6 +97,10 @@ public:
     // Gives everything up; no callback comes after it.
     virtual void disable() = 0;
     virtual U32 buckets() const = 0;
+    // Ask ahead, without effect, for what `doSlot` will touch: of a slot that a notification names,
+    // or that a walk comes to.
+    virtual void prefetchNotified(U32 index) const = 0;
+    virtual void prefetchWalked(U32 index) const = 0;
     // Test hook: whether the index is sound.
     virtual bool sound() const = 0;
 };
@@ -138,6 +142,8 @@ public:
     }
     void disable() override;
     U32 buckets() const override { return hashMap_.numBuckets(); }
+    void prefetchNotified(U32 index) const override;
+    void prefetchWalked(U32 index) const override;
     bool sound() const override { return hashMap_.sound(); }
 
 private:

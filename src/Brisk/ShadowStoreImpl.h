@@ -4,6 +4,8 @@
 #include "Brisk/ShadowHashMapImpl.h"
 #include "Brisk/ShadowStore.h"
 
+#include <optional>
+
 namespace Brisk {
 
 // The slots that fit the first page of the shared table.
@@ -32,6 +34,7 @@ bool ShadowStore<Slot>::initialize() {
     PLAINASSERT(!initialized_, "a store is set up once");
     if (!hashMap_.initialize()) return false;
     counters_.occupiedSlots = 0;
+    hashMap_.expect(std::min(reader_.members(), reader_.capacity()));
     initialized_ = true;
     return true;
 }
@@ -67,9 +70,7 @@ bool ShadowStore<Slot>::growFor(U32 index) {
     }
     FMTRACE(handler, 2, "resize shadow slots from {} to {} due to out of range slot {}", numSlots_,
             capacity, index);
-    U32 const former = numSlots_;
-    resizeArrays(capacity);
-    for (U32 i = former; i < capacity; ++i) slots_[i].reset();
+    resizeArrays(capacity); // new slots are zero, and so empty
     ++counters_.shadowSlotGrows;
     FMTRACE(handler, 5, "complete.");
     return true;
@@ -213,10 +214,15 @@ bool ShadowStore<Slot>::apply(U32 index, Wren::Sequence sequence, bool compare, 
         if (!walk) counters_.sequence = sequence;
         return true;
     }
-    // Never into the slot itself: it holds what the client was told last (H-shadow-1).
-    Value in;
+    // Never into a slot that holds what the client was told last (H-shadow-1).
     Mem::VersionAnchor anchor;
-    bool const found = read(index, in, anchor);
+    bool found;
+    std::optional<Value> aside;
+    if constexpr (Slot::hasValue) {
+        found = read(index, fresh ? slots_[index].value : aside.emplace(), anchor);
+    } else {
+        found = read(index, aside.emplace(), anchor);
+    }
     FMTRACE(debugHandler(), 9, "updated: {} compare: {} slotIndex:{}{}", found, compare, index,
             found ? " found" : " not found");
     if (!found) {
@@ -233,7 +239,8 @@ bool ShadowStore<Slot>::apply(U32 index, Wren::Sequence sequence, bool compare, 
         if (initialized_) tryShrink();
         return true;
     }
-    Key const key = Ops::key(in);
+    bool const inPlace = !aside;
+    Key const key = inPlace ? Key(slots_[index].key()) : Key(Ops::key(*aside));
     if (!fresh && !Ops::equal(slots_[index].key(), key)) {
         // The slot was reused. Its old key may live on in another slot, which then takes it over.
         if (!accept(sequence)) return false;
@@ -253,14 +260,14 @@ bool ShadowStore<Slot>::apply(U32 index, Wren::Sequence sequence, bool compare, 
     Slot& slot = slots_[index];
     bool updated = true;
     if constexpr (Slot::hasValue) {
-        if (!fresh && compare && slot.value == in)
+        if (!fresh && compare && slot.value == *aside)
             updated = false;
-        else
-            slot.take(in);
+        else if (!inPlace)
+            slot.take(*aside);
         updatingValue_ = &slot.value;
     } else {
-        if (fresh) slot.take(in);
-        scratch_ = in;
+        if (fresh) slot.take(*aside);
+        scratch_ = *aside;
         updatingValue_ = &scratch_;
     }
     versions_[index] = anchor.version;
@@ -271,7 +278,8 @@ bool ShadowStore<Slot>::apply(U32 index, Wren::Sequence sequence, bool compare, 
     U32 movedFrom = noSlot;
     bool tell;
     try {
-        tell = hashMap_.write(index, slot, updated, silentMove, movedFrom);
+        tell = fresh ? hashMap_.write(index, slot, updated, silentMove, movedFrom)
+                     : hashMap_.rewrite(index, updated);
     } catch (...) {
         updatingValue_ = nullptr;
         throw;
@@ -294,6 +302,25 @@ bool ShadowStore<Slot>::apply(U32 index, Wren::Sequence sequence, bool compare, 
     }
     updatingValue_ = nullptr;
     return true;
+}
+
+template <class Slot>
+void ShadowStore<Slot>::prefetchNotified(U32 index) const {
+    if (!readerTable_.header || index >= numSlots_ || index >= reader_.capacity()) return;
+    readerTable_.prefetch(index);
+    __builtin_prefetch(&versions_[index], 1);
+    auto const* const slot = reinterpret_cast<char const*>(&slots_[index]);
+    for (std::size_t line = 0; line < sizeof(Slot); line += 64) __builtin_prefetch(slot + line, 1);
+}
+
+// The slots themselves come one after the other; where their keys belong in the index does not. The
+// hash that stands in the shared slot is good enough for that.
+template <class Slot>
+void ShadowStore<Slot>::prefetchWalked(U32 index) const {
+    constexpr U32 cellAhead = 16, headAhead = 8;
+    if (!readerTable_.header || index + cellAhead >= reader_.capacity()) return;
+    hashMap_.prefetchCell(readerTable_.rhashAt(index + cellAhead));
+    hashMap_.prefetchHead(readerTable_.rhashAt(index + headAhead));
 }
 
 template <class Slot>
@@ -445,13 +472,11 @@ bool ShadowStore<Slot>::land(Slot* slot, Value& value, IterHint& hint) {
 
 template <class Slot>
 void ShadowStore<Slot>::validateVersionAnchor() const {
-    Mem::VersionAnchor const& anchor = *currentAnchor_;
-    PLAINASSERT(anchor.offset != Mem::VersionAnchor::none,
-                "should not be called on a default-constructed VersionAnchor");
-    if (anchor.offset == Mem::VersionAnchor::lost || !readerTable_.header ||
-        Mem::observe(*reinterpret_cast<U32 const*>(static_cast<char const*>(anchor.base) +
-                                                   anchor.offset)) != anchor.version)
-        Dunlin::fmthrow<Mem::VersionMismatchException>("value has changed since it was read");
+    // Without the mapping nothing can be compared any more.
+    Mem::VersionAnchor anchor = *currentAnchor_;
+    if (!readerTable_.header && anchor.offset != Mem::VersionAnchor::none)
+        anchor.offset = Mem::VersionAnchor::lost;
+    BriskInterfaceBase::checkVersionAnchor(anchor);
 }
 
 } // namespace Brisk

@@ -108,10 +108,10 @@ struct TaskSchedulerRoot::Impl {
         // A full counter already wakes the loop.
         [[maybe_unused]] auto const written = ::write(wakeup, &one, sizeof one);
     }
+    // One read takes all that an eventfd or a timerfd has counted.
     static void drain(int fd) {
         U64 count;
-        while (::read(fd, &count, sizeof count) > 0) {
-        }
+        [[maybe_unused]] auto const taken = ::read(fd, &count, sizeof count);
     }
     // Runs what is queued at the moment of the call, one at a time, so that a task may throw or
     // re-enter without losing another.

@@ -96,6 +96,9 @@ void ReaderSentry::operator()(std::string const& event, bool noticed) {
         Seen const seen = look();
         watchOwner(seen.owner);
         bool const there = seen.orielId != 0;
+        // A client may have attached the front by hand.
+        if (there && attachedTo_.orielId == 0 && notifiee_.orielId() == seen.orielId)
+            attachedTo_ = seen;
         if (notifiee_.readerFullyAttached() && (!there || !(seen == attachedTo_))) {
             FMTRACE(debugHandler(), 1, "{} event:{} writer {}", rootPath_.text(), event,
                     there ? "is another" : "has gone");

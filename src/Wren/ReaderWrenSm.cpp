@@ -17,7 +17,7 @@ Dunlin::TaskSchedulerRoot& loop() {
 
 // A second look in case a wake-up were lost. It is no part of the protocol, and an idle process
 // must not spend its time on it. Without a connection the look is for the writer.
-constexpr double tickSeconds = 5, retrySeconds = 1;
+constexpr double tickSeconds = 10, retrySeconds = 1;
 
 } // namespace
 
@@ -91,26 +91,25 @@ void ReaderWrenSm::handleEvents(U32 events) {
         loop().fdAdd(fd_.get(), EPOLLIN, [this](U32 later) { handleEvents(later); });
         sendSleep();
     }
-    // One Welcome and one Wake at most are under way.
-    for (int i = 0; i < 3 && *alive && fd_; ++i) {
-        Message message;
-        Received const received = receive(fd_.get(), message);
-        if (received == Received::nothing) return;
-        if (received == Received::message && message.kind == Kind::welcome &&
-            state_ == State::greeted) {
-            state_ = State::awake;
-            client_.wrenWelcome(message.welcome);
-            if (*alive && enabled_ && state_ == State::awake) slice();
-        } else if (received == Received::message && message.kind == Kind::wake &&
-                   state_ == State::asleep) {
-            state_ = State::awake;
-            slice();
-        } else {
-            if (received == Received::message && message.kind == Kind::refused)
-                FMTRACE(debugHandler(), 1, "refused, reason:{}", U32(message.refused.reason));
-            lost();
-            return;
-        }
+    // That something came is a Wake almost always: the work first, the message after it.
+    if (state_ == State::asleep && enabled_ && notifying_) client_.wrenDrain(yieldTime_);
+    if (!*alive || !fd_) return;
+    Message message;
+    Received const received = receive(fd_.get(), message);
+    if (received == Received::nothing) return;
+    if (received == Received::message && message.kind == Kind::welcome &&
+        state_ == State::greeted) {
+        state_ = State::awake;
+        client_.wrenWelcome(message.welcome);
+        if (*alive && enabled_ && state_ == State::awake) slice();
+    } else if (received == Received::message && message.kind == Kind::wake &&
+               state_ == State::asleep) {
+        state_ = State::awake;
+        slice();
+    } else {
+        if (received == Received::message && message.kind == Kind::refused)
+            FMTRACE(debugHandler(), 1, "refused, reason:{}", U32(message.refused.reason));
+        lost();
     }
 }
 

@@ -104,29 +104,22 @@ void WriterWrenSm::handleMessages(int fd) {
     auto const reader = std::find_if(impl_->readers.begin(), impl_->readers.end(),
                                      [fd](Reader const& r) { return r.fd.get() == fd; });
     if (reader == impl_->readers.end()) return;
-    // A reader has at most one Sleep and one Progress under way.
-    for (int i = 0; i < 4; ++i) {
-        Message message;
-        Received const received = receive(fd, message);
-        if (received == Received::nothing) break;
-        bool const sleeps = message.kind == Kind::sleep;
-        if (received == Received::closed || (!sleeps && message.kind != Kind::progress) ||
-            message.position.position > impl_->queue.sequence() || reader->asleep) {
-            drop(fd);
-            break;
-        }
+    Message message;
+    Received const received = receive(fd, message);
+    if (received == Received::nothing) return;
+    bool const sleeps = message.kind == Kind::sleep;
+    if (received == Received::closed || (!sleeps && message.kind != Kind::progress) ||
+        message.position.position > impl_->queue.sequence() || reader->asleep) {
+        drop(fd);
+    } else {
         ++sequencesProcessed_;
         reader->position = message.position.position;
         reader->synced = message.position.synced != 0;
-        if (!sleeps) continue;
-        // Nothing is announced between this look and the mark: the one thread does both.
-        if (reader->position < impl_->queue.sequence()) {
+        if (sleeps && reader->position < impl_->queue.sequence()) {
             ++wrens_;
-            if (!send(fd, Wake{.sequence = impl_->queue.sequence()})) {
-                drop(fd);
-                break;
-            }
-        } else {
+            if (!send(fd, Wake{.sequence = impl_->queue.sequence()})) drop(fd);
+        } else if (sleeps) {
+            // Nothing was announced since that look: the one thread does both.
             reader->asleep = true;
             ++sleepingReaders_;
         }

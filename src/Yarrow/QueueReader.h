@@ -44,6 +44,11 @@ public:
     U32 slot() const { return slot_; }
     Sequence sequence() const { return sequence_; }
     void done() { last_ = sequence_; }
+    // The slot of the n-th entry behind the one under way, to ask ahead for; it may be any number.
+    U32 slotAhead(U32 n) const {
+        if (generation_ == 0 || limit_ - index_ <= n) return Entry::tombstone;
+        return Mem::peek(table(generation_ & 1).entry(index_ + n)).slot;
+    }
     // False if another notification for the slot stands later in the queue, so that this one
     // cannot be taken as proof that the slot is empty.
     bool validateNotif();

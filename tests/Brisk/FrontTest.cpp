@@ -138,7 +138,7 @@ TEST_F(Front, AWriterAndALocalTable) {
     EXPECT_DEATH(front.cleanupAndDetach(), "trying to cleanup uninitialized brisk");
 
     TestMap local("local/table", "TestValue");
-    local.init(BriskType::valueShadow, true, 0 + 50); // local: a writer whatever the type says
+    local.init(BriskType::valueShadow, true, 0); // local: a writer whatever type and size say
     local.safeWrite(TestValue(TestKey(1), 5), true);
     EXPECT_EQ(local.members(), 1U);
     EXPECT_FALSE(std::filesystem::exists(base_.path() + "/local"));
@@ -177,41 +177,136 @@ TEST_F(Front, StandIns) {
     EXPECT_EQ(scratch.mountStatus(), MountStatus::unmounted);
 }
 
+// A hundred times each, a value and a key shadow beside each other.
 TEST_F(Front, KilledAndRestartedWritersOfAKeptOrRemadeTable) {
-    for (BriskType const type : {BriskType::valueShadow, BriskType::keyShadow}) {
-        Client c(name_, shadowSettings(type));
-        c.init();
-        for (U32 round = 0; round < 12; ++round) {
-            SCOPED_TRACE(testing::Message() << U32(type) << " round " << round);
-            bool const reformat = round % 3 == 2;
-            Child child([&](Child& self) { return write(self, 50 + round, reformat); });
-            ASSERT_EQ(child.hear(), 1);
-            ASSERT_TRUE(pump([&] { return c.synchronised() && c.asleep(); }));
+    Client clients[] = {{name_, shadowSettings(BriskType::valueShadow)},
+                        {name_, shadowSettings(BriskType::keyShadow)}};
+    auto const both = [&](auto condition) {
+        return pump([&] { return condition(clients[0]) && condition(clients[1]); });
+    };
+    for (Client& c : clients) c.init();
+    SharedMem::OrielId last = 0;
+    for (U32 round = 0; round < 200; ++round) {
+        SCOPED_TRACE(round);
+        bool const reformat = round % 2 == 1;
+        Child child([&](Child& self) { return write(self, 50 + round, reformat); });
+        ASSERT_EQ(child.hear(), 1);
+        ASSERT_TRUE(both([](Client& c) { return c.synchronised() && c.asleep(); }));
+        EXPECT_EQ(clients[0].front->orielId() != last, reformat || round == 0);
+        last = clients[0].front->orielId();
+        child.tell('p' | 1000 << 8);
+        child.tell('d' | 3 << 8);
+        ASSERT_TRUE(both([](Client& c) { return c.known.count(1000) && !c.known.count(3); }));
+        for (Client& c : clients) {
             EXPECT_EQ(c.known.size(), 50 + round);
-            child.tell('p' | 1000 << 8);
-            child.tell('d' | 3 << 8);
-            ASSERT_TRUE(pump([&] { return c.known.count(1000) == 1 && c.known.count(3) == 0; }));
             EXPECT_EQ(contents(c.front->table()), c.known);
-            child.tell('d' | 1000 << 8);
-            child.tell('p' | 3 << 8);
-            ASSERT_TRUE(pump([&] { return c.known.count(1000) == 0 && c.known.count(3) == 1; }));
+        }
+        child.tell('d' | 1000 << 8);
+        child.tell('p' | 3 << 8);
+        ASSERT_TRUE(both([](Client& c) { return !c.known.count(1000) && c.known.count(3); }));
+        for (Client& c : clients) {
+            EXPECT_EQ(c.statuses, round == 0 ? "12" : "3012");
             c.statuses.clear();
-            if (round % 2)
-                child.signal(SIGKILL);
-            else
-                child.tell('q');
-            child.join();
-            ASSERT_TRUE(pump([&] { return c.front->mountStatus() == MountStatus::unmounted; }));
+        }
+        if (round % 4 < 2)
+            child.signal(SIGKILL);
+        else
+            child.tell('q');
+        child.join();
+        ASSERT_TRUE(
+            both([](Client& c) { return c.front->mountStatus() == MountStatus::unmounted; }));
+        for (Client& c : clients) {
             EXPECT_EQ(c.statuses, "30");
-            EXPECT_TRUE(c.known.empty());
+            EXPECT_TRUE(c.known.empty()); // the flush told every key
             EXPECT_EQ(c.strayDeletes, 0U);
         }
-        std::filesystem::remove_all(base_.path() + "/vrf");
     }
 }
 
-TEST_F(Front, ClientAndWriterInAnyOrder) {
-    for (int round = 0; round < 20; ++round) {
+// Writers that are killed in the midst of a load, each followed at once by the next.
+TEST_F(Front, WritersKilledUnderLoadLeaveNothingBehind) {
+    Client clients[] = {{name_, shadowSettings(BriskType::valueShadow)},
+                        {name_, shadowSettings(BriskType::keyShadow)}};
+    for (Client& c : clients) c.init();
+    clients[0].front->yieldTimeIs(0.0001); // flushes and walks in many slices
+    std::mt19937 random(3);
+    for (U32 round = 0; round < 100; ++round) {
+        SCOPED_TRACE(round);
+        Child child([&](Child&) {
+            auto w = writer(writerSettings(true));
+            std::mt19937 load(round);
+            for (U64 stamp = 1;; ++stamp) {
+                for (auto n = load() % 300; n > 0; --n) {
+                    U32 const id = static_cast<U32>(load() % (stamp % 400 < 200 ? 3000 : 100));
+                    if (load() % 3 == 0)
+                        drop(*w, id);
+                    else
+                        put(*w, id, round << 20 | stamp);
+                }
+                loop().runOnce(0);
+            }
+            return 0;
+        });
+        double const end = loop().now() + 0.01 + static_cast<double>(random() % 40) / 1000;
+        pump([&] { return loop().now() > end; });
+        child.signal(SIGKILL);
+        ASSERT_EQ(child.join(), 1000 + SIGKILL);
+    }
+    Child last([&](Child& self) { return write(self, 10); });
+    ASSERT_EQ(last.hear(), 1);
+    auto const reader = std::make_unique<Client>(name_, shadowSettings(BriskType::reader));
+    for (Client& c : clients) {
+        ASSERT_TRUE(pump([&] { return c.synchronised() && c.asleep(); }));
+        reader->front->init(shadowSettings(BriskType::reader));
+        EXPECT_EQ(c.known, contents(reader->front->table()));
+        EXPECT_EQ(c.strayDeletes, 0U);
+        // Whatever came between: flushed, perhaps empty, then mounted, then synchronised.
+        EXPECT_THAT(c.statuses, testing::MatchesRegex("1*2?(30?1*2?)+"));
+        EXPECT_EQ(c.statuses.back(), '2');
+        EXPECT_GT(std::count(c.statuses.begin(), c.statuses.end(), '3'), 10);
+    }
+    EXPECT_FALSE(std::filesystem::exists(base_.path() + "/" + name_ + "/corruption-detected"));
+}
+
+TEST_F(Front, AttachAndForcedDetachInsideAFlush) {
+    for (BriskType const type : {BriskType::valueShadow, BriskType::keyShadow}) {
+        for (bool const attach : {true, false}) {
+            SCOPED_TRACE(testing::Message() << U32(type) << " attach " << attach);
+            auto w = writer();
+            for (U32 id = 0; id < 3000; ++id) put(*w, id, 1);
+            Client c(name_, shadowSettings(type));
+            c.init();
+            ASSERT_TRUE(pump([&] { return c.asleep(); }));
+            c.front->yieldTimeIs(1e-6);
+            c.statuses.clear();
+            c.front->detach(false);
+            for (int i = 0; i < 3; ++i) loop().runOnce(0);
+            ASSERT_EQ(c.front->mountStatus(), MountStatus::flushing);
+            EXPECT_GT(c.deletes, 0U);
+            EXPECT_LT(c.deletes, 3000U);
+            if (attach)
+                c.front->attach("test");
+            else
+                c.front->detach(true); // the sentry attaches at its end: the writer lives
+            EXPECT_EQ(c.deletes, 3000U);
+            EXPECT_EQ(c.front->mountStatus(), MountStatus::mounted);
+            EXPECT_EQ(c.statuses.substr(0, 2), "31");
+            ASSERT_TRUE(pump([&] { return c.synchronised() && c.asleep(); }));
+            EXPECT_EQ(c.known.size(), 3000U);
+            EXPECT_EQ(c.deletes, 3000U);
+            // The sentry watches again.
+            w.reset();
+            ASSERT_TRUE(pump([&] { return c.front->mountStatus() == MountStatus::unmounted; }));
+            EXPECT_TRUE(c.known.empty());
+            EXPECT_EQ(c.deletes, 6000U);
+            EXPECT_EQ(c.strayDeletes, 0U);
+            std::filesystem::remove_all(base_.path() + "/vrf");
+        }
+    }
+}
+
+TEST_F(Front, ClientAndWriterInAnyOrderMeetWithinASecond) {
+    for (int round = 0; round < 100; ++round) {
         SCOPED_TRACE(round);
         std::unique_ptr<Client> c;
         auto const start = [&] {
@@ -220,9 +315,16 @@ TEST_F(Front, ClientAndWriterInAnyOrder) {
         };
         if (round % 2) start();
         Child child([&](Child& self) { return write(self, 10); });
-        if (round % 4 == 0) child.hear();
+        S64 const ready = round % 4 != 0 ? child.hear() : 1; // else at the same time
+        ASSERT_EQ(ready, 1);
         if (!c) start();
-        ASSERT_TRUE(pump([&] { return c->synchronised() && c->known.size() == 10; }, 2));
+        // A second from when both are there.
+        bool there = round % 4 != 0;
+        loop().fdAdd(child.hearFd(), 1, [&](U32) { there = child.hear() == 1; });
+        ASSERT_TRUE(pump([&] { return there; }));
+        loop().fdDel(child.hearFd());
+        ASSERT_TRUE(pump([&] { return c->synchronised() && c->known.size() == 10; }, 1));
+        EXPECT_EQ(c->statuses.find_first_of("03"), std::string::npos) << c->statuses;
         child.signal(SIGKILL);
         child.join();
         if (round % 3 == 0) std::filesystem::remove_all(base_.path() + "/vrf");

@@ -162,6 +162,50 @@ TEST_P(Shadow, ShrinkIsNoChange) {
     EXPECT_TRUE(c->shadow().store()->sound());
 }
 
+// A client in a process of its own, stopped from before the first removal until after the shrink.
+TEST_P(Shadow, ShrinkPastAStoppedShadowIsNoChange) {
+    auto w = writer(writerSettings(true));
+    for (U32 id = 0; id < 1024; ++id) put(*w, id, 1);
+    Support::Child child([&](Support::Child& self) {
+        auto c = client();
+        if (!pump([&] { return c->asleep(); })) return 1;
+        auto const updates = c->updates;
+        self.tell(1);
+        if (!pump([&] { return c->deletes == 769 && c->asleep(); })) return 2;
+        settle(20);
+        self.tell(static_cast<std::int64_t>(c->updates - updates));
+        self.hear();
+        settle(20);
+        if (!c->asleep() || c->strayDeletes != 0 || c->deletes != 769) return 3;
+        return c->known.size() == 255 && c->known == contents(c->front->table()) &&
+                       c->shadow().store()->sound()
+                   ? 0
+                   : 4;
+    });
+    // The child talks and listens while this process runs the writer's loop.
+    std::vector<S64> heard;
+    loop().fdAdd(child.hearFd(), 1, [&](U32) {
+        heard.push_back(child.hear());
+        if (heard.size() == 2) loop().fdDel(child.hearFd());
+    });
+    ASSERT_TRUE(pump([&] { return heard.size() == 1 && w->quiesced(); }));
+    U32 const slots = w->capacity();
+    child.signal(SIGSTOP);
+    for (U32 id = 0; id < 769; ++id) drop(*w, id);
+    settle(20);
+    EXPECT_GT(w->writerCounters().slotMoves, 0U);
+    EXPECT_LT(w->capacity(), slots);
+    child.signal(SIGCONT);
+    ASSERT_TRUE(pump([&] { return heard.size() == 2 && w->quiesced(); }));
+    EXPECT_EQ(heard[0], 1);
+    EXPECT_EQ(heard[1], 0) << "updates told";
+    settle(20); // whatever is left to shrink
+    child.tell(0);
+    settle(50);
+    EXPECT_TRUE(w->validate());
+    EXPECT_EQ(child.join(), 0);
+}
+
 TEST_P(Shadow, LooksWhileBeingTold) {
     auto w = writer();
     auto c = client();
@@ -188,6 +232,24 @@ TEST_P(Shadow, LooksWhileBeingTold) {
     EXPECT_GT(c->front->readerCounters().inFlightHits, 0U);
     EXPECT_GT(c->front->readerCounters().shadowBucketGrows, 0U);
     EXPECT_GT(c->front->readerCounters().shadowBucketShrinks, 0U);
+
+    // The same in the callbacks of a flush and of what comes with it.
+    for (U32 id = 0; id < 50; ++id) put(*w, id, 1);
+    ASSERT_TRUE(pump([&] { return c->asleep(); }));
+    looked = 0;
+    U32 statuses = 0;
+    c->onStatus = [&] {
+        ++statuses;
+        bool const there = c->front->mountStatus() != MountStatus::unmounted;
+        EXPECT_EQ(contents(c->front->table()).size(), there ? c->known.size() : 0U);
+    };
+    w->detach(false);
+    ASSERT_TRUE(pump([&] { return c->front->mountStatus() == MountStatus::unmounted; }));
+    EXPECT_EQ(looked, 50);
+    w->initialize("again");
+    ASSERT_TRUE(pump([&] { return c->synchronised() && c->asleep(); }));
+    EXPECT_EQ(statuses, 4U); // flushing, unmounted, mounted, synchronised
+    c->onStatus = Dunlin::noop;
 }
 
 // Detach, and detach with a new attach, from inside each kind of callback.
@@ -210,6 +272,9 @@ TEST_P(Shadow, EndsAndStartsOverFromInsideAnyCallback) {
                           where < 2 ? MountStatus::unmounted : MountStatus::mounted);
                 EXPECT_TRUE(c->known.empty()); // the flush told all
                 if (again) c->front->attach("test");
+                EXPECT_LE(contents(c->front->table()).size(), 40U);
+                bool found = false;
+                c->front->table().lookup(TestKey(3), found, nullptr);
             };
             if (where == 0) c->onUpdate = [&](TestKey const&) { act(); };
             if (where == 1) c->onDelete = [&](TestKey const&) { act(); };

@@ -1,6 +1,7 @@
 // `cairn watch` and `cairn top`: what is told, folded, is the table.
 #include "tests/cairn/Recordings.h"
 #include "tests/cairn/ToolRunner.h"
+#include "tests/support/CallCounter.h"
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>
@@ -184,6 +185,26 @@ TEST_F(WatchTest, FullPipeHoldsUpNobody) {
     EXPECT_EQ(folded.table, tool.shown());
     tool.signal(last, SIGTERM);
     EXPECT_EQ(tool.wait(last), 0);
+}
+
+// At rest neither the mirror nor a watcher of both families makes more than a call a second.
+TEST_F(WatchTest, NobodyPolls) {
+    int const writer = tool.start({"mirror", "-q", "--from", file});
+    int const watch = tool.start({"-j", "watch"}, "watched");
+    std::this_thread::sleep_for(3s);
+    {
+        Support::CallCounter counter;
+        if (!counter.add(writer) || !counter.add(watch))
+            GTEST_SKIP() << "tracing is not allowed here";
+        counter.run(1.5);
+        counter.forget();
+        constexpr U32 seconds = 6;
+        counter.run(seconds);
+        EXPECT_LE(counter.totalOf(writer), seconds);
+        EXPECT_LE(counter.totalOf(watch), seconds);
+    }
+    tool.wait(writer);
+    tool.wait(watch);
 }
 
 TEST_F(WatchTest, TopTellsWhatIsGoingOn) {

@@ -1,6 +1,10 @@
 // Counts the system calls that write, remove and lookup make: none, as long as nothing grows. The
-// child is traced from call to call; two getppid calls bracket what counts.
+// child is traced from call to call; two getppid calls bracket what counts. And those of a shadow
+// and its writer, idle and at work.
+#include "Dunlin/TaskSchedulerRoot.h"
+#include "tests/support/CallCounter.h"
 #include "tests/support/Child.h"
+#include "tests/support/SharedBlock.h"
 #include "tests/support/StampedTable.h"
 #include "tests/support/TempBase.h"
 
@@ -105,6 +109,63 @@ TEST(SystemCalls, TheCounterCounts) {
         counts);
     if (!traced) GTEST_SKIP() << "tracing a child is not allowed here";
     EXPECT_EQ(counts[SYS_getuid], 3U);
+}
+
+// A shadow that is asleep, and its writer: nothing polls. A burst of changes costs the writer one
+// ring, whatever its length, and the shadow a few calls a slice.
+TEST(SystemCalls, AShadowAndItsWriterAtRestAndAtWork) {
+    TempBase const base;
+    auto& loop = *Dunlin::schedulerRootDunlin;
+    struct Board {
+        std::atomic<U64> told;
+        std::atomic<U32> bursts, done;
+    };
+    SharedBlock<Board> board;
+    Child writer([&](Child& self) {
+        Brisk::BriskWriter<Ops> table(quietTrace(), "calls", Brisk::MapDescriptor(4 * keys), Ops{}, "Stamped", {});
+        if (!table.initialize("test")) return 1;
+        for (U32 i = 0; i < keys; ++i) table.write(Value(i, 1), true);
+        self.tell(1);
+        loop.fdAdd(self.hearFd(), 1, [&](U32) {
+            if (self.hear() < 0) _exit(0);
+            for (U32 i = 0; i < operations; ++i) table.write(Value(i % keys, i + 2), true);
+            ++board->bursts;
+        });
+        while (true) loop.runOnce(-1);
+    });
+    ASSERT_EQ(writer.hear(), 1);
+    Child shadow([&](Child& self) {
+        Brisk::BriskMap<Ops> front("calls", "Stamped");
+        front.valueNotifyIs([&](Value const& value) {
+            ++board->told;
+            if (value.stamp() >= operations + 2 - keys) ++board->done;
+        });
+        front.init(Brisk::BriskType::valueShadow, false, 1);
+        while (!front.connected() || !front.quiesced()) loop.runOnce(-1);
+        self.tell(1);
+        while (true) loop.runOnce(-1);
+        return 0;
+    });
+    ASSERT_EQ(shadow.hear(), 1);
+    CallCounter counter;
+    if (!counter.add(writer.pid()) || !counter.add(shadow.pid())) GTEST_SKIP() << "tracing is not allowed here";
+    counter.run(0.5);
+    counter.forget();
+    constexpr U32 seconds = 5;
+    counter.run(seconds);
+    EXPECT_LE(counter.totalOf(writer.pid()), seconds);
+    EXPECT_LE(counter.totalOf(shadow.pid()), seconds);
+
+    counter.forget();
+    writer.tell(1);
+    counter.run(0.1, [&] { return board->bursts == 1 && board->done == keys; });
+    EXPECT_GT(board->told.load(), keys);
+    // In all: the word, its Wake, the task that follows, and what the shadow sends when it is done
+    // (and for each slice of 50 ms).
+    fmt::print("{} changes, {} told: {} calls of the writer, {} of the shadow\n", operations,
+               board->told.load(), counter.totalOf(writer.pid()), counter.totalOf(shadow.pid()));
+    EXPECT_LT(counter.totalOf(writer.pid()), 100U);
+    EXPECT_LT(counter.totalOf(shadow.pid()), 100U);
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include "SharedMem/RootPath.h"
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -29,6 +30,20 @@ WriterName writerOf(Mem::YokeRootPath const& path);
 
 // The header of a slot file as it is now; nothing if there is none or it is none of ours.
 std::optional<Brisk::SlotHeaderCommon> headerOf(Mem::YokeRootPath const& path);
+
+// The front through which a command reads a table: attached to what stands there, whether its writer
+// lives or not; null if that cannot be read.
+template <class Table>
+using Front = Brisk::BriskMap<typename Table::Ops>;
+template <class Table>
+std::unique_ptr<Front<Table>> readingFront(std::string const& table) {
+    auto front = std::make_unique<Front<Table>>(table, Table::typeName);
+    Brisk::MapDescriptor reader;
+    reader.type = Brisk::BriskType::reader;
+    front->init(reader);
+    if (front->mountStatus() == Mem::MountStatus::unmounted) front->attach("cairn");
+    return front->mountStatus() == Mem::MountStatus::unmounted ? nullptr : std::move(front);
+}
 
 // Calls `visit` with the table type of that name, as a template argument; false if there is none.
 template <class Visit, class... Tables>

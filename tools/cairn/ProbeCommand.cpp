@@ -1,9 +1,11 @@
 // `cairn probe`: reads a route table at full speed beside its writer and says each second what it
 // met. What it reads is checked: a record under a key must be of that key.
+#include "AnyTable.h"
 #include "Board.h"
 #include "Commands.h"
 
 #include "Dunlin/Exception.h"
+#include "Dunlin/TaskSchedulerRoot.h"
 #include "Mroute/Tables.h"
 #include "SharedMem/WriterLock.h"
 
@@ -16,7 +18,6 @@
 namespace Cairn {
 namespace {
 
-using Reader = Mroute::RouteTable::Reader;
 using Value = Mroute::RouteTable::Value;
 using Key = Mroute::RouteTable::Key;
 
@@ -46,8 +47,7 @@ class Probe {
 public:
     Probe(std::string table, ProbeArguments const& arguments)
         : arguments_(arguments), table_(std::move(table)), path_(table_), random_(arguments.seed) {
-        attach();
-        if (!reader_) throw CommandError(noTable, fmt::format("table {}: not readable", table_));
+        if (!attached()) throw CommandError(noTable, fmt::format("table {}: not readable", table_));
         collectKeys();
     }
 
@@ -55,8 +55,9 @@ public:
     Tally until(double end) {
         Tally tally;
         while (seconds() < end) {
-            if (!reader_ || reader_->replaced()) attach();
-            if (!reader_) { // between two writers that begin anew
+            // The sentry follows the table to its next generation.
+            Dunlin::schedulerRootDunlin->runReady();
+            if (!attached()) { // between two writers that begin anew
                 std::this_thread::sleep_for(std::chrono::milliseconds(1));
                 continue;
             }
@@ -68,37 +69,39 @@ public:
             } catch (Dunlin::Exception const& e) {
                 ++tally.faults;
                 fault = e.what();
-                reader_.reset();
+                front_.reset();
             }
         }
         return tally;
     }
 
-    U64 entries() const { return reader_ ? reader_->members() : 0; }
+    U64 entries() const { return front_ ? front_->members() : 0; }
     bool written() const { return Mem::WriterLock::writerExists(path_); }
     std::string fault;
 
 private:
-    void attach() {
-        reader_ = std::make_unique<Reader>(*Dunlin::Platform::getDebugHandler("cairn", false),
-                                           table_.c_str(), Mroute::RouteTable::Ops{}, nullptr);
-        if (!reader_->initialize("probe")) reader_.reset();
+    bool attached() {
+        if (!front_ || front_->mountStatus() == Mem::MountStatus::unmounted)
+            front_ = readingFront<Mroute::RouteTable>(table_);
+        return front_ != nullptr;
     }
     void collectKeys() {
+        auto const& table = front_->table();
         Value value;
         Brisk::IterHint hint;
-        for (bool more = reader_->first(value, hint); more;
-             more = reader_->next(value.key(), value, hint))
+        for (bool more = table.first(value, hint); more;
+             more = table.next(value.key(), value, hint))
             keys_.push_back(value.key());
         std::shuffle(keys_.begin(), keys_.end(), random_);
     }
     // A thousand keys between two looks at the clock.
     void lookups(Tally& tally) {
+        auto const& table = front_->table();
         Value value;
         for (int i = 0; i < 1000; ++i) {
             Key const& key = keys_[at_++ % keys_.size()];
             bool found = false;
-            reader_->lookup(key, found, &value);
+            table.lookup(key, found, &value);
             ++tally.reads;
             ++(found ? tally.hits : tally.misses);
             if (found && !(value.key() == key)) ++tally.wrong;
@@ -107,8 +110,9 @@ private:
     void walk(Tally& tally) {
         Value value;
         Brisk::IterHint hint;
-        for (bool more = reader_->first(value, hint); more;
-             more = reader_->next(value.key(), value, hint)) {
+        auto const& table = front_->table();
+        for (bool more = table.first(value, hint); more;
+             more = table.next(value.key(), value, hint)) {
             ++tally.reads;
             if (!value.key().g().isMulticast()) ++tally.wrong;
         }
@@ -118,7 +122,7 @@ private:
     ProbeArguments const& arguments_;
     std::string table_;
     Mem::YokeRootPath path_;
-    std::unique_ptr<Reader> reader_;
+    std::unique_ptr<Front<Mroute::RouteTable>> front_;
     std::vector<Key> keys_;
     std::size_t at_ = 0;
     std::mt19937_64 random_;
@@ -131,11 +135,10 @@ std::string largestTable(Common const& common) {
     for (auto const& table : tablesPresent()) {
         auto const name = RouteTableName::ofRoute(table);
         if (!name || !(name->v4 ? common.v4 : common.v6)) continue;
-        Reader reader(*Dunlin::Platform::getDebugHandler("cairn", false), table.c_str(),
-                      Mroute::RouteTable::Ops{}, nullptr);
-        if (reader.initialize("probe") && (largest.empty() || reader.members() > most)) {
+        auto const front = readingFront<Mroute::RouteTable>(table);
+        if (front && (largest.empty() || front->members() > most)) {
             largest = table;
-            most = reader.members();
+            most = front->members();
         }
     }
     if (largest.empty())

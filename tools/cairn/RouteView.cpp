@@ -14,8 +14,8 @@ using Routing::Multicast::Fib::IpGenRouteKey;
 
 struct RouteView::Tables {
     explicit Tables(RouteTableName const& name)
-        : oifs(trace(), name.oifIndexIntf().c_str(), Mroute::OifIndexIntfTable::Ops{}, nullptr),
-          routes(trace(), name.route().c_str(), Mroute::RouteTable::Ops{}, nullptr) {}
+        : oifs(readingFront<Mroute::OifIndexIntfTable>(name.oifIndexIntf())),
+          routes(readingFront<Mroute::RouteTable>(name.route())) {}
 
     // The names of a route's interfaces. An index may get another interface once its last route is
     // gone: the names count only if the route still stands afterwards.
@@ -25,7 +25,7 @@ struct RouteView::Tables {
             SeenRoute const seen =
                 describe(route, where.vrf, [this](OifIndex index) { return interface(index); });
             Mroute::RouteTable::Value again;
-            Route const now = *routes.lookup(route.key(), found, &again);
+            Route const now = *routes->table().lookup(route.key(), found, &again);
             if (found && now == route) return seen;
             route = now;
         }
@@ -34,12 +34,12 @@ struct RouteView::Tables {
     std::string interface(OifIndex index) const {
         bool found = false;
         Mroute::OifIndexIntfTable::Value value;
-        oifs.lookup(index, found, &value);
+        oifs->table().lookup(index, found, &value);
         return found ? std::string(value.intf().stringValue()) : unknownInterface(index);
     }
 
-    Mroute::OifIndexIntfTable::Reader oifs;
-    Mroute::RouteTable::Reader routes;
+    std::unique_ptr<Front<Mroute::OifIndexIntfTable>> oifs;
+    std::unique_ptr<Front<Mroute::RouteTable>> routes;
 };
 
 namespace {
@@ -58,11 +58,11 @@ auto guarded(RouteTableName const& name, Read read) {
 
 } // namespace
 
-RouteView::RouteView(RouteTableName const& name)
-    : name_(name), tables_(std::make_unique<Tables>(name)) {
+RouteView::RouteView(RouteTableName const& name) : name_(name) {
     guarded(name_, [&] {
         takeTraceReason();
-        if (tables_->oifs.initialize("cairn") && tables_->routes.initialize("cairn")) return;
+        tables_ = std::make_unique<Tables>(name);
+        if (tables_->oifs && tables_->routes) return;
         auto const reason = takeTraceReason();
         throw CommandError(noTable, fmt::format("table {}: {}", name_.route(),
                                                 reason.empty() ? "not readable" : reason));
@@ -74,11 +74,12 @@ RouteView::~RouteView() = default;
 void RouteView::forEach(std::function<void(SeenRoute const&)> const& visit) const {
     guarded(name_, [&] {
         std::vector<Route> all;
-        all.reserve(std::min(tables_->routes.members(), tables_->routes.capacity()));
+        auto const& routes = tables_->routes->table();
+        all.reserve(std::min(routes.members(), routes.capacity()));
         Mroute::RouteTable::Value value;
         Brisk::IterHint hint;
-        for (bool more = tables_->routes.first(value, hint); more;
-             more = tables_->routes.next(value.key(), value, hint))
+        for (bool more = routes.first(value, hint); more;
+             more = routes.next(value.key(), value, hint))
             all.push_back(value);
         // A walk through a table that is resized may meet a route twice.
         std::stable_sort(all.begin(), all.end(),
@@ -97,7 +98,7 @@ std::optional<SeenRoute> RouteView::get(IpAddress const& source, IpAddress const
     return guarded(name_, [&]() -> std::optional<SeenRoute> {
         bool found = false;
         Mroute::RouteTable::Value value;
-        tables_->routes.lookup(key, found, &value);
+        tables_->routes->table().lookup(key, found, &value);
         if (!found) return std::nullopt;
         return tables_->named(name_, value);
     });

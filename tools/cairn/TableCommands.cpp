@@ -50,9 +50,10 @@ int printHeaders(std::string const& table, Mem::YokeRootPath const& path,
                  Brisk::SlotHeaderCommon const& header) {
     bool attached = false;
     bool const known = withTable(header.typeName, [&]<class Table>() {
-        typename Table::Reader reader(trace(), table.c_str(), typename Table::Ops{}, nullptr);
-        attached = reader.initialize("stat");
-        if (attached) fmt::print("{}", reader.dumpHeaders());
+        auto const front = readingFront<Table>(table);
+        attached = front != nullptr;
+        if (attached)
+            fmt::print("{}", dynamic_cast<typename Table::Reader&>(front->table()).dumpHeaders());
     });
     if (!known || !attached) fmt::print("{}\n\n", header.toString());
     fmt::print("{}\n", SharedMem::OwnerFile(trace(), path, false).headerToString());
@@ -96,9 +97,10 @@ int statCommand(Common const& common, std::string const& text, bool headers) {
     // What a reader sees that attaches now and walks once.
     int result = done;
     bool const known = withTable(header->typeName, [&]<class Table>() {
-        typename Table::Reader reader(trace(), table.c_str(), typename Table::Ops{}, nullptr);
-        if (!reader.initialize("stat"))
+        auto const front = readingFront<Table>(table);
+        if (!front)
             throw CommandError(noTable, fmt::format("table {}: cannot be attached to", table));
+        auto const& reader = front->table();
         fact("buckets", U64{reader.buckets()});
         U64 walked = 0;
         try {
@@ -112,7 +114,7 @@ int statCommand(Common const& common, std::string const& text, bool headers) {
             result = damaged;
         }
         fact("walked_entries", walked);
-        auto const counters = reader.readerCounters();
+        auto const counters = front->readerCounters();
         fact("walk_retries", U64{counters.hashRetries});
         fact("walk_slow_steps", U64{counters.slowPathNexts});
         fact("lookaside_reads", U64{counters.lookasideSlotReads});

@@ -1,0 +1,296 @@
+// Every pair of a writer's operation and a shadow's poll, cut at every place: the writer stopped
+// before each of its stores while a whole poll runs, the poll (or the walk) stopped before each of
+// its loads while a whole operation runs. The shadow is the real store behind the real queue, with
+// and without a connection that holds back pruning and keeps a corral standing.
+#include "tests/support/TempBase.h"
+#include "tests/torture/Scenarios.h"
+
+#include "Brisk/ShadowStoreImpl.h"
+#include "Dunlin/TaskSchedulerRoot.h"
+#include "Wren/BolsterAcceptSm.h"
+#include "Wren/Protocol.h"
+
+#include <cstring>
+#include <gtest/gtest.h>
+#include <set>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+namespace {
+
+using namespace Support;
+using T = Table<160>;
+using Value = T::Value;
+
+std::function<void()> interruption;
+U32 stepsLeft = 0;
+bool interrupted = false;
+
+void interruptAtLast() {
+    if (stepsLeft-- != 0) return;
+    interrupted = true;
+    interruption();
+}
+
+// A shadow without its doorbell: what a client was told, from store and queue alone.
+class Follower : public Brisk::ShadowListener<StampKey, Value> {
+public:
+    Follower(char const* name, bool values)
+        : reader_(quietTrace(), name, T::Ops{}, &counters_),
+          queue_(quietTrace(), Mem::RootPath(name)) {
+        if (!reader_.initialize("test") || !queue_.attach(reader_.orielId()))
+            throw std::runtime_error("no table");
+        if (values)
+            store_ = std::make_unique<Brisk::ShadowStore<Brisk::ValueShadowSlot<T::Ops>>>(
+                quietTrace(), reader_, queue_, counters_, T::Ops{}, *this, true);
+        else
+            store_ = std::make_unique<Brisk::KeyShadowStore<T::Ops>>(quietTrace(), reader_, queue_,
+                                                                     counters_, ops_, *this, true);
+        if (!store_->initialize()) throw std::runtime_error("no store");
+    }
+    // As a shadow does it: the position first, then all slots, then the queue from there.
+    void walk() {
+        Wren::Sequence const from = queue_.position();
+        queue_.lastIs(from);
+        reader_.doResize();
+        for (U32 slot = 0; slot < std::max(reader_.capacity(), store_->numSlots()); ++slot)
+            store_->doSlot(Yarrow::BasicSlot{slot}, Wren::syncPass, true);
+        syncHead_ = queue_.head();
+    }
+    void poll() {
+        while (true) {
+            auto const taken = queue_.next();
+            if (taken == Yarrow::QueueReader::Taken::none) return;
+            if (taken == Yarrow::QueueReader::Taken::overtaken) {
+                ++overtakes;
+                walk();
+                continue;
+            }
+            store_->doSlot(queue_.slot(), queue_.sequence(), queue_.sequence() <= syncHead_);
+            queue_.done();
+        }
+    }
+    bool sound() const { return store_->sound(); }
+
+    State known;
+    std::vector<U32> deleted;
+    U32 faults = 0; // deleted though not known, or torn
+    U32 told = 0, overtakes = 0;
+
+private:
+    void shadowValue(Value const& value) override {
+        if (!value.sound()) ++faults;
+        known[value.key().number] = value.stamp();
+        ++told;
+    }
+    void shadowKey(StampKey const& key) override {
+        bool found = false;
+        Value into;
+        Value const* const value = store_->lookup(key, found, &into);
+        if (!found || !value->sound()) ++faults;
+        known[key.number] = value->stamp();
+        ++told;
+    }
+    void shadowDelete(StampKey const& key) override {
+        if (known.erase(key.number) == 0) ++faults;
+        deleted.push_back(key.number);
+    }
+
+    T::Ops ops_;
+    Brisk::Reader::Counters counters_;
+    T::Reader reader_;
+    Yarrow::YarrowReader<Yarrow::BasicSlot> queue_;
+    std::unique_ptr<Brisk::ShadowStoreBase<StampKey, Value>> store_;
+    Wren::Sequence syncHead_ = Wren::syncPass;
+};
+
+// One more scenario for the queue's own sake, and sequences in which slots and keys come back.
+std::vector<Scenario<160>> queueScenarios() {
+    auto list = scenarios<160>();
+    auto const fill = [](U32 count) {
+        return [count](T::Writer& w, State& s) {
+            for (U32 key = 0; key < count; ++key) T::write(w, s, key, 100 + key);
+        };
+    };
+    auto const drop = [](T::Writer& w, U32 key) {
+        Value old;
+        w.remove(StampKey{key}, old);
+    };
+    Brisk::MapDescriptor const plain(1024);
+    list.push_back({"compaction", plain,
+                    [fill](T::Writer& w, State& s) {
+                        fill(8)(w, s);
+                        while (w.queue().entryCount() < 488)
+                            T::write(w, s, 3, 200 + w.queue().entryCount());
+                    },
+                    [](T::Writer& w) {
+                        w.write(Value(3, 1), true);
+                        w.write(Value(5, 1), true);
+                    },
+                    [](State& s) { s[3] = s[5] = 1; }});
+    list.push_back({"a key away and back", plain, fill(8),
+                    [drop](T::Writer& w) {
+                        drop(w, 5);
+                        w.write(Value(5, 1), true);
+                    },
+                    [](State& s) { s[5] = 1; }});
+    list.push_back({"two keys change places", plain, fill(8),
+                    [drop](T::Writer& w) {
+                        drop(w, 5);
+                        drop(w, 6);
+                        w.write(Value(5, 105), true);
+                        w.write(Value(6, 106), true);
+                    },
+                    [](State&) {}});
+    list.push_back({"a slot for another key", plain, fill(8),
+                    [drop](T::Writer& w) {
+                        drop(w, 5);
+                        w.write(Value(9, 1), true);
+                    },
+                    [](State& s) {
+                        s.erase(5);
+                        s[9] = 1;
+                    }});
+    return list;
+}
+
+class QueueInterleave : public ::testing::TestWithParam<bool> {
+protected:
+    // A connection that greets with no position yet: the writer drops nothing and keeps its corral.
+    static Mem::Fd hold(T::Writer& writer) {
+        auto& loop = *Dunlin::schedulerRootDunlin;
+        auto const& name = Wren::BolsterAcceptSm::bolsterAcceptSm().socketName();
+        Mem::Fd fd(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0));
+        sockaddr_un to{};
+        to.sun_family = AF_UNIX;
+        std::strcpy(to.sun_path, SharedMem::BolsterName::path(name).c_str());
+        EXPECT_EQ(::connect(fd.get(), reinterpret_cast<sockaddr*>(&to), sizeof to), 0);
+        Wren::Hello hello;
+        hello.tableId = writer.queue().wren().tableId();
+        hello.orielId = writer.orielId();
+        EXPECT_TRUE(Wren::send(fd.get(), hello));
+        for (int i = 0; i < 100 && writer.queue().wren().readers() == 0; ++i) loop.runOnce(0.01);
+        EXPECT_EQ(writer.queue().wren().readers(), 1U);
+        return fd;
+    }
+
+    struct Pair {
+        std::unique_ptr<T::Writer> writer;
+        std::unique_ptr<Follower> follower;
+        Mem::Fd connection;
+        State before, after;
+        std::set<U32> comeBack; // keys that are away in between
+    };
+    Pair prepared(Scenario<160> const& scenario, bool connected) const {
+        Pair pair;
+        pair.writer = T::writer("queue", scenario.descriptor);
+        if (!pair.writer->initialize("test")) throw std::runtime_error("no table");
+        if (connected) pair.connection = hold(*pair.writer);
+        scenario.prepare(*pair.writer, pair.before);
+        pair.after = pair.before;
+        scenario.effect(pair.after);
+        if (scenario.name == "a key away and back") pair.comeBack = {5};
+        if (scenario.name == "two keys change places") pair.comeBack = {5, 6};
+        pair.follower = std::make_unique<Follower>("queue", GetParam());
+        pair.follower->walk();
+        pair.follower->poll();
+        EXPECT_EQ(pair.follower->known, pair.before);
+        return pair;
+    }
+    // At rest: what the client knows is the table, and nothing was told as gone that never was.
+    static void judge(Pair& pair) {
+        pair.follower->poll();
+        EXPECT_EQ(pair.follower->known, pair.after);
+        EXPECT_EQ(pair.follower->faults, 0U);
+        EXPECT_TRUE(pair.follower->sound());
+        for (U32 const key : pair.follower->deleted)
+            EXPECT_TRUE(pair.comeBack.count(key) || !pair.after.count(key)) << key;
+    }
+    static void tidy(Pair& pair) {
+        pair.follower.reset();
+        EXPECT_TRUE(pair.writer->validate());
+        pair.writer->cleanup();
+        pair.writer->detach(false);
+        pair.connection.reset();
+        Dunlin::schedulerRootDunlin->runOnce(0);
+    }
+    // Runs `cut(step)` for each step until one is not reached any more.
+    template <class Cut>
+    void atEachStep(Scenario<160> const& scenario, Cut cut) {
+        U32 cuts = 0;
+        for (bool const connected : {false, true}) {
+            for (U32 step = 0, more = true; more; ++step, ++cuts) {
+                SCOPED_TRACE(
+                    fmt::format("{}, step {}, connected {}", scenario.name, step, connected));
+                interrupted = false;
+                stepsLeft = step;
+                cut(connected);
+                Mem::StepHooks::onStore = Mem::StepHooks::onLoad = nullptr;
+                more = interrupted;
+                if (::testing::Test::HasFailure()) return;
+            }
+        }
+        EXPECT_GT(cuts, 20U);
+        total_ += cuts;
+    }
+    ~QueueInterleave() override { fmt::print("{} cuts\n", total_); }
+
+    TempBase base_;
+    U32 total_ = 0;
+};
+INSTANTIATE_TEST_SUITE_P(BothStores, QueueInterleave, ::testing::Bool(),
+                         [](auto const& store) { return store.param ? "Value" : "Key"; });
+
+TEST_P(QueueInterleave, AWholePollBeforeEachStoreOfAWrite) {
+    for (auto const& scenario : queueScenarios())
+        atEachStep(scenario, [&](bool connected) {
+            Pair pair = prepared(scenario, connected);
+            interruption = [&] { pair.follower->poll(); };
+            Mem::StepHooks::onStore = interruptAtLast;
+            scenario.run(*pair.writer);
+            Mem::StepHooks::onStore = nullptr;
+            judge(pair);
+            tidy(pair);
+        });
+}
+
+// The walk of a client that comes in the midst of an operation.
+TEST_P(QueueInterleave, AWholeWalkBeforeEachStoreOfAWrite) {
+    for (auto const& scenario : queueScenarios())
+        atEachStep(scenario, [&](bool connected) {
+            Pair pair = prepared(scenario, connected);
+            interruption = [&] { pair.follower->walk(); };
+            Mem::StepHooks::onStore = interruptAtLast;
+            scenario.run(*pair.writer);
+            Mem::StepHooks::onStore = nullptr;
+            judge(pair);
+            tidy(pair);
+        });
+}
+
+TEST_P(QueueInterleave, AWholeWriteBeforeEachLoadOfAPollOrAWalk) {
+    for (bool const walk : {false, true})
+        for (auto const& scenario : queueScenarios())
+            atEachStep(scenario, [&](bool connected) {
+                // A few changes wait in the queue.
+                Pair pair = prepared(scenario, connected);
+                for (auto at = pair.before.begin(); at != pair.before.end() && at->first < 3;
+                     ++at) {
+                    at->second = pair.after[at->first] = 77;
+                    pair.writer->write(Value(at->first, 77), true);
+                }
+                scenario.effect(pair.after);
+                interruption = [&] { scenario.run(*pair.writer); };
+                Mem::StepHooks::onLoad = interruptAtLast;
+                if (walk)
+                    pair.follower->walk();
+                else
+                    pair.follower->poll();
+                Mem::StepHooks::onLoad = nullptr;
+                if (!interrupted) pair.after = pair.before;
+                judge(pair);
+                tidy(pair);
+            });
+}
+
+} // namespace
