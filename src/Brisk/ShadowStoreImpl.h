@@ -102,12 +102,18 @@ void ShadowStore<Slot>::resizeArrays(U32 newNumSlots) {
             std::size_t{newNumSlots} * sizeof(Slot), static_cast<void*>(base));
 }
 
+// The version that a slot will have when the rewrite under way in it, if any, is complete: what is
+// read from the lookaside slot is what will stand there then, and is not told twice.
+constexpr U32 settledVersion(U32 version) {
+    return (version & lookasideBit) != 0 ? (version + 2) | occupiedBit : version;
+}
+
 // The shared slot still shows the version that was read last: the sequence in it runs for the life
 // of the file, so the value is the same.
 template <class Slot>
 bool ShadowStore<Slot>::unchanged(U32 index) const {
     if (!readerTable_.header || versions_[index] == 0 || index >= reader_.capacity()) return false;
-    return readerTable_.versionAt(index) == versions_[index];
+    return settledVersion(readerTable_.versionAt(index)) == versions_[index];
 }
 
 template <class Slot>
@@ -270,7 +276,7 @@ bool ShadowStore<Slot>::apply(U32 index, Wren::Sequence sequence, bool compare, 
         scratch_ = *aside;
         updatingValue_ = &scratch_;
     }
-    versions_[index] = anchor.version;
+    versions_[index] = settledVersion(anchor.version);
     *notifyAnchor_ = anchor; // for a client that validates what it is being told
     // A key that is moved by a shrink is no change; a key store cannot compare the values.
     bool const silentMove = !walk && yarrowReader_.inCorral(sequence);

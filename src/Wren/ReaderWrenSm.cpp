@@ -91,8 +91,9 @@ void ReaderWrenSm::handleEvents(U32 events) {
         loop().fdAdd(fd_.get(), EPOLLIN, [this](U32 later) { handleEvents(later); });
         sendSleep();
     }
-    // That something came is a Wake almost always: the work first, the message after it.
-    if (state_ == State::asleep && enabled_ && notifying_) client_.wrenDrain(yieldTime_);
+    // What came is a Wake, unless it is the end: the work first, the message after it.
+    bool const ended = (events & (EPOLLHUP | EPOLLERR)) != 0;
+    if (state_ == State::asleep && enabled_ && notifying_ && !ended) client_.wrenDrain(yieldTime_);
     if (!*alive || !fd_) return;
     Message message;
     Received const received = receive(fd_.get(), message);

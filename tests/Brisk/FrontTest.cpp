@@ -261,7 +261,7 @@ TEST_F(Front, WritersKilledUnderLoadLeaveNothingBehind) {
         EXPECT_EQ(c.known, contents(reader->front->table()));
         EXPECT_EQ(c.strayDeletes, 0U);
         // Whatever came between: flushed, perhaps empty, then mounted, then synchronised.
-        EXPECT_THAT(c.statuses, testing::MatchesRegex("1*2?(30?1*2?)+"));
+        EXPECT_THAT(c.statuses, testing::MatchesRegex("1*2*(30?1*2*)+"));
         EXPECT_EQ(c.statuses.back(), '2');
         EXPECT_GT(std::count(c.statuses.begin(), c.statuses.end(), '3'), 10);
     }
@@ -289,8 +289,8 @@ TEST_F(Front, AttachAndForcedDetachInsideAFlush) {
             else
                 c.front->detach(true); // the sentry attaches at its end: the writer lives
             EXPECT_EQ(c.deletes, 3000U);
-            EXPECT_EQ(c.front->mountStatus(), MountStatus::mounted);
-            EXPECT_EQ(c.statuses.substr(0, 2), "31");
+            // The same shadow again walks at once as it did at first, another one in slices.
+            EXPECT_EQ(c.statuses.substr(0, 2), attach ? "32" : "31");
             ASSERT_TRUE(pump([&] { return c.synchronised() && c.asleep(); }));
             EXPECT_EQ(c.known.size(), 3000U);
             EXPECT_EQ(c.deletes, 3000U);

@@ -28,6 +28,7 @@ struct Board {
     std::atomic<U64> changes;
     std::atomic<U32> rest; // the number of the rest that the writer takes now or took last
     std::atomic<bool> resting, stop;
+    std::atomic<U32> rests;
     std::atomic<U32> slotGrows, slotShrinks, slotMoves;
     struct Seen {
         std::atomic<bool> stopped;
@@ -205,6 +206,7 @@ private:
             while (board_->seen[i].stopped) loop().runOnce(0.001);
         await("never came to rest", [&](Board::Seen const& seen) { return seen.rest == number; });
         board_->resting = false;
+        ++board_->rests;
     }
 };
 
@@ -251,7 +253,7 @@ TEST_F(Load, ShadowsAreExactUnderRandomLoadStopsAndOvertakes) {
     fmt::print("counted: shadows, seed {}: {} changes, {} stops, {} overtakes, {} rests, {} slot "
                "grows, {} shrinks, "
                "{} moves\n",
-               seed, board_->changes.load(), stops, overtakes, board_->seen[0].rest.load(),
+               seed, board_->changes.load(), stops, overtakes, board_->rests.load(),
                board_->slotGrows.load(), board_->slotShrinks.load(), board_->slotMoves.load());
     for (U32 i = 0; i < clients; ++i) {
         auto const& seen = board_->seen[i];
