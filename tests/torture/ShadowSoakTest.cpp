@@ -215,7 +215,7 @@ TEST_F(Load, ShadowsAreExactUnderRandomLoadStopsAndOvertakes) {
     unsigned const seed =
         chosen ? static_cast<unsigned>(std::atoi(chosen)) : std::random_device{}();
     SCOPED_TRACE(testing::Message() << "SEED=" << seed);
-    bool const soak = std::getenv("CAIRN_SOAK_SECONDS");
+    bool const soak = Support::soaking();
     U64 const changesWanted = soak ? 10'000'000 : 500'000, overtakesWanted = soak ? 1000 : 20,
               stopsWanted = soak ? 1000 : 20;
     double const end = loop().now() + Support::soakSeconds(0);
@@ -250,16 +250,17 @@ TEST_F(Load, ShadowsAreExactUnderRandomLoadStopsAndOvertakes) {
     EXPECT_EQ(writer.join(), 0);
     for (auto& reader : readers) EXPECT_EQ(reader->join(), 0);
     EXPECT_FALSE(board_->complaint.any()) << board_->complaint.text();
-    fmt::print("counted: shadows, seed {}: {} changes, {} stops, {} overtakes, {} rests, {} slot "
-               "grows, {} shrinks, "
-               "{} moves\n",
-               seed, board_->changes.load(), stops, overtakes, board_->rests.load(),
-               board_->slotGrows.load(), board_->slotShrinks.load(), board_->slotMoves.load());
+    Support::counted("shadows, seed {}: {} changes, {} stops, {} overtakes, {} rests, {} slot "
+                     "grows, {} shrinks, "
+                     "{} moves",
+                     seed, board_->changes.load(), stops, overtakes, board_->rests.load(),
+                     board_->slotGrows.load(), board_->slotShrinks.load(),
+                     board_->slotMoves.load());
     for (U32 i = 0; i < clients; ++i) {
         auto const& seen = board_->seen[i];
-        fmt::print("counted:   {} shadow{}: {} updates, {} deletes, {} resyncs, {} discarded\n",
-                   i % 2 ? "key" : "value", i >= 2 ? ", sliced" : "", seen.updates.load(),
-                   seen.deletes.load(), seen.resyncs.load(), seen.discarded.load());
+        Support::counted("  {} shadow{}: {} updates, {} deletes, {} resyncs, {} discarded",
+                         i % 2 ? "key" : "value", i >= 2 ? ", sliced" : "", seen.updates.load(),
+                         seen.deletes.load(), seen.resyncs.load(), seen.discarded.load());
         EXPECT_GT(seen.deletes.load(), 0U);
     }
     EXPECT_GT(board_->slotShrinks.load(), 0U);
