@@ -109,7 +109,7 @@ public:
         for (U32 i = 0; i < latencySamples; ++i) {
             U64 const before = told_->count;
             while (!readerSleeps()) turn();
-            spinFor(30'000); // until it sleeps indeed
+            spinFor(200'000); // until it sleeps indeed
             U64 const start = wallNs();
             change(i % burstKeys);
             while (told_->count == before) {

@@ -1,6 +1,7 @@
 #include "Wren/ReaderWrenSm.h"
 
 #include "Dunlin/Exception.h"
+#include "Dunlin/Rdtsc.h"
 
 #include <cerrno>
 #include <cstring>
@@ -18,6 +19,20 @@ Dunlin::TaskSchedulerRoot& loop() {
 // A second look in case a wake-up were lost. It is no part of the protocol, and an idle process
 // must not spend its time on it. Without a connection the look is for the writer.
 constexpr double tickSeconds = 10, retrySeconds = 1;
+
+// After so many notifications in a row more are to be expected, from a writer that answers a Sleep
+// only when it is done with them; for so long they are looked for.
+constexpr Sequence burst = 64;
+constexpr double lingerSeconds = 100e-6;
+
+bool moreComes(ReaderClient const& client) {
+    U64 const start = Dunlin::Rdtsc::ticks();
+    double const limit = lingerSeconds * Dunlin::Rdtsc::calibrationRate();
+    do {
+        if (client.wrenHead() > client.wrenPosition()) return true;
+    } while (static_cast<double>(Dunlin::Rdtsc::ticks() - start) < limit);
+    return false;
+}
 
 } // namespace
 
@@ -114,22 +129,26 @@ void ReaderWrenSm::handleEvents(U32 events) {
     }
 }
 
-// Takes notifications for one slice, then either goes on in the next turn or goes to sleep. The
-// callbacks may do anything, end this object included.
+// Takes notifications for one slice, then either goes on in the next turn or goes to sleep. While
+// the token is with a busy writer it works early, and sends nothing: the Wake that is on its way
+// hands the token back first. The callbacks may do anything, end this object included.
 void ReaderWrenSm::slice() {
     if (!enabled_ || !notifying_) return;
     auto const alive = alive_;
+    State const state = state_;
+    Sequence const from = client_.wrenPosition();
     bool const drained = client_.wrenDrain(yieldTime_);
-    if (!*alive || !enabled_ || state_ != State::awake) return;
-    if (drained && notifying_) {
+    if (!*alive || !enabled_ || state_ != state) return;
+    if (state == State::awake && drained && notifying_) {
         sendSleep();
-    } else {
+    } else if (state == State::awake) {
         Position const progress{.kind = Kind::progress,
                                 .synced = client_.wrenSynced(),
                                 .position = client_.wrenPosition()};
         if (send(fd_.get(), progress)) ++sequencesSent_; // a full buffer: the next one tells more
-        postSlice();
     }
+    bool const inBurst = state == State::asleep || client_.wrenPosition() - from >= burst;
+    if (!drained || !notifying_ || (inBurst && moreComes(client_))) postSlice();
 }
 
 void ReaderWrenSm::postSlice() {
@@ -139,7 +158,7 @@ void ReaderWrenSm::postSlice() {
         ReaderWrenSm* const self = *alive;
         if (!self) return;
         self->slicePosted_ = false;
-        if (self->state_ == State::awake) self->slice();
+        if (self->state_ >= State::awake) self->slice();
     });
 }
 

@@ -274,10 +274,11 @@ TEST_P(QueueInterleave, AWholeWriteBeforeEachLoadOfAPollOrAWalk) {
             atEachStep(scenario, [&](bool connected) {
                 // A few changes wait in the queue.
                 Pair pair = prepared(scenario, connected);
-                for (auto at = pair.before.begin(); at != pair.before.end() && at->first < 3;
-                     ++at) {
-                    at->second = pair.after[at->first] = 77;
-                    pair.writer->write(Value(at->first, 77), true);
+                U32 waiting = 0;
+                for (auto& [key, stamp] : pair.before) {
+                    if (!pair.after.count(key) || ++waiting > 3) continue;
+                    stamp = pair.after[key] = 77;
+                    pair.writer->write(Value(key, 77), true);
                 }
                 scenario.effect(pair.after);
                 interruption = [&] { scenario.run(*pair.writer); };
