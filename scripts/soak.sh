@@ -31,6 +31,7 @@ soak torture/test_Torture ShrinkStorm "$(share 20)"
 soak torture/test_Torture KilledAtRandom "$(share 20)"
 soak torture/test_Torture OfTwoWriters 0
 soak torture/test_Shadows ShadowsAreExact "$(share 20)"
+soak torture/test_Stepped QueueInterleave 0
 
 echo "== soak: what was counted"
 cat "$log"

@@ -136,6 +136,7 @@ void ReaderWrenSm::slice() {
     if (!enabled_ || !notifying_) return;
     auto const alive = alive_;
     State const state = state_;
+    lagged_ = false; // what lies there now is not what lay there at the last tick
     Sequence const from = client_.wrenPosition();
     bool const drained = client_.wrenDrain(yieldTime_);
     if (!*alive || !enabled_ || state_ != state) return;

@@ -2,6 +2,7 @@
 // before each of its stores while a whole poll runs, the poll (or the walk) stopped before each of
 // its loads while a whole operation runs. The shadow is the real store behind the real queue, with
 // and without a connection that holds back pruning and keeps a corral standing.
+#include "tests/support/SharedBlock.h"
 #include "tests/support/TempBase.h"
 #include "tests/torture/Scenarios.h"
 
@@ -216,10 +217,10 @@ protected:
     }
     // Runs `cut(step)` for each step until one is not reached any more.
     template <class Cut>
-    void atEachStep(Scenario<160> const& scenario, Cut cut) {
+    void atEachStep(Scenario<160> const& scenario, U32 stride, Cut cut) {
         U32 cuts = 0;
         for (bool const connected : {false, true}) {
-            for (U32 step = 0, more = true; more; ++step, ++cuts) {
+            for (U32 step = 0, more = true; more; step += stride, ++cuts) {
                 SCOPED_TRACE(
                     fmt::format("{}, step {}, connected {}", scenario.name, step, connected));
                 interrupted = false;
@@ -230,7 +231,7 @@ protected:
                 if (::testing::Test::HasFailure()) return;
             }
         }
-        EXPECT_GT(cuts, 20U);
+        EXPECT_GT(cuts * stride, 20U);
         total_ += cuts;
     }
     ~QueueInterleave() override { fmt::print("{} cuts\n", total_); }
@@ -243,7 +244,7 @@ INSTANTIATE_TEST_SUITE_P(BothStores, QueueInterleave, ::testing::Bool(),
 
 TEST_P(QueueInterleave, AWholePollBeforeEachStoreOfAWrite) {
     for (auto const& scenario : queueScenarios())
-        atEachStep(scenario, [&](bool connected) {
+        atEachStep(scenario, 1, [&](bool connected) {
             Pair pair = prepared(scenario, connected);
             interruption = [&] { pair.follower->poll(); };
             Mem::StepHooks::onStore = interruptAtLast;
@@ -257,7 +258,7 @@ TEST_P(QueueInterleave, AWholePollBeforeEachStoreOfAWrite) {
 // The walk of a client that comes in the midst of an operation.
 TEST_P(QueueInterleave, AWholeWalkBeforeEachStoreOfAWrite) {
     for (auto const& scenario : queueScenarios())
-        atEachStep(scenario, [&](bool connected) {
+        atEachStep(scenario, 1, [&](bool connected) {
             Pair pair = prepared(scenario, connected);
             interruption = [&] { pair.follower->walk(); };
             Mem::StepHooks::onStore = interruptAtLast;
@@ -268,10 +269,12 @@ TEST_P(QueueInterleave, AWholeWalkBeforeEachStoreOfAWrite) {
         });
 }
 
+// Every load in a soak, each tenth or so in the tests: there are a hundred thousand.
 TEST_P(QueueInterleave, AWholeWriteBeforeEachLoadOfAPollOrAWalk) {
+    U32 const stride = soaking() ? 1 : 11;
     for (bool const walk : {false, true})
         for (auto const& scenario : queueScenarios())
-            atEachStep(scenario, [&](bool connected) {
+            atEachStep(scenario, stride, [&](bool connected) {
                 // A few changes wait in the queue.
                 Pair pair = prepared(scenario, connected);
                 U32 waiting = 0;

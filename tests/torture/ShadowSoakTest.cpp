@@ -181,13 +181,12 @@ public:
     Support::SharedBlock<Board> board_;
 
 private:
-    // Until `condition` holds for each client that is not stopped.
+    // Until `condition` holds for each client.
     template <class Condition>
     void await(char const* what, Condition condition) {
         double const end = loop().now() + 60;
         for (U32 i = 0; i < clients && !board_->complaint.any(); ++i) {
-            while (!board_->seen[i].stopped && !condition(board_->seen[i]) &&
-                   !board_->complaint.any()) {
+            while (!condition(board_->seen[i]) && !board_->complaint.any()) {
                 loop().runOnce(0.001);
                 if (loop().now() > end) board_->complaint.say("client {} {}", i, what);
             }
@@ -195,15 +194,14 @@ private:
     }
     void pace() {
         await("never caught up", [&](Board::Seen const& seen) {
-            return seen.changes + 2 * maxLag >= board_->changes || board_->stop;
+            return seen.stopped || seen.changes + 2 * maxLag >= board_->changes || board_->stop;
         });
     }
     void rest() {
         U32 const number = board_->rest + 1;
         board_->rest = number;
         board_->resting = true;
-        for (U32 i = 0; i < clients; ++i)
-            while (board_->seen[i].stopped) loop().runOnce(0.001);
+        // Also for one that is stopped meanwhile: it would come to rest too late.
         await("never came to rest", [&](Board::Seen const& seen) { return seen.rest == number; });
         board_->resting = false;
         ++board_->rests;
