@@ -9,6 +9,8 @@ bool validateSlotFileSize(Dunlin::Platform::DebugHandler& handler, std::size_t f
     message.clear();
     if (fileSize < headerSize) {
         message = fmt::format("bad header file size: {} wanted:{}", fileSize, headerSize);
+    } else if (numSlots == 0) {
+        message = "bad numSlots: 0 message: a table has at least one slot";
     } else {
         try {
             std::size_t const wanted = Dunlin::Util::fileSizeHelper(numSlots, slotSize, headerSize);

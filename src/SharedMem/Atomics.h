@@ -71,6 +71,7 @@ void storeWord(T& word, T value, std::memory_order order) {
 template <SharedWord T>
 inline void publish(T& word, std::type_identity_t<T> value) {
     StepHooks::store();
+    StepHooks::ordered(&word, sizeof word, StepHooks::Order::release);
     Detail::storeWord(word, value, std::memory_order_release);
 }
 
@@ -90,11 +91,13 @@ inline T peek(T const& word) {
 template <SharedWord T>
 inline void poke(T& word, std::type_identity_t<T> value) {
     StepHooks::store();
+    StepHooks::ordered(&word, sizeof word, StepHooks::Order::relaxed);
     Detail::storeWord(word, value, std::memory_order_relaxed);
 }
 
 // Earlier stores show before later stores.
 inline void storesStayBefore() {
+    StepHooks::ordered(nullptr, 0, StepHooks::Order::fence);
     std::atomic_thread_fence(std::memory_order_release);
 }
 // Earlier loads are done before later loads.
@@ -107,6 +110,7 @@ inline void loadsStayBefore() {
 // mov on x86-64.
 inline void pokePair(U32& first, U32 firstValue, U32 secondValue) {
     StepHooks::store();
+    StepHooks::ordered(&first, 2 * sizeof first, StepHooks::Order::relaxed);
 #if defined(CAIRN_SANITIZED) || defined(CAIRN_STEP_HOOKS)
     std::atomic_ref<U32>(first).store(firstValue, std::memory_order_relaxed);
     std::atomic_ref<U32>(*(&first + 1)).store(secondValue, std::memory_order_relaxed);
@@ -128,6 +132,7 @@ inline void copyBytes(void* to, void const* from, std::size_t size) {
     auto* source = const_cast<U32*>(static_cast<U32 const*>(from));
     for (std::size_t i = 0; i < size / 4; ++i) {
         StepHooks::copyStep();
+        StepHooks::ordered(&target[i], sizeof target[i], StepHooks::Order::copied);
         U32 const word = std::atomic_ref<U32>(source[i]).load(std::memory_order_relaxed);
         std::atomic_ref<U32>(target[i]).store(word, std::memory_order_relaxed);
     }

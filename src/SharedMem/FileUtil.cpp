@@ -3,6 +3,7 @@
 #include "Dunlin/Exception.h"
 #include "SharedMem/StepHooks.h"
 
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -51,11 +52,18 @@ void replaceFile(std::string const& fileName, void const* from, std::size_t size
 }
 
 unsigned crc32(void const* data, std::size_t size) {
+    static constexpr auto table = [] {
+        std::array<unsigned, 256> ofByte{};
+        for (unsigned i = 0; i < 256; ++i) {
+            unsigned crc = i;
+            for (int bit = 0; bit < 8; ++bit) crc = crc >> 1 ^ (crc & 1 ? 0xEDB88320U : 0U);
+            ofByte[i] = crc;
+        }
+        return ofByte;
+    }();
     unsigned crc = ~0U;
-    for (auto const* byte = static_cast<unsigned char const*>(data); size-- > 0; ++byte) {
-        crc ^= *byte;
-        for (int bit = 0; bit < 8; ++bit) crc = crc >> 1 ^ (crc & 1 ? 0xEDB88320U : 0U);
-    }
+    for (auto const* byte = static_cast<unsigned char const*>(data); size-- > 0; ++byte)
+        crc = crc >> 8 ^ table[(crc ^ *byte) & 0xff];
     return ~crc;
 }
 

@@ -53,17 +53,20 @@ void RootPath::removeDirectories() const {
     }
 }
 
+// From the end: the directory is nearly always there.
 void makeDirectory(std::string const& directory) {
-    for (std::size_t end = 0; end != directory.npos;) {
-        end = directory.find('/', end + 1);
-        std::string const part = directory.substr(0, end);
-        if (::mkdir(part.c_str(), 0777) == 0) continue;
-        int const error = errno;
-        struct stat status;
-        if (::stat(part.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) continue;
-        Dunlin::fmthrow<Dunlin::InvalidInitializeException>("cannot make directory {}: {}", part,
-                                                            std::strerror(error));
+    if (::mkdir(directory.c_str(), 0777) == 0) return;
+    int error = errno;
+    if (auto const slash = directory.rfind('/');
+        (error == ENOENT || error == ENOTDIR) && slash != directory.npos && slash > 0) {
+        makeDirectory(directory.substr(0, slash));
+        if (::mkdir(directory.c_str(), 0777) == 0) return;
+        error = errno;
     }
+    struct stat status;
+    if (::stat(directory.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) return;
+    Dunlin::fmthrow<Dunlin::InvalidInitializeException>("cannot make directory {}: {}", directory,
+                                                        std::strerror(error));
 }
 
 } // namespace Mem

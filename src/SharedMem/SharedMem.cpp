@@ -13,8 +13,32 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define CAIRN_ASAN 1
+#endif
+#elif defined(__SANITIZE_ADDRESS__)
+#define CAIRN_ASAN 1
+#endif
+#if defined(CAIRN_ASAN)
+#include <sanitizer/asan_interface.h>
+#endif
+
 namespace Mem {
 namespace {
+
+// In AddressSanitizer builds what lies behind the mapped bytes in their last page is out of bounds.
+void tailIsClosed([[maybe_unused]] void* base, [[maybe_unused]] std::size_t size,
+                  [[maybe_unused]] bool closed) {
+#if defined(CAIRN_ASAN)
+    auto* const end = static_cast<char*>(base) + size;
+    std::size_t const rest = roundToPage(size) - size;
+    if (closed)
+        __asan_poison_memory_region(end, rest);
+    else
+        __asan_unpoison_memory_region(end, rest);
+#endif
+}
 
 std::atomic<std::size_t> bytesTracked{0};
 
@@ -135,6 +159,7 @@ void* SharedMemWrapper::mapDescriptor(std::size_t size, void const* hint) {
         return nullptr;
     }
     data_ = base;
+    tailIsClosed(data_, size, true);
     sizeIs(size);
     applyDump();
     return data_;
@@ -213,6 +238,8 @@ bool SharedMemWrapper::renameNew() {
 }
 
 void* SharedMemWrapper::remap(std::size_t size) {
+    // The kernel changes the mapping behind its own barriers.
+    StepHooks::ordered(nullptr, 0, StepHooks::Order::fence);
     if (!data_) return fail("resize of a detached mapping", EINVAL);
     if (backing_ != Backing::file) {
         void* const base = local_.resize(size);
@@ -230,6 +257,7 @@ void* SharedMemWrapper::remap(std::size_t size) {
         reason_ = fmt::format("the file has {} bytes, wanted {}", length, size);
         return nullptr;
     }
+    tailIsClosed(data_, size_, false);
     bool const aligned = size < hugePageSize_ || hugePageAligned(data_);
     void* base = aligned ? ::mremap(data_, size_, size, 0) : MAP_FAILED;
     if (base == MAP_FAILED) {
@@ -237,8 +265,12 @@ void* SharedMemWrapper::remap(std::size_t size) {
         base = range ? ::mremap(data_, size_, size, MREMAP_MAYMOVE | MREMAP_FIXED, range)
                      : ::mremap(data_, size_, size, MREMAP_MAYMOVE);
     }
-    if (base == MAP_FAILED) return fail("mremap", errno);
+    if (base == MAP_FAILED) {
+        tailIsClosed(data_, size_, true);
+        return fail("mremap", errno);
+    }
     data_ = base;
+    tailIsClosed(data_, size, true);
     // What a writer grows by it is about to fill: one call in place of a fault a page. Where the
     // kernel does not know the call, the faults come.
     if (mode_ == Mode::writer && size > size_) {
@@ -258,7 +290,10 @@ void SharedMemWrapper::unmap() {
     if (backing_ != Backing::file) {
         local_.detach();
     } else {
-        if (data_) ::munmap(data_, size_);
+        if (data_) {
+            tailIsClosed(data_, size_, false);
+            ::munmap(data_, size_);
+        }
         closeFile();
         if (uncommitted_) ::unlink(temporaryName(fileName_).c_str());
         uncommitted_ = false;

@@ -4,7 +4,13 @@
 
 #include "Dunlin/Types.h"
 
+#include <cstddef>
+
 namespace Mem::StepHooks {
+
+// How a store may move among the other stores of its thread: freely; freely, as a word of a copied
+// value; not before an earlier one. A fence is no store: none passes it.
+enum class Order { relaxed, copied, release, fence };
 
 #if defined(CAIRN_STEP_HOOKS)
 
@@ -14,6 +20,10 @@ namespace Mem::StepHooks {
 using Hook = void (*)();
 inline Hook onStore = nullptr;
 inline Hook onLoad = nullptr;
+// Called between `onStore` and the store itself with the place that is about to change; at a fence
+// with none. A test may then show a reader what memory looks like while some stores are held back.
+using OrderHook = void (*)(void* at, std::size_t size, Order order);
+inline OrderHook onOrder = nullptr;
 inline bool inside = false;
 
 inline void call(Hook hook) {
@@ -24,6 +34,9 @@ inline void call(Hook hook) {
 }
 inline void store() {
     call(onStore);
+}
+inline void ordered(void* at, std::size_t size, Order order) {
+    if (onOrder && !inside) onOrder(at, size, order);
 }
 inline void load() {
     call(onLoad);
@@ -36,6 +49,7 @@ inline void copyStep() {
 #else
 
 inline void store() {}
+inline void ordered(void*, std::size_t, Order) {}
 inline void load() {}
 inline void copyStep() {}
 

@@ -5,11 +5,11 @@
 #include "tests/torture/Scenarios.h"
 
 #include "Dunlin/Exception.h"
+#include "SharedMem/FileUtil.h"
 
 #include <algorithm>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
+#include <fcntl.h>
 #include <map>
 #include <string>
 #include <vector>
@@ -36,54 +36,84 @@ public:
         for (U32 key = 0; key < 2; ++key) T::remove(*writer, ignored, key);
         directory_ = writer->rootPath().text();
         writer->detach(false);
-        for (auto const& entry : std::filesystem::directory_iterator(directory_)) {
-            if (!entry.is_regular_file() || entry.file_size() == 0) continue;
-            std::ifstream in(entry.path(), std::ios::binary);
-            files_.push_back({entry.path().filename(), {std::istreambuf_iterator<char>(in), {}}});
+        for (char const* name : {"buckets", "oriel", "owner", "slots", "yarrow", "yarrow2"}) {
+            std::string bytes(1 << 16, 0);
+            long const size = Mem::readFile(directory_ + '/' + name, bytes.data(), bytes.size());
+            if (size <= 0) throw std::runtime_error("no file");
+            bytes.resize(static_cast<std::size_t>(size));
+            files_.push_back({name, bytes});
         }
-        std::sort(files_.begin(), files_.end(), [](File const& a, File const& b) { return a.name < b.name; });
     }
 
     // In the order of their names.
     std::vector<File> const& files() const { return files_; }
 
-    // Writes all files anew, some of them with other bytes.
+    // Makes all files what they were, some of them with other bytes. Keeps their inodes: this is
+    // done millions of times.
     using Edits = std::map<std::string, std::string>;
     void lay(Edits const& edits) const {
-        for (auto const& entry : std::filesystem::directory_iterator(directory_)) std::filesystem::remove(entry.path());
         for (auto const& file : files_) {
-            std::ofstream out(directory_ + '/' + file.name, std::ios::binary);
             auto const edit = edits.find(file.name);
             std::string const& content = edit == edits.end() ? file.bytes : edit->second;
-            out.write(content.data(), static_cast<std::streamsize>(content.size()));
+            std::string const path = directory_ + '/' + file.name;
+            Mem::Fd const out(::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
+            bool const whole =
+                ::pwrite(out.get(), content.data(), content.size(), 0) == static_cast<ssize_t>(content.size()) &&
+                ::ftruncate(out.get(), static_cast<off_t>(content.size())) == 0;
+            if (!whole) throw std::runtime_error("cannot write " + path);
         }
     }
 
-    // What a fuzzer's input means: a list of edits of 6 bytes. File number, what to do (poke a byte,
-    // poke a word, flip a bit, cut the file), offset (u16), value (u16; a word is the value extended
-    // by its sign, so that small, large and negative numbers are all near).
+    // A fuzzer's input is a list of such edits.
+    struct Edit {
+        U8 file; // its number, modulo how many there are
+        // Low three bits: what to do. `credible`: in the end put back by what this file is known, so
+        // that the damage is not told at the first look.
+        U8 action;
+        U16 offset; // modulo the file's length
+        U16 value;  // of a word: extended by its sign, so that small, large and negative ones are near
+    };
+    enum Action : U8 { pokeByte, pokeWord, flipBit, cut, add, copyWord, lengthen, pokeTwoWords, credible = 0x80 };
+    static_assert(sizeof(Edit) == 6);
+
     Edits editsOf(U8 const* data, std::size_t size) const {
         Edits edits;
-        for (; size >= 6; data += 6, size -= 6) {
-            auto const& file = files_[data[0] % files_.size()];
-            U16 offset, value;
-            std::memcpy(&offset, data + 2, sizeof offset);
-            std::memcpy(&value, data + 4, sizeof value);
+        std::vector<bool> believed(files_.size());
+        for (; size >= sizeof(Edit); data += sizeof(Edit), size -= sizeof(Edit)) {
+            Edit edit;
+            std::memcpy(&edit, data, sizeof edit);
+            std::size_t const number = edit.file % files_.size();
+            auto const& file = files_[number];
+            if (edit.action & credible) believed[number] = true;
             std::string& bytes = edits.emplace(file.name, file.bytes).first->second;
             if (bytes.empty()) continue;
-            std::size_t const at = offset % bytes.size();
-            switch (data[1] % 4) {
-            case 0: bytes[at] = static_cast<char>(value); break;
-            case 1: {
-                auto const word = static_cast<U32>(static_cast<S16>(value));
-                std::size_t const aligned = at & ~std::size_t{3};
-                if (aligned + sizeof word <= bytes.size()) std::memcpy(bytes.data() + aligned, &word, sizeof word);
+            std::size_t const at = edit.offset % bytes.size();
+            std::size_t const aligned = at & ~std::size_t{3};
+            auto const put = [&](std::size_t where, U32 word) {
+                if (where + sizeof word <= bytes.size()) std::memcpy(bytes.data() + where, &word, sizeof word);
+            };
+            auto const wordAt = [&](std::size_t where) {
+                U32 word = 0;
+                if (where + sizeof word <= bytes.size()) std::memcpy(&word, bytes.data() + where, sizeof word);
+                return word;
+            };
+            auto const word = static_cast<U32>(static_cast<S16>(edit.value));
+            switch (edit.action & 7) {
+            case pokeByte: bytes[at] = static_cast<char>(edit.value); break;
+            case pokeWord: put(aligned, word); break;
+            case flipBit: bytes[at] = static_cast<char>(bytes[at] ^ 1 << edit.value % 8); break;
+            case cut: bytes.resize(at); break;
+            case add: put(aligned, wordAt(aligned) + word); break;
+            case copyWord: put(aligned, wordAt(edit.value % bytes.size() & ~std::size_t{3})); break;
+            case lengthen: bytes.resize(std::min<std::size_t>(bytes.size() + edit.value % 8192, 1 << 16)); break;
+            case pokeTwoWords:
+                put(aligned, word);
+                put(aligned + 4, word);
                 break;
             }
-            case 2: bytes[at] = static_cast<char>(bytes[at] ^ 1 << value % 8); break;
-            default: bytes.resize(at); break;
-            }
         }
+        for (std::size_t number = 0; number < files_.size(); ++number)
+            if (believed[number]) makeCredible(files_[number], edits[files_[number].name]);
         return edits;
     }
 
@@ -113,6 +143,26 @@ public:
 
 private:
     static constexpr char const* table = "damaged";
+
+    // Magic numbers, formats, sizes and generations back as they were, and the length where only the
+    // head of the file is left; the checksums of the two small files made right.
+    static void makeCredible(File const& file, std::string& bytes) {
+        std::size_t const kept = file.name == "slots"     ? 544
+                                 : file.name == "buckets" ? 16
+                                 : file.name == "yarrow"  ? 20
+                                 : file.name == "yarrow2" ? 20
+                                                          : 8;
+        if (bytes.size() < 2 * kept) bytes = file.bytes;
+        bytes.replace(0, kept, file.bytes, 0, kept);
+        auto const seal = [&](std::size_t at, std::size_t size) {
+            bytes.resize(file.bytes.size());
+            if (at < size) bytes.replace(at, 4, 4, 0);
+            U32 const crc = Mem::crc32(bytes.data(), size);
+            std::memcpy(bytes.data() + at, &crc, sizeof crc);
+        };
+        if (file.name == "owner") seal(8, bytes.size());
+        if (file.name == "oriel") seal(12, 12);
+    }
 
     template <class Body>
     static void named(Body body) {

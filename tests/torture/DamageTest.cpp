@@ -6,6 +6,8 @@
 #include "tests/support/TempBase.h"
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
 
 namespace {
