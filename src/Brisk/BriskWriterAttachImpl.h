@@ -84,10 +84,9 @@ void BriskWriter<Ops>::attach() {
                 ownerFile.headerToString());
     ownerFile.typeNameIs(typeName_);
     ownerFile.sharedMemTypeIs(1);
-    if (!attachAndValidate(force, ownerFile, bolsterInfo)) {
-        FMASSERT(!force, "failed to attach to and validate new files");
-        attachAndValidate(true, ownerFile, bolsterInfo);
-    }
+    bool const ready = attachAndValidate(force, ownerFile, bolsterInfo) ||
+                       (!force && attachAndValidate(true, ownerFile, bolsterInfo));
+    FMASSERT(ready, "failed to attach to and validate new files");
     removeCorruptionFile();
     if (!localMem_) queue_.wren().doEnableListen();
     // Last: who finds this id finds the files it stands for.
@@ -118,7 +117,9 @@ bool BriskWriter<Ops>::attachAndValidate(bool force, SharedMem::OwnerFile& owner
     map_.limitsFromCount();
     U32 const joined = slots | buckets | queue_.judge(orielId_);
     auto const headers = [&] { return dumpHeaders(); };
-    if (joined != 1 && joined != 2 && !force) {
+    // A new generation's id stands in no file, unless another process stores into them meanwhile.
+    bool const consistent = force ? (joined & 2) == 0 : joined == 1 || joined == 2;
+    if (!consistent) {
         FMTRACE(handler, 0, "failed to attach to existing files\n{}owner file: {}", headers(),
                 ownerFile.headerToString());
         return false;

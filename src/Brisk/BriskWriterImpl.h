@@ -380,7 +380,8 @@ void BriskWriter<Ops>::doMaybeShrinkSlots(U32 shrinkThreshold) {
         SlotLink* curr = nullptr;
         bool const found = map_.find(key, map_.bucketOf(hash), prev, curr, hash);
         FMASSERT(found, "fromSlot:{} key not found", i);
-        FMASSERT(prev != nullptr, "fromSlot:{} not referenced", i);
+        // A slot with the key of another, which alone is in the list, would take its place.
+        FMASSERT(prev != nullptr && Mem::peek(*prev).next == i, "fromSlot:{} not referenced", i);
         U32 const to = Mem::peek(table_.header->freeList);
         FMTRACE(handler, 7, "moving fromSlot:{} toSlot:{}", i, to);
         table_.move(i, to, *prev);

@@ -93,7 +93,7 @@ void Validator<Ops>::markOccupied(U32 slotId) {
         FMTRACE(*handler_, 9, "no notification in yarrow queue for occupied slotId:{}", slotId);
         return;
     }
-    U32 const size = queue.entryCount();
+    auto const size = static_cast<U32>(positions_.size());
     if (position >= size)
         Dunlin::fmthrow<Corrupt>("slot:{} bad yarrow index:{} size:{}", slotId, position, size);
     U32 const named = queue.entry(position).slot;
@@ -122,7 +122,7 @@ bool Validator<Ops>::walkFreeSlots() {
         ++freeCount_;
         // A removal is notified, so a free slot may well have a position.
         if (U32 const position = queue.position(index); position != YarrowPos::none) {
-            if (position >= queue.entryCount())
+            if (position >= positions_.size())
                 return fail("slot index:{} has out of range yarrow slot: {}", index, position);
             U32 const named = queue.entry(position).slot;
             if (named != index)
@@ -143,8 +143,7 @@ bool Validator<Ops>::walkQueue() {
     auto& queue = writer_->queue();
     U64 const corralStart = queue.corralStart();
     U64 const corralEnd = queue.corralEnd();
-    U32 const entries = queue.entryCount();
-    for (U32 pos = 0; pos < entries; ++pos) {
+    for (U32 pos = 0; pos < positions_.size(); ++pos) {
         auto const entry = queue.entry(pos);
         U32 const slot = entry.slot;
         U64 const seq = queue.baseSequence() + entry.offset;

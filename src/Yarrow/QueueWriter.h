@@ -6,6 +6,7 @@
 #include "Yarrow/Format.h"
 #include "Yarrow/YarrowWriterNotifiee.h"
 
+#include <algorithm>
 #include <memory>
 #include <vector>
 
@@ -68,7 +69,10 @@ public:
     Sequence corralStart() const { return control_ ? Mem::peek(control_->corralStart) : 0; }
     Sequence corralEnd() const { return control_ ? Mem::peek(control_->corralEnd) : 0; }
 
-    U32 entryCount() const { return count_; }
+    // As the file says, for a validation; no more than it has room for.
+    U32 entryCount() const {
+        return control_ ? std::min(Mem::peek(table_.header().count), capacity_) : 0;
+    }
     Sequence baseSequence() const { return base_; }
     // `position` is below `entryCount()`.
     Entry entry(U32 position) const { return Mem::peek(table_.entry(position)); }

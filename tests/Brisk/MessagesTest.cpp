@@ -376,6 +376,13 @@ TEST_F(Messages, OfWhatAValidationFinds) {
     U32 const freed = w->queue().position(10);
     EXPECT_EQ(entry(freed, 15),
               fmt::format("slot index:10 has slot:15 with wrong yarrow slot:{}", freed));
+    // The queue's own count, which some positions then reach beyond.
+    auto const count = [&](U32 entries) {
+        U32 const old = peek("yarrow", 148);
+        return finding([&] { poke("yarrow", 148, entries); }, [&] { poke("yarrow", 148, old); });
+    };
+    EXPECT_EQ(count(9), "slot:9 bad yarrow index:9 size:9");
+    EXPECT_EQ(count(13), "slot index:11 has out of range yarrow slot: 13");
     fill(*w, 4, 5); // leaves a tombstone behind
     EXPECT_EQ(entry(live, 14),
               fmt::format("yarrow pos:{} has slot:14 seq:{} with wrong yarrowSlot:4294967295", live,
@@ -528,17 +535,24 @@ TEST_F(Messages, OfMisuseThatEndsTheProcess) {
         "unbalanced directSlot:10 containing value:3 - Make sure the DirectIs/Commit are properly "
         "paired!");
     EXPECT_DEATH(TestOps::setSlotValue(value), "Not implemented");
-    name_ = "vrf/default/stray";
-    auto stray = writer(shrinkable());
-    fill(*stray, 0, 4096);
-    drop(*stray, 1024, 4096);
-    EXPECT_DEATH(
-        {
-            // An occupied slot that no link leads to, in the part that is cut off.
-            stray->slotTable().slots[4095].slotVersion |= 1;
-            drop(*stray, 0, 1);
-        },
-        "fromSlot:4095 key not found");
+    // A slot that no link leads to is occupied in the part that is cut off.
+    auto const stray = [&](char const* text, auto occupy) {
+        name_ = std::string("vrf/default/") + text;
+        auto large = writer(shrinkable());
+        fill(*large, 0, 4096);
+        drop(*large, 1024, 4096);
+        EXPECT_DEATH(
+            {
+                occupy(*large, large->slotTable().slots[4095]);
+                drop(*large, 0, 1);
+            },
+            text);
+    };
+    stray("fromSlot:4095 key not found", [](auto&, auto& slot) { slot.slotVersion |= 1; });
+    stray("fromSlot:4095 not referenced", [](auto& large, auto& slot) {
+        slot.slotVersion |= 1;
+        slot.value = slotOf(large, 1000).value;
+    });
 }
 
 } // namespace
