@@ -151,10 +151,17 @@ say "The writer: $what"
 startWriter 1
 awaitWriter yes
 startChanges
+# The table stands before its first routes do.
+tries=0
+while [ $tries -lt 100 ]; do
+    "$cairn" show >"$work/shown" 2>/dev/null || :
+    [ "$(wc -l <"$work/shown")" -lt 1000 ] || break
+    sleep 0.1
+    tries=$((tries + 1))
+done
 "$cairn" ls
 
-say "What it writes, read by another process: cairn show (six of $("$cairn" show | wc -l))"
-"$cairn" show >"$work/shown"
+say "What it writes, read by another process: cairn show (six of $(wc -l <"$work/shown"))"
 awk 'NR % int('"$(wc -l <"$work/shown")"' / 6) == 1 && n++ < 6' "$work/shown"
 
 say "Two more processes for $seconds seconds, one looking up, one walking, while the routes change"
