@@ -33,6 +33,7 @@ public:
             auto const id = static_cast<U32>(command >> 8);
             if ((command & 0xff) == 'p') put(*w, id, 2);
             if ((command & 0xff) == 'd') drop(*w, id);
+            if (command == 'a') self.tell(1); // nothing of what came before is still under way
         });
         while (!end) loop().runOnce(1);
         return 0;
@@ -208,6 +209,9 @@ TEST_F(Front, KilledAndRestartedWritersOfAKeptOrRemadeTable) {
             EXPECT_EQ(c.statuses, round == 0 ? "12" : "3012");
             c.statuses.clear();
         }
+        // Who is killed inside an operation leaves a table to be made anew.
+        child.tell('a');
+        ASSERT_EQ(child.hear(), 1);
         if (round % 4 < 2)
             child.signal(SIGKILL);
         else
