@@ -6,8 +6,8 @@ set -eu
 build=$1 seconds=$2
 for target in table_files values attribute_log value_text; do
     printf '== fuzzing %s for %s seconds\n' "$target" "$seconds"
-    work=$build/work/$target
-    mkdir -p "$work"
+    findings=$build/findings/$target
+    mkdir -p "$findings"
     "$build/fuzz/fuzz_$target" -max_total_time="$seconds" -timeout=30 -max_len=400 -print_final_stats=1 \
-        -artifact_prefix="$work/" "$work" "fuzz/corpus/$target"
+        -artifact_prefix="$findings/" "$findings" "fuzz/corpus/$target"
 done
