@@ -1,90 +1,50 @@
 // Every pair of a writer's and a reader's operation, cut at every place: the writer paused before
 // each of its stores while a whole read runs, the reader paused before each of its loads while a
-// whole write runs. Complete for one interruption, and deterministic: the other side runs from
-// inside the hook.
+// whole write runs. Complete for one interruption.
 #include "tests/support/TempBase.h"
+#include "tests/torture/Interrupted.h"
 #include "tests/torture/Reads.h"
 
 namespace {
 
 using namespace Support;
 
-std::function<void()> interruption;
-U32 stepsLeft = 0;
-bool interrupted = false;
-
-void interruptAtLast() {
-    if (stepsLeft-- != 0) return;
-    interrupted = true;
-    interruption();
-}
-
-TEST(Interleave, AWholeReadBeforeEachStoreOfAWrite) {
-    TempBase const base;
-    for (auto const& scenario : scenarios<valueBytes>()) {
-        State before;
-        std::size_t readCount = 1;
-        U32 cuts = 0;
-        for (std::size_t readNumber = 0; readNumber < readCount; ++readNumber) {
-            bool more = true;
-            for (U32 store = 0; more; ++store, ++cuts) {
-                Pair pair = prepared(scenario, "interleave");
-                auto const reads = readsFor(pair.before, pair.after);
-                readCount = reads.size();
-                Read const& read = reads[readNumber];
-                SCOPED_TRACE(fmt::format("{} before store {} of {}", read.name, store, scenario.name));
-                interruption = [&] {
-                    try {
-                        EXPECT_TRUE(read.run(*pair.reader, pair.before, pair.after));
-                    } catch (std::exception const& e) {
-                        ADD_FAILURE() << "exception to the reader: " << e.what();
-                    }
-                };
-                interrupted = false;
-                stepsLeft = store;
-                Mem::StepHooks::onStore = interruptAtLast;
-                scenario.run(*pair.writer);
-                Mem::StepHooks::onStore = nullptr;
-                more = interrupted;
-                EXPECT_EQ(T::walked(*pair.reader), pair.after);
-                tidy(pair);
-                if (::testing::Test::HasFailure()) return;
-            }
-        }
-        fmt::print("{:32}{:6} cuts\n", scenario.name, cuts);
-        EXPECT_GT(cuts, 20U);
+::testing::AssertionResult answered(Read const& read, Pair const& pair) {
+    try {
+        return read.run(*pair.reader, pair.before, pair.after);
+    } catch (std::exception const& e) {
+        return ::testing::AssertionFailure() << "exception to the reader: " << e.what();
     }
 }
 
-TEST(Interleave, AWholeWriteBeforeEachLoadOfARead) {
+// Whether the write is cut, else the read.
+class Interleave : public ::testing::TestWithParam<bool> {};
+INSTANTIATE_TEST_SUITE_P(Cut, Interleave, ::testing::Bool(), [](auto const& cut) {
+    return cut.param ? "AWholeReadBeforeEachStoreOfAWrite" : "AWholeWriteBeforeEachLoadOfARead";
+});
+
+TEST_P(Interleave, EachPairOfOperationsAtEachPlace) {
     TempBase const base;
     for (auto const& scenario : scenarios<valueBytes>()) {
-        std::size_t readCount = 1;
         U32 cuts = 0;
-        for (std::size_t readNumber = 0; readNumber < readCount; ++readNumber) {
+        for (std::size_t readNumber = 0, readCount = 1; readNumber < readCount; ++readNumber) {
             bool more = true;
-            for (U32 load = 0; more; ++load, ++cuts) {
+            for (U32 step = 0; more; ++step, ++cuts) {
                 Pair pair = prepared(scenario, "interleave");
                 auto const reads = readsFor(pair.before, pair.after);
                 readCount = reads.size();
                 Read const& read = reads[readNumber];
-                SCOPED_TRACE(fmt::format("{} before load {} of {}", scenario.name, load, read.name));
-                interruption = [&] { scenario.run(*pair.writer); };
-                interrupted = false;
-                stepsLeft = load;
-                Mem::StepHooks::onLoad = interruptAtLast;
-                try {
-                    EXPECT_TRUE(read.run(*pair.reader, pair.before, pair.after));
-                } catch (std::exception const& e) {
-                    ADD_FAILURE() << "exception to the reader: " << e.what();
-                }
-                Mem::StepHooks::onLoad = nullptr;
-                more = interrupted;
-                if (more) {
+                SCOPED_TRACE(
+                    fmt::format("{} and {}, cut at step {}", scenario.name, read.name, step));
+                auto const write = [&] { scenario.run(*pair.writer); };
+                auto const look = [&] { EXPECT_TRUE(answered(read, pair)); };
+                more = GetParam() ? interrupted(Mem::StepHooks::onStore, step, look, write)
+                                  : interrupted(Mem::StepHooks::onLoad, step, write, look);
+                if (more || GetParam()) {
                     EXPECT_EQ(T::walked(*pair.reader), pair.after);
                 }
                 tidy(pair);
-                if (::testing::Test::HasFailure()) return;
+                if (HasFailure()) return;
             }
         }
         fmt::print("{:32}{:6} cuts\n", scenario.name, cuts);

@@ -3,6 +3,7 @@
 // never ends in any other way.
 #include "tests/support/Child.h"
 #include "tests/support/TempBase.h"
+#include "tests/torture/Interrupted.h"
 #include "tests/torture/Scenarios.h"
 
 #include "Dunlin/Exception.h"
@@ -38,25 +39,6 @@ public:
     }
     std::string pathOf(char const* file) const { return base_.path() + '/' + name + '/' + file; }
 
-    // Runs `action` with `meddle` before its step number `step`; false if it has no such step.
-    template <class Meddle, class Action>
-    static bool meddled(Mem::StepHooks::Hook& hook, U32 step, Meddle meddle, Action action) {
-        static std::function<void()> now;
-        static U32 left;
-        left = step;
-        bool done = false;
-        now = [&] {
-            done = true;
-            meddle();
-        };
-        hook = [] {
-            if (left-- == 0) now();
-        };
-        action();
-        hook = nullptr;
-        return done;
-    }
-
     // Takes a table of unsound ownership over in a child, which is meddled with at each store; what
     // the child told at its end.
     template <class Meddle>
@@ -74,7 +56,7 @@ public:
                 rlimit const noCore{0, 0};
                 ::setrlimit(RLIMIT_CORE, &noCore);
                 try {
-                    self.tell(meddled(
+                    self.tell(interrupted(
                         Mem::StepHooks::onStore, step_, [&] { meddle(*this); },
                         [] { T::writer(name, Brisk::MapDescriptor(64))->initialize("test"); }));
                 } catch (Dunlin::InvalidInitializeException const& e) {
@@ -129,7 +111,7 @@ TEST_F(Meddling, WithTheQueueDuringAValidation) {
         U32 const old = peek(file, at);
         for (U32 step = 0;; ++step) {
             bool sound = false;
-            bool const more = meddled(
+            bool const more = interrupted(
                 Mem::StepHooks::onLoad, step, [&] { poke(file, at, slot); }, [&] { sound = writer->validate(); });
             poke(file, at, old);
             if (!sound) texts.insert(writer->lastFinding());

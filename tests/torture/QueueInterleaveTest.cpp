@@ -4,6 +4,7 @@
 // and without a connection that holds back pruning and keeps a corral standing.
 #include "tests/support/SharedBlock.h"
 #include "tests/support/TempBase.h"
+#include "tests/torture/Interrupted.h"
 #include "tests/torture/Scenarios.h"
 
 #include "Brisk/ShadowStoreImpl.h"
@@ -22,16 +23,6 @@ namespace {
 using namespace Support;
 using T = Table<160>;
 using Value = T::Value;
-
-std::function<void()> interruption;
-U32 stepsLeft = 0;
-bool interrupted = false;
-
-void interruptAtLast() {
-    if (stepsLeft-- != 0) return;
-    interrupted = true;
-    interruption();
-}
 
 // A shadow without its doorbell: what a client was told, from store and queue alone.
 class Follower : public Brisk::ShadowListener<StampKey, Value> {
@@ -215,7 +206,7 @@ protected:
         pair.connection.reset();
         Dunlin::schedulerRootDunlin->runOnce(0);
     }
-    // Runs `cut(step)` for each step until one is not reached any more.
+    // Runs `cut(step, connected)` for each step until it says that one is not reached any more.
     template <class Cut>
     void atEachStep(Scenario<160> const& scenario, U32 stride, Cut cut) {
         U32 cuts = 0;
@@ -223,11 +214,7 @@ protected:
             for (U32 step = 0, more = true; more; step += stride, ++cuts) {
                 SCOPED_TRACE(
                     fmt::format("{}, step {}, connected {}", scenario.name, step, connected));
-                interrupted = false;
-                stepsLeft = step;
-                cut(connected);
-                Mem::StepHooks::onStore = Mem::StepHooks::onLoad = nullptr;
-                more = interrupted;
+                more = cut(step, connected);
                 if (::testing::Test::HasFailure()) return;
             }
         }
@@ -242,39 +229,27 @@ protected:
 INSTANTIATE_TEST_SUITE_P(BothStores, QueueInterleave, ::testing::Bool(),
                          [](auto const& store) { return store.param ? "Value" : "Key"; });
 
-TEST_P(QueueInterleave, AWholePollBeforeEachStoreOfAWrite) {
-    for (auto const& scenario : queueScenarios())
-        atEachStep(scenario, 1, [&](bool connected) {
-            Pair pair = prepared(scenario, connected);
-            interruption = [&] { pair.follower->poll(); };
-            Mem::StepHooks::onStore = interruptAtLast;
-            scenario.run(*pair.writer);
-            Mem::StepHooks::onStore = nullptr;
-            judge(pair);
-            tidy(pair);
-        });
-}
-
-// The walk of a client that comes in the midst of an operation.
-TEST_P(QueueInterleave, AWholeWalkBeforeEachStoreOfAWrite) {
-    for (auto const& scenario : queueScenarios())
-        atEachStep(scenario, 1, [&](bool connected) {
-            Pair pair = prepared(scenario, connected);
-            interruption = [&] { pair.follower->walk(); };
-            Mem::StepHooks::onStore = interruptAtLast;
-            scenario.run(*pair.writer);
-            Mem::StepHooks::onStore = nullptr;
-            judge(pair);
-            tidy(pair);
-        });
+// The walk is that of a client that comes in the midst of an operation.
+TEST_P(QueueInterleave, AWholePollOrWalkBeforeEachStoreOfAWrite) {
+    for (auto const look : {&Follower::poll, &Follower::walk})
+        for (auto const& scenario : queueScenarios())
+            atEachStep(scenario, 1, [&](U32 step, bool connected) {
+                Pair pair = prepared(scenario, connected);
+                bool const more = interrupted(
+                    Mem::StepHooks::onStore, step, [&] { (*pair.follower.*look)(); },
+                    [&] { scenario.run(*pair.writer); });
+                judge(pair);
+                tidy(pair);
+                return more;
+            });
 }
 
 // Every load in a soak, each tenth or so in the tests: there are a hundred thousand.
 TEST_P(QueueInterleave, AWholeWriteBeforeEachLoadOfAPollOrAWalk) {
     U32 const stride = soaking() ? 1 : 11;
-    for (bool const walk : {false, true})
+    for (auto const look : {&Follower::poll, &Follower::walk})
         for (auto const& scenario : queueScenarios())
-            atEachStep(scenario, stride, [&](bool connected) {
+            atEachStep(scenario, stride, [&](U32 step, bool connected) {
                 // A few changes wait in the queue.
                 Pair pair = prepared(scenario, connected);
                 U32 waiting = 0;
@@ -284,16 +259,13 @@ TEST_P(QueueInterleave, AWholeWriteBeforeEachLoadOfAPollOrAWalk) {
                     pair.writer->write(Value(key, 77), true);
                 }
                 scenario.effect(pair.after);
-                interruption = [&] { scenario.run(*pair.writer); };
-                Mem::StepHooks::onLoad = interruptAtLast;
-                if (walk)
-                    pair.follower->walk();
-                else
-                    pair.follower->poll();
-                Mem::StepHooks::onLoad = nullptr;
-                if (!interrupted) pair.after = pair.before;
+                bool const more = interrupted(
+                    Mem::StepHooks::onLoad, step, [&] { scenario.run(*pair.writer); },
+                    [&] { (*pair.follower.*look)(); });
+                if (!more) pair.after = pair.before;
                 judge(pair);
                 tidy(pair);
+                return more;
             });
 }
 
