@@ -153,13 +153,6 @@ void BucketWriter<L>::publishSize(U32 numBuckets) {
 }
 
 template <class L>
-bool BucketWriter<L>::contains(void const* address) const {
-    auto const* const base = reinterpret_cast<char const*>(header_);
-    auto const* const at = static_cast<char const*>(address);
-    return base && at >= base && at < base + Table::fileSize(numBuckets_);
-}
-
-template <class L>
 bool BucketWriter<L>::validate(SharedMem::OrielId orielId, std::string& message) const {
     if (Table::validate(*header_, orielId, memory_.mappedSize(), message)) return true;
     FMTRACE(*handler_, 0, "{}", message);

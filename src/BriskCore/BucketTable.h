@@ -94,7 +94,6 @@ public:
     U32 numBuckets() const { return numBuckets_; }
     U32 log2NumBuckets() const { return log2NumBuckets_; }
     Header const* header() const { return header_; }
-    bool contains(void const* address) const;
 
     bool validate(SharedMem::OrielId orielId, std::string& message) const;
     // Raises CorruptionDetectedException if the file on disk is shorter than the mapping.

@@ -98,9 +98,6 @@ std::string ownerText(Dunlin::Platform::DebugHandler& handler, RootPath const& r
 
 } // namespace
 
-double WriterLock::wait() {
-    return waitSeconds;
-}
 void WriterLock::waitIs(double seconds) {
     waitSeconds = seconds;
 }

@@ -21,7 +21,7 @@ public:
     WriterLock() = default;
 
     // Makes this process the only writer of the table, for as long as the returned object (or a
-    // copy of it) lives. Waits up to `wait()` for another process, then raises
+    // copy of it) lives. Waits for another process as `waitIs` says, then raises
     // InvalidInitializeException naming the owner. A second writer in the same process is refused
     // likewise; `forCleanup` shares the lock that this process already has. Nothing for a local
     // table.
@@ -41,11 +41,10 @@ public:
                              std::string& error);
 
     // How long to wait for a held lock, in seconds; 2 at first.
-    static double wait();
     static void waitIs(double seconds);
 
     // An open-file-description lock on one byte of the table's lock file, which is made if need
-    // be. Raises InvalidInitializeException after `wait()`.
+    // be. Raises InvalidInitializeException after that time.
     static Fd lockByte(Dunlin::Platform::DebugHandler& handler, RootPath const& rootPath,
                        long byte);
 
