@@ -3,8 +3,8 @@
 #pragma once
 
 #include "Brisk/Table.h"
-#include "Dunlin/TaskSchedulerRoot.h"
 #include "support/Child.h"
+#include "support/Loop.h"
 #include "support/TempBase.h"
 #include "support/TestTable.h"
 
@@ -18,25 +18,9 @@ using Brisk::BriskType;
 using Brisk::IterHint;
 using Brisk::MapDescriptor;
 using Mem::MountStatus;
+using Support::loop, Support::pump, Support::settle;
 using TestMap = Brisk::BriskMap<TestOps>;
 using TestShadow = Brisk::BriskShadow<TestOps>;
-
-inline Dunlin::TaskSchedulerRoot& loop() {
-    return *Dunlin::schedulerRootDunlin;
-}
-
-template <class Condition>
-bool pump(Condition condition, double seconds = 10) {
-    double const end = loop().now() + seconds;
-    while (!condition()) {
-        if (loop().now() > end) return false;
-        loop().runOnce(0.02);
-    }
-    return true;
-}
-inline void settle(int turns = 5) {
-    for (int i = 0; i < turns; ++i) loop().runOnce(0.003);
-}
 
 inline MapDescriptor shadowSettings(BriskType type, bool notifyDuringSync = true) {
     MapDescriptor descriptor(1000);

@@ -1,11 +1,9 @@
 // A table below a base directory of its own, its writer and readers, and ways to look at its files.
 #pragma once
 
+#include "support/TempBase.h"
 #include "support/TestTable.h"
 
-#include "Dunlin/Util.h"
-
-#include <filesystem>
 #include <fstream>
 #include <map>
 
@@ -19,16 +17,7 @@ using Dunlin::CorruptionDetectedException;
 
 class Table : public testing::Test {
 public:
-    Table() {
-        std::string pattern = testing::TempDir() + "cairn-XXXXXX";
-        base_ = ::mkdtemp(pattern.data());
-        Dunlin::Util::baseDirectoryIs(base_);
-    }
-    ~Table() override {
-        Dunlin::traceSinkIs({});
-        Dunlin::Util::baseDirectoryIs("");
-        std::filesystem::remove_all(base_);
-    }
+    ~Table() override { Dunlin::traceSinkIs({}); }
     std::unique_ptr<TestWriter> writer(MapDescriptor const& descriptor = MapDescriptor(1000)) {
         auto w = std::make_unique<TestWriter>(handler(), name_, descriptor, TestOps{}, "TestValue",
                                               Dunlin::noop);
@@ -41,7 +30,7 @@ public:
         return r;
     }
     Dunlin::Platform::DebugHandler& handler() { return *handler_; }
-    std::string file(char const* f) const { return base_ + "/" + name_ + "/" + f; }
+    std::string file(char const* f) const { return base_.path() + "/" + name_ + "/" + f; }
     void poke(char const* f, long offset, U32 word) {
         std::fstream stream(file(f), std::ios::in | std::ios::out | std::ios::binary);
         stream.seekp(offset);
@@ -71,7 +60,7 @@ public:
         return seen;
     }
 
-    std::string base_;
+    Support::TempBase base_;
     std::string name_ = "vrf/default/test";
     std::shared_ptr<Dunlin::Platform::DebugHandler> handler_ =
         Dunlin::Platform::getDebugHandler("TableTest", true);

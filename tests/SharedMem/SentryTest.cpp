@@ -2,6 +2,7 @@
 #include "SharedMem/Sentry.h"
 #include "SharedMem/OwnerFile.h"
 #include "support/Child.h"
+#include "support/Loop.h"
 #include "support/TempBase.h"
 
 #include "Dunlin/Exception.h"
@@ -13,11 +14,7 @@
 namespace {
 
 using namespace Mem;
-using Support::Child;
-
-Dunlin::TaskSchedulerRoot& loop() {
-    return *Dunlin::schedulerRootDunlin;
-}
+using Support::Child, Support::loop, Support::pump, Support::settle;
 
 struct Front : ReaderSentry::Notifiee {
     std::string log;
@@ -49,18 +46,6 @@ protected:
     Dunlin::Platform::DebugHandler trace_{"test", 0};
     Front front_;
 
-    template <class Condition>
-    static bool pump(Condition condition, double seconds = 5) {
-        double const end = loop().now() + seconds;
-        while (!condition()) {
-            if (loop().now() > end) return false;
-            loop().runOnce(0.02);
-        }
-        return true;
-    }
-    static void settle() {
-        for (int i = 0; i < 5; ++i) loop().runOnce(0.005);
-    }
     // A writing process, as far as its files and its endpoint tell: listens, makes the files, and
     // then serves the commands 'u' (name nobody in the owner file), 'n' (new generation) and end.
     int write(Child& self, U32 orielId) {

@@ -1,8 +1,8 @@
 // The doorbell between processes: who sleeps is woken, who is awake costs the writer nothing, and
 // whoever misbehaves loses the connection and nothing else.
-#include "Dunlin/TaskSchedulerRoot.h"
 #include "Wren/BolsterAcceptSm.h"
 #include "support/Child.h"
+#include "support/Loop.h"
 #include "support/MiniTable.h"
 #include "support/TempBase.h"
 
@@ -16,22 +16,8 @@ namespace {
 
 using namespace Wren;
 using Support::Child, Support::MiniReader, Support::Values, Support::Writer;
+using Support::loop, Support::pump;
 constexpr U32 oriel = 7;
-
-Dunlin::TaskSchedulerRoot& loop() {
-    return *Dunlin::schedulerRootDunlin;
-}
-
-// Runs the loop until `condition` holds; false after ten seconds.
-template <class Condition>
-bool pump(Condition condition) {
-    double const end = loop().now() + 10;
-    while (!condition()) {
-        if (loop().now() > end) return false;
-        loop().runOnce(0.05);
-    }
-    return true;
-}
 
 struct Quiet : Yarrow::YarrowWriterNotifiee {
     std::vector<bool> told;
