@@ -1,5 +1,4 @@
-// Tables at their corners: detached, local, of equal hashes, damaged behind a reader's back, and
-// shadows that are attached anew while they are still taking leave of the former table.
+// Tables at their corners: detached, local, of equal hashes, damaged behind a reader's back.
 #include "Brisk/FrontFixture.h"
 
 #include "Brisk/Syncer.h"
@@ -195,29 +194,6 @@ TEST_F(Corners, DamageBehindAReadersBackIsNamed) {
     ++slot.slotVersion;
     hint = atFirst;
     EXPECT_TRUE(r.next(first, value, hint));
-}
-
-// A shadow that is still telling what has gone takes the table up again: the client hears the rest
-// first, and then the table.
-TEST_F(Corners, AttachedAnewInTheMidstOfAFlush) {
-    for (BriskType const type : {BriskType::valueShadow, BriskType::keyShadow}) {
-        auto w = writer();
-        for (U32 id = 0; id < 2000; ++id) put(*w, id, 1);
-        Client c(name_, shadowSettings(type));
-        c.init();
-        ASSERT_TRUE(pump([&] { return c.asleep(); }));
-        c.front->yieldTimeIs(1e-6);
-        c.front->detach(false);
-        loop().runOnce(0);
-        ASSERT_EQ(c.front->mountStatus(), MountStatus::flushing);
-        EXPECT_THAT(c.deletes, testing::AllOf(testing::Gt(0U), testing::Lt(2000U)));
-        c.front->attach("again");
-        ASSERT_TRUE(pump([&] { return c.synchronised() && c.asleep(); }));
-        EXPECT_EQ(c.deletes, 2000U);
-        EXPECT_EQ(c.known, contents(*w));
-        EXPECT_EQ(c.strayDeletes, 0U);
-        w->cleanup();
-    }
 }
 
 // Other keys than the one that is being told, looked up from inside the callback.

@@ -354,20 +354,6 @@ TEST_F(Front, DamageReachesTheHandlerAndDetachesAReader) {
     EXPECT_EQ(told, "again");
 }
 
-TEST_F(Front, AFrontMayGoWithinItsOwnCallback) {
-    auto w = writer();
-    auto c = std::make_unique<Client>(name_, shadowSettings(BriskType::valueShadow));
-    c->init();
-    ASSERT_TRUE(pump([&] { return c->asleep(); }));
-    c->onUpdate = [&](TestKey const&) { c->front.reset(); };
-    put(*w, 1, 1);
-    put(*w, 2, 1);
-    ASSERT_TRUE(pump([&] { return !c->front; }));
-    settle();
-    EXPECT_EQ(c->updates, 1U);
-    EXPECT_EQ(w->writerCounters().readers, 0U);
-}
-
 TEST(SlotCountersTest, LargestOccupiedByBand) {
     Brisk::SlotCounters counters(18);
     EXPECT_EQ(counters.largestOccupied(), 0U);

@@ -260,7 +260,7 @@ TEST_F(Roles, AReaderTellsItsSteps) {
 // The client lets its front go from inside any callback, at any time it may come.
 TEST_F(Roles, AFrontMayGoFromInsideAnyCallback) {
     for (BriskType const type : readers) {
-        for (int when = 0; when < 6; ++when) {
+        for (int when = 0; when < 7; ++when) {
             SCOPED_TRACE(testing::Message() << U32(type) << " when " << when);
             std::filesystem::remove_all(base_.path() + "/vrf");
             auto w = writer();
@@ -295,10 +295,17 @@ TEST_F(Roles, AFrontMayGoFromInsideAnyCallback) {
             case 5:
                 c->onDelete = [&](TestKey const&) { go(); }, w->detach(false);
                 break;
+            case 6:
+                c->onUpdate = [&](TestKey const&) { go(); }, put(*w, 1, 2), put(*w, 2, 2);
+                c->updates = 0;
+                break;
             }
             bool const told = type != BriskType::reader || when < 4;
             EXPECT_EQ(pump([&] { return gone; }, told ? 10 : 0.1), told);
             settle();
+            if (when != 6) continue;
+            EXPECT_EQ(c->updates, told); // nothing more behind the last
+            EXPECT_EQ(w->writerCounters().readers, 0U);
         }
     }
 }

@@ -1,6 +1,5 @@
 // Mapped files and local memory: growth, shrinking under readers, failure, and new generations.
 #include "SharedMem/SharedMem.h"
-#include "SharedMem/CpuSupport.h"
 #include "SharedMem/VersionAnchor.h"
 #include "support/Child.h"
 #include "support/TempBase.h"
@@ -259,14 +258,6 @@ TEST(VersionedRefTest, EachStoreIsANewVersion) {
     count.valueIs(16);
     EXPECT_EQ(count.observed(), (VersionedRef<unsigned>{1, 16}));
     EXPECT_EQ(cacheVersionAnchor({5, 608, nullptr}), 608ULL << 32 | 5);
-}
-
-TEST(CpuSupport, CanBeDenied) {
-    EXPECT_TRUE(Atomics::checkCpuSupport());
-    Atomics::cpuSupportIs(false);
-    EXPECT_FALSE(Atomics::checkCpuSupport());
-    Atomics::cpuSupportIs({});
-    EXPECT_TRUE(Atomics::checkCpuSupport());
 }
 
 } // namespace

@@ -1,6 +1,5 @@
 // The reading end of the queue: whatever the writer does between two looks, or during one, a reader
 // meets every change or is told to walk.
-#include "support/Child.h"
 #include "support/MiniTable.h"
 #include "support/TempBase.h"
 
@@ -9,7 +8,6 @@
 
 #include <fstream>
 #include <random>
-#include <thread>
 
 namespace {
 
@@ -188,43 +186,6 @@ TEST_F(QueueReaderTest, AnyHistoryAnyPace) {
             }
         }
         EXPECT_EQ(copy.walks > 1, mode != PruneMode::keep);
-    }
-}
-
-// The same in two threads at full speed over one writer: the reader is in the middle of everything.
-TEST_F(QueueReaderTest, ExactUnderAWriterThatNeverWaits) {
-    for (bool const moves : {false, true}) {
-        SCOPED_TRACE(moves);
-        std::filesystem::remove_all(path_.text());
-        options_.pruneMode = PruneMode::keep;
-        make();
-        Values values(500);
-        ASSERT_TRUE(reader_.attach(oriel));
-        Copy copy(values, reader_);
-        std::atomic<bool> finished{false};
-        std::thread writing([&] {
-            std::mt19937 random(1);
-            for (int i = 0; i < 2'000'000; ++i) {
-                U32 const slot = static_cast<U32>(random() % values.size());
-                bool const move = moves && i % 1000 == 0;
-                if (move) writer_->markShrinkStart();
-                values.change(slot);
-                writer_->notify(slot);
-                if (move) writer_->markShrinkEnd(); // dissolved at once: the reader is overtaken
-            }
-            finished = true;
-        });
-        copy.walk();
-        while (!finished) copy.drain(100);
-        writing.join();
-        EXPECT_TRUE(copy.drain());
-        EXPECT_TRUE(copy.exact());
-        if (moves) {
-            EXPECT_GT(copy.walks, 1U);
-        } else {
-            EXPECT_EQ(copy.walks, 1U);
-            EXPECT_GT(copy.taken, 0U);
-        }
     }
 }
 

@@ -209,33 +209,4 @@ TEST(Crash, OfTwoWritersThatRaceExactlyOneWins) {
     counted("{} races of two writers, each with one winner", races);
 }
 
-TEST(Crash, AStoppedOwnerIsNotOverrun) {
-    TempBase const base;
-    Child owner([&](Child& self) {
-        auto writer = T::writer("stopped", Brisk::MapDescriptor(64));
-        if (!writer->initialize("owner")) return 1;
-        writer->write(Value(1, 1), true);
-        self.step();
-        writer->write(Value(2, 2), true);
-        return writer->members() == 2 && writer->validate() ? 0 : 2;
-    });
-    owner.hear();
-    owner.signal(SIGSTOP);
-    Mem::WriterLock::waitIs(0.1);
-    auto second = T::writer("stopped", Brisk::MapDescriptor(64));
-    try {
-        second->initialize("second");
-        ADD_FAILURE() << "the second writer got the table";
-    } catch (Dunlin::InvalidInitializeException const& e) {
-        // It names the one who holds the table.
-        EXPECT_NE(std::string(e.what()).find(fmt::format("{}", owner.pid())), std::string::npos) << e.what();
-    }
-    Mem::WriterLock::waitIs(2);
-    owner.signal(SIGCONT);
-    owner.tell(0);
-    EXPECT_EQ(owner.join(), 0);
-    EXPECT_TRUE(second->initialize("after it left"));
-    EXPECT_EQ(second->members(), 2U);
-}
-
 } // namespace
