@@ -66,7 +66,8 @@ public:
             });
             more = child.hear() != 0;
             int const code = child.join();
-            EXPECT_TRUE(code == 0 || code == 1000 + SIGABRT) << code;
+            // A build that counts what runs makes an exit of it (support/Flush.cpp).
+            EXPECT_TRUE(code == 0 || code == 1000 + SIGABRT || code == 128 + SIGABRT) << code;
             std::ifstream told(pathOf("told"));
             for (std::string line; std::getline(told, line);)
                 texts.insert(std::regex_replace(line, std::regex("^.*:[0-9]+: (assertion failed: )?"), ""));
