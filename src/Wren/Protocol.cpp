@@ -31,7 +31,7 @@ Received receive(int fd, Message& to) {
         got = ::recv(fd, to.bytes, sizeof to.bytes, MSG_DONTWAIT | MSG_TRUNC);
     } while (got < 0 && errno == EINTR);
     if (got < 0)
-        return errno == EAGAIN || errno == EWOULDBLOCK ? Received::nothing : Received::closed;
+        return errno == EAGAIN ? Received::nothing : Received::closed;
     if (got < static_cast<ssize_t>(sizeof(Kind))) return Received::closed;
     return static_cast<std::size_t>(got) == sizeOf(to.kind) ? Received::message : Received::closed;
 }

@@ -172,7 +172,7 @@ void ReaderWrenSm::sendSleep() {
     if (send(fd_.get(), sleep)) {
         ++sequencesSent_;
         state_ = State::asleep;
-    } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
+    } else if (errno == EAGAIN) {
         sleepUnsent_ = true; // kept until the socket takes it
         loop().fdAdd(fd_.get(), EPOLLIN | EPOLLOUT, [this](U32 events) { handleEvents(events); });
     }
