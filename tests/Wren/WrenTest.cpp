@@ -224,6 +224,26 @@ TEST_F(Doorbell, ReadersHearOfTheWritersEnd) {
     EXPECT_EQ(reader.welcome.incarnation, 2U);
 }
 
+// A reader that has not passed a move for too long does not keep it standing: it walks.
+TEST_F(Doorbell, AMoveIsForgottenOverAReaderThatDoesNotLook) {
+    options_.maxAge = 3000;
+    writer_.reset();
+    make();
+    MiniReader reader(trace_, path_, values_, oriel);
+    ASSERT_TRUE(reader.start(address()));
+    ASSERT_TRUE(pump([&] { return writer_->wren().sleepingReaders() == 1; }));
+    writer_->markShrinkStart();
+    change(1);
+    writer_->markShrinkEnd();
+    for (U32 i = 0; i < 2000; ++i) change(i);
+    EXPECT_NE(writer_->corralStart(), 0U);
+    for (U32 i = 0; i < 8000; ++i) change(i % 2000);
+    EXPECT_EQ(writer_->corralStart(), 0U);
+    ASSERT_TRUE(pump([&] { return writer_->quiesced() && reader.queue.quiesced(); }));
+    EXPECT_EQ(reader.copy.walks, 2U);
+    EXPECT_TRUE(reader.copy.exact());
+}
+
 TEST_F(Doorbell, NotifyingOffLetsNotificationsWait) {
     MiniReader reader(trace_, path_, values_, oriel);
     reader.start(address());
