@@ -316,7 +316,9 @@ void HashMap2018Generic::resizeTable(HashMap2018VTable const* vt, U32 bits) {
 
 HashMap2018Generic::Place HashMap2018Generic::firstFrom(U32 index) const {
     for (U32 const n = numBuckets(); index < n; ++index) {
-        __builtin_prefetch(table_[index + tableTail]);
+        auto const later = reinterpret_cast<U64>(table_[index + tableTail]);
+        __builtin_prefetch(reinterpret_cast<void const*>(later));
+        __builtin_prefetch(reinterpret_cast<void const*>(later + 64));
         if (table_[index] != nullptr) return {table_[index], 0};
     }
     return {};
@@ -339,34 +341,38 @@ HashMap2018IteratorGeneric::HashMap2018IteratorGeneric(HashMap2018Generic const*
 }
 HashMap2018IteratorGeneric::HashMap2018IteratorGeneric(HashMap2018IteratorGeneric const& other)
     : map_(other.map_), vt_(other.vt_) {
-    hold({other.bucket_, other.slot_});
+    if (other.bucket_ != nullptr) hold({other.bucket_, other.slot()});
 }
 
 void HashMap2018IteratorGeneric::hold(HashMap2018Generic::Place place) {
-    bucket_ = place.bucket;
-    slot_ = place.slot;
-    private_ = false;
-    if (bucket_ == nullptr) return;
-    word_ = withoutMark(bucket_->hashWord(slot_));
-    if (bucket_->holders() < Bucket::maxHolders) {
-        ++bucket_->word;
-    } else { // the header cannot count another holder
-        U32 const used = bucket_->used();
-        bucket_ = copyRange(vt_, roomFor(used, 0), bucket_, 0, used, MoveOrCopy::copy);
-        private_ = true;
+    Bucket* bucket = place.bucket;
+    bool const full = bucket != nullptr && bucket->holders() == Bucket::maxHolders;
+    if (full) { // the header cannot count another holder
+        U32 const used = bucket->used();
+        bucket = copyRange(vt_, roomFor(used, 0), bucket, 0, used, MoveOrCopy::copy);
+    } else if (bucket != nullptr) {
+        ++bucket->word;
     }
+    bucket_ = bucket;
+    private_ = full;
+    node_ = nullptr;
+    if (bucket == nullptr) return;
+    anyWord_ = bucket->hashWord(place.slot);
+    node_ = bucket->nodes() + std::size_t{place.slot} * vt_->nodeSize;
+    nodesEnd_ = bucket->nodes() + std::size_t{bucket->used()} * vt_->nodeSize;
 }
 
 void HashMap2018IteratorGeneric::release() {
     if (bucket_ != nullptr) vt_->bktHdrRefDec(bucket_);
     bucket_ = nullptr;
+    node_ = nullptr;
 }
 
 // Where the current member stands in the collection now.
 HashMap2018Generic::Place HashMap2018IteratorGeneric::current() const {
-    if (isInPlace()) return {bucket_, slot_};
     if (bucket_ == nullptr) return {};
-    return map_->findSame(vt_, currNodeMaybeStale(), word_);
+    if (isInPlace()) return {bucket_, slot()};
+    return map_->findSame(vt_, node_, hashWord());
 }
 
 void* HashMap2018IteratorGeneric::nodeElsewhere() const {
@@ -381,26 +387,35 @@ bool HashMap2018IteratorGeneric::markedForDeletion() const {
 
 void HashMap2018IteratorGeneric::leaveBucket() {
     if (bucket_ == nullptr) return;
+    if (!isInPlace()) return leaveStaleBucket();
+    // At the end of a bucket that the collection holds, too.
+    Bucket* const old = bucket_;
+    hold(map_->firstFrom(map_->bucketIndex(anyWord_) + 1));
+    --old->word;
+}
+
+// From a bucket that the collection has replaced, or from a copy of our own.
+void HashMap2018IteratorGeneric::leaveStaleBucket() {
     HashMap2018Generic::Place to;
-    auto const at = current();
+    U32 const word = hashWord();
+    auto const at = map_->findSame(vt_, node_, word);
     if (at.bucket != nullptr) {
-        to = map_->next(at, word_);
+        to = map_->next(at, word);
     } else {
         // The member has left. Those that stood behind it with the same hash, in the bucket as we
         // keep it, come first; they have kept their order.
-        for (U32 i = slot_ + 1; i < bucket_->used() && to.bucket == nullptr; ++i) {
-            if (withoutMark(bucket_->hashWord(i)) != word_) break;
-            to = map_->findSame(vt_, nodeAt(vt_, bucket_, i), word_);
+        for (U32 i = slot() + 1; i < bucket_->used() && to.bucket == nullptr; ++i) {
+            if (withoutMark(bucket_->hashWord(i)) != word) break;
+            to = map_->findSame(vt_, nodeAt(vt_, bucket_, i), word);
         }
         if (to.bucket == nullptr) {
             // Then the next greater hash.
-            U32 const index = map_->bucketIndex(word_);
+            U32 const index = map_->bucketIndex(word);
             Bucket* const bucket = map_->table_[index];
             U32 slot = 0;
             if (bucket != nullptr) {
-                slot = lowerBound(bucket, word_);
-                while (slot < bucket->used() && withoutMark(bucket->hashWord(slot)) == word_)
-                    ++slot;
+                slot = lowerBound(bucket, word);
+                while (slot < bucket->used() && withoutMark(bucket->hashWord(slot)) == word) ++slot;
             }
             to = bucket != nullptr && slot < bucket->used()
                      ? HashMap2018Generic::Place{bucket, slot}

@@ -232,7 +232,7 @@ public:
         // Null once the member has left.
         Node* node() const { return static_cast<Node*>(currNodeNonStale()); }
         IteratorConst& operator++() {
-            advance();
+            advance(sizeof(Node));
             return *this;
         }
     };

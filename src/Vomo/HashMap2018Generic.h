@@ -308,19 +308,21 @@ public:
     HashMap2018IteratorGeneric& operator=(HashMap2018IteratorGeneric const&) = delete;
     ~HashMap2018IteratorGeneric() { release(); }
 
-    void advance() {
-        if (isInPlace() && slot_ + 1 < bucket_->used())
-            word_ = bucket_->hashWord(++slot_) & ~1U;
-        else
-            leaveBucket();
-    }
+    void advance() { advance(vt_->nodeSize); }
     // The current node; null at the end and once the member has left the collection.
     void* currNodeNonStale() const { return isInPlace() ? currNodeMaybeStale() : nodeElsewhere(); }
     // The current node even then; null at the end.
-    void* currNodeMaybeStale() const {
-        return bucket_ == nullptr ? nullptr : bucket_->nodes() + std::size_t{slot_} * vt_->nodeSize;
-    }
+    void* currNodeMaybeStale() const { return node_; }
     bool markedForDeletion() const;
+
+protected:
+    // With the size of a node where the compiler knows it.
+    void advance(std::size_t nodeSize) {
+        if (isInPlace() && node_ + nodeSize != nodesEnd_)
+            node_ += nodeSize;
+        else
+            leaveBucket();
+    }
 
 private:
     using Bucket = HashMap2018BucketHdr;
@@ -330,20 +332,27 @@ private:
     void release();
     HashMap2018Generic::Place current() const;
     // The collection still has the bucket, and so, since what is held changes only by being
-    // replaced, the member.
+    // replaced, the member. A bucket that outlives a change of the table's size stands where the
+    // hash of any of its members leads.
     bool isInPlace() const {
-        return bucket_ != nullptr && !private_ && map_->table_[map_->bucketIndex(word_)] == bucket_;
+        return bucket_ != nullptr && !private_ &&
+               map_->table_[map_->bucketIndex(anyWord_)] == bucket_;
     }
+    U32 slot() const { return static_cast<U32>((node_ - bucket_->nodes()) / vt_->nodeSize); }
+    // The hash word of the current member, without its mark.
+    U32 hashWord() const { return bucket_->hashWord(slot()) & ~1U; }
     void leaveBucket();
+    void leaveStaleBucket();
     void* nodeElsewhere() const;
 
     HashMap2018Generic const* map_;
     HashMap2018VTable const* vt_;
     Bucket* bucket_ = nullptr;
-    U32 slot_ = 0;
-    U32 word_ = 0;                          // hash word of the current member, without its mark
-    bool private_ = false;                  // the bucket is a copy of our own
-    [[maybe_unused]] U64 reserved_[3] = {}; // fills up the 64 bytes
+    U8* node_ = nullptr;     // the current member, in the bucket
+    U8* nodesEnd_ = nullptr; // of the bucket
+    U32 anyWord_ = 0;        // hash word of the member at which the walk entered the bucket
+    bool private_ = false;   // the bucket is a copy of our own
+    [[maybe_unused]] U64 reserved_[2] = {}; // fills up the 64 bytes
 };
 static_assert(sizeof(HashMap2018IteratorGeneric) == 64);
 
