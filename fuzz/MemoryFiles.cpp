@@ -4,10 +4,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
+#include <cstdint>
 #include <cstring>
 #include <fcntl.h>
 #include <sanitizer/asan_interface.h>
-#include <string>
 #include <string_view>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -42,7 +42,7 @@ struct Descriptor {
     File* file = nullptr;
     std::size_t at = 0;
 };
-std::vector<std::pair<std::string, File*>> names;
+std::vector<std::pair<std::uint64_t, File*>> names; // of a name its hash
 std::vector<Descriptor> descriptors;
 std::vector<File*> unused;
 
@@ -56,19 +56,27 @@ void copy(void* to, void const* from, std::size_t size) {
     asm volatile("rep movsb" : "+D"(to), "+S"(from), "+c"(size) : : "memory");
 }
 
-bool isOurs(std::string_view path) {
-    return path.find("/damaged") != path.npos;
+// Not by calls that AddressSanitizer looks at each time.
+bool isOurs(char const* path) {
+    for (; *path; ++path)
+        if (path[0] == '/' && path[1] == 'd' && path[2] == 'a' && path[3] == 'm' && path[4] == 'a')
+            return true;
+    return false;
 }
 bool isDirectory(std::string_view path) {
     return path.ends_with("/damaged");
+}
+std::uint64_t nameOf(char const* path) {
+    std::uint64_t hash = 0;
+    for (; *path; ++path) hash = *path == '/' ? 0 : hash * 31 + static_cast<unsigned char>(*path);
+    return hash;
 }
 Descriptor* ours(int fd) {
     return fd >= firstFd ? &descriptors[static_cast<std::size_t>(fd - firstFd)] : nullptr;
 }
 auto find(char const* path) {
-    auto at = names.begin();
-    while (at != names.end() && at->first != path) ++at;
-    return at;
+    return std::find_if(names.begin(), names.end(),
+                        [name = nameOf(path)](auto const& at) { return at.first == name; });
 }
 
 File* make() {
@@ -104,7 +112,9 @@ void mapped(File& file, std::size_t size) {
 File* fileAt(void const* base) {
     auto const* const at = static_cast<char const*>(base);
     for (auto& descriptor : descriptors)
-        if (File* const file = descriptor.file; file && at >= file->bytes && at < file->bytes + room) return file;
+        if (File* const file = descriptor.file;
+            file && at >= file->bytes && at < file->bytes + room)
+            return file;
     return nullptr;
 }
 int describe(File const* file, struct stat* status) {
@@ -129,7 +139,7 @@ int __wrap_open(char const* path, int flags, ...) {
     auto at = find(path);
     if (at == names.end()) {
         if (!(flags & O_CREAT)) return failed(ENOENT);
-        names.emplace_back(path, make());
+        names.emplace_back(nameOf(path), make());
         at = names.end() - 1;
         ++at->second->users;
     } else if (flags & O_EXCL) {
@@ -235,13 +245,14 @@ REPLACED(int, rename, char const* from, char const* to) {
     File* const file = source->second;
     names.erase(source);
     __wrap_unlink(to);
-    names.emplace_back(to, file);
+    names.emplace_back(nameOf(to), file);
     return 0;
 }
 REPLACED(int, mkdir, char const* path, mode_t mode) {
     return isOurs(path) ? failed(EEXIST) : __real_mkdir(path, mode);
 }
-REPLACED(void*, mmap, void* hint, std::size_t size, int protection, int flags, int fd, off_t offset) {
+REPLACED(void*, mmap, void* hint, std::size_t size, int protection, int flags, int fd,
+         off_t offset) {
     auto* const descriptor = ours(fd);
     if (!descriptor) return __real_mmap(hint, size, protection, flags, fd, offset);
     auto& file = *descriptor->file;

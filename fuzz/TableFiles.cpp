@@ -85,7 +85,7 @@ extern "C" std::size_t LLVMFuzzerCustomMutator(U8* data, std::size_t size, std::
 extern "C" int LLVMFuzzerTestOneInput(U8 const* data, std::size_t size) {
     DamagedTable const& table = damagedTable();
     table.lay(table.editsOf(data, size));
-    DamagedTable::tryOut();
+    table.tryOut();
     while (Dunlin::schedulerRootDunlin->runReady()) {}
     return 0;
 }

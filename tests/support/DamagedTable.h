@@ -35,6 +35,7 @@ public:
         for (U32 key = 0; key < entries + 2; ++key) T::write(*writer, ignored, key, key + 1);
         for (U32 key = 0; key < 2; ++key) T::remove(*writer, ignored, key);
         directory_ = writer->rootPath().text();
+        orielId_ = writer->orielId();
         writer->detach(false);
         for (char const* name : {"buckets", "oriel", "owner", "slots", "yarrow", "yarrow2"}) {
             std::string bytes(1 << 16, 0);
@@ -57,9 +58,9 @@ public:
             std::string const& content = edit == edits.end() ? file.bytes : edit->second;
             std::string const path = directory_ + '/' + file.name;
             Mem::Fd const out(::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
-            bool const whole =
-                ::pwrite(out.get(), content.data(), content.size(), 0) == static_cast<ssize_t>(content.size()) &&
-                ::ftruncate(out.get(), static_cast<off_t>(content.size())) == 0;
+            bool const whole = ::pwrite(out.get(), content.data(), content.size(), 0) ==
+                                   static_cast<ssize_t>(content.size()) &&
+                               ::ftruncate(out.get(), static_cast<off_t>(content.size())) == 0;
             if (!whole) throw std::runtime_error("cannot write " + path);
         }
     }
@@ -71,9 +72,19 @@ public:
         // that the damage is not told at the first look.
         U8 action;
         U16 offset; // modulo the file's length
-        U16 value;  // of a word: extended by its sign, so that small, large and negative ones are near
+        U16 value; // of a word: extended by its sign, so that small, large and negative ones are near
     };
-    enum Action : U8 { pokeByte, pokeWord, flipBit, cut, add, copyWord, lengthen, pokeTwoWords, credible = 0x80 };
+    enum Action : U8 {
+        pokeByte,
+        pokeWord,
+        flipBit,
+        cut,
+        add,
+        copyWord,
+        lengthen,
+        pokeTwoWords,
+        credible = 0x80
+    };
     static_assert(sizeof(Edit) == 6);
 
     Edits editsOf(U8 const* data, std::size_t size) const {
@@ -90,22 +101,38 @@ public:
             std::size_t const at = edit.offset % bytes.size();
             std::size_t const aligned = at & ~std::size_t{3};
             auto const put = [&](std::size_t where, U32 word) {
-                if (where + sizeof word <= bytes.size()) std::memcpy(bytes.data() + where, &word, sizeof word);
+                if (where + sizeof word <= bytes.size())
+                    std::memcpy(bytes.data() + where, &word, sizeof word);
             };
             auto const wordAt = [&](std::size_t where) {
                 U32 word = 0;
-                if (where + sizeof word <= bytes.size()) std::memcpy(&word, bytes.data() + where, sizeof word);
+                if (where + sizeof word <= bytes.size())
+                    std::memcpy(&word, bytes.data() + where, sizeof word);
                 return word;
             };
             auto const word = static_cast<U32>(static_cast<S16>(edit.value));
             switch (edit.action & 7) {
-            case pokeByte: bytes[at] = static_cast<char>(edit.value); break;
-            case pokeWord: put(aligned, word); break;
-            case flipBit: bytes[at] = static_cast<char>(bytes[at] ^ 1 << edit.value % 8); break;
-            case cut: bytes.resize(at); break;
-            case add: put(aligned, wordAt(aligned) + word); break;
-            case copyWord: put(aligned, wordAt(edit.value % bytes.size() & ~std::size_t{3})); break;
-            case lengthen: bytes.resize(std::min<std::size_t>(bytes.size() + edit.value % 8192, 1 << 16)); break;
+            case pokeByte:
+                bytes[at] = static_cast<char>(edit.value);
+                break;
+            case pokeWord:
+                put(aligned, word);
+                break;
+            case flipBit:
+                bytes[at] = static_cast<char>(bytes[at] ^ 1 << edit.value % 8);
+                break;
+            case cut:
+                bytes.resize(at);
+                break;
+            case add:
+                put(aligned, wordAt(aligned) + word);
+                break;
+            case copyWord:
+                put(aligned, wordAt(edit.value % bytes.size() & ~std::size_t{3}));
+                break;
+            case lengthen:
+                bytes.resize(std::min<std::size_t>(bytes.size() + edit.value % 8192, 1 << 16));
+                break;
             case pokeTwoWords:
                 put(aligned, word);
                 put(aligned + 4, word);
@@ -119,19 +146,23 @@ public:
 
     // Everything a reader can ask, then a writer that takes the table over and goes on with it.
     // Exceptions with a name of this system are a proper answer; anything else goes through.
-    static void tryOut() {
+    void tryOut() const {
         bool found = false;
         Value value;
         named([&] {
             auto reader = T::reader(table);
             if (!reader->initialize("damaged")) return;
-            for (U32 key = 0; key < 16; ++key) named([&] { reader->lookup(StampKey{key}, found, &value); });
+            for (U32 key = 0; key < 16; ++key)
+                named([&] { reader->lookup(StampKey{key}, found, &value); });
             named([&] { T::walked(*reader); });
-            for (U32 slot = 0; slot < 20; ++slot) named([&] { reader->getValue(slot, value, nullptr); });
+            for (U32 slot = 0; slot < 20; ++slot)
+                named([&] { reader->getValue(slot, value, nullptr); });
         });
         named([&] {
             auto writer = T::writer(table, Brisk::MapDescriptor(64));
             if (!writer->initialize("damaged")) return;
+            // What follows tells something of a table that was kept; one made anew is like any other.
+            if (writer->orielId() != orielId_) return;
             named([&] {
                 T::walked(*writer);
                 for (U32 key = 0; key < 24; ++key) writer->write(Value(key, 9), true);
@@ -176,6 +207,7 @@ private:
     }
 
     std::string directory_;
+    SharedMem::OrielId orielId_ = 0;
     std::vector<File> files_;
 };
 

@@ -27,7 +27,7 @@ void tryAll(DamagedTable const& table, DamagedTable::File const& file, std::size
             place->at = i;
             alarm(30);
             table.lay({{file.name, damage(i)}});
-            DamagedTable::tryOut();
+            table.tryOut();
         }
         return 0;
     });
@@ -69,7 +69,7 @@ TEST(Damage, OfTheFuzzersFindingsEndsLikewise) {
         Child child([&](Child&) {
             alarm(30);
             table.lay(table.editsOf(reinterpret_cast<U8 const*>(bytes.data()), bytes.size()));
-            DamagedTable::tryOut();
+            table.tryOut();
             return 0;
         });
         EXPECT_EQ(child.join(), 0);
