@@ -147,6 +147,8 @@ void readField(NboAttrLog::In* in, void* field) {
         getField<F>(in->take(sizeof(LogWord<F>)), field);
     else if constexpr (std::is_same_v<F, String>)
         *static_cast<F*>(field) = in->nextString();
+    else if constexpr (std::is_trivially_destructible_v<F>)
+        std::construct_at(static_cast<F*>(field), in, StreamBogon{}); // in its place, not copied there
     else
         *static_cast<F*>(field) = F(in, StreamBogon{});
 }
