@@ -217,6 +217,7 @@ void TaskSchedulerRoot::runCriticalPriorityTasks() {
 bool TaskSchedulerRoot::runOnce(double timeout) {
     Impl& d = *impl_;
     d.open();
+    d.arm(); // a timer's callback further up the stack may be running the loop
     int wait = timeout < 0 ? -1 : static_cast<int>(std::min(std::ceil(timeout * 1e3), 2e9));
     if (d.tasksQueued()) wait = 0;
     std::array<epoll_event, 64> events;
@@ -238,11 +239,17 @@ bool TaskSchedulerRoot::runOnce(double timeout) {
             watches[static_cast<std::size_t>(i)] = found->second;
         }
     }
+    // A host that polls must be told of timers and tasks that this turn leaves behind, also when a
+    // callback throws.
+    struct AtEnd {
+        Impl& d;
+        ~AtEnd() {
+            d.arm();
+            if (d.tasksQueued()) d.ring();
+        }
+    } const atEnd{d};
     bool ran = d.runTasks(d.critical);
-    if (timerDue) {
-        ran |= d.runTimers();
-        d.arm();
-    }
+    if (timerDue) ran |= d.runTimers();
     for (int i = 0; i < ready; ++i) {
         auto const& watch = watches[static_cast<std::size_t>(i)];
         if (!watch) continue;
@@ -253,8 +260,6 @@ bool TaskSchedulerRoot::runOnce(double timeout) {
         ran = true;
     }
     ran |= d.runTasks(d.normal);
-    // A host that polls must be told of tasks that the tasks of this turn left behind.
-    if (d.tasksQueued()) d.ring();
     return ran;
 }
 

@@ -78,6 +78,34 @@ TEST(TaskSchedulerRoot, AHostLoopEmbedsItByOneDescriptor) {
     EXPECT_EQ(poll(&entry, 1, 0), 0);
 }
 
+TEST(TaskSchedulerRoot, WhatIsLeftWhenACallbackThrowsOrRunsTheLoopStillRuns) {
+    TaskSchedulerRoot loop;
+    pollfd entry{loop.pollFd(), POLLIN, 0};
+    std::string order;
+    loop.timerAdd(0, [] { throw 1; });
+    loop.timerAdd(0.01, [&] {
+        order += 'a';
+        while (order.size() < 2 && loop.runOnce(2)) {
+        }
+    });
+    loop.timerAdd(0.02, [&] {
+        order += 'b';
+        loop.taskAdd(Priority::normal, [] { throw 2; });
+        loop.taskAdd(Priority::normal, [&] { order += 'c'; });
+    });
+    int thrown = 0;
+    while (order.size() < 3) {
+        ASSERT_EQ(poll(&entry, 1, 2000), 1) << order;
+        try {
+            loop.runReady();
+        } catch (int) {
+            ++thrown;
+        }
+    }
+    EXPECT_EQ(order, "abc");
+    EXPECT_EQ(thrown, 2);
+}
+
 TEST(TaskSchedulerRoot, StopFromAnotherThreadEndsRun) {
     TaskSchedulerRoot loop;
     std::thread other([&] {
