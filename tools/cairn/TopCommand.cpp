@@ -96,7 +96,7 @@ std::vector<Line> compare(Samples const& before, Samples const& now, double seco
     return lines;
 }
 
-// A number in five places: 12345, 123k, 4.5M.
+// A number in five places: 12345, 9999k, 1234M.
 std::string brief(U64 n) {
     if (n < 100'000) return fmt::format("{}", n);
     if (n < 10'000'000) return fmt::format("{}k", n / 1000);
@@ -114,11 +114,12 @@ std::string shortName(std::string name) {
 void redraw(std::vector<Line> const& lines, bool colour) {
     // Home, and away with what stood below; without a terminal just another block.
     if (::isatty(STDOUT_FILENO)) fmt::print("\033[H\033[J");
-    fmt::print("{}{:<29} {:>7} {:>7} {:>7} {:>4} {:>5} {:>6} {}{}\n", colour ? "\033[1m" : "",
+    // 80 columns, the last one 12 wide.
+    fmt::print("{}{:<29} {:>7} {:>5} {:>6} {:>4} {:>5} {:>5} {}{}\n", colour ? "\033[1m" : "",
                "TABLE", "ENTRIES", "CHG/S", "LKUP/S", "RDRS", "SLEEP", "LAG", "WRITER",
                colour ? "\033[0m" : "");
     for (auto const& line : lines)
-        fmt::print("{:<29} {:>7} {:>7} {:>7} {:>4} {:>5} {:>6} {:.12}\n",
+        fmt::print("{:<29} {:>7} {:>5} {:>6} {:>4} {:>5} {:>5} {:.12}\n",
                    printable(shortName(line.table)), brief(line.entries), brief(line.changes),
                    brief(line.lookups), brief(line.readers), brief(line.sleeping), brief(line.lag),
                    printable(line.writer));
