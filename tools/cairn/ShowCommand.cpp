@@ -36,13 +36,16 @@ int getCommand(Common const& common, Words const& words) {
     if (source.af() != group.af())
         throw CommandError(badUse, fmt::format("source {} and group {} are of two address families",
                                                words[0], words[1]));
+    if (!(isV4(group) ? common.v4 : common.v6))
+        throw CommandError(badUse,
+                           fmt::format("group {} is not of the family asked for", words[1]));
     auto const values = keywords({words.begin() + 2, words.end()}, {"vrf", "name"});
     auto const value = [&](char const* key) {
         auto const found = values.find(key);
         return found == values.end() ? std::string() : found->second;
     };
     Listing listing = common.listing();
-    forEachView({common.v4 && isV4(group), common.v6 && !isV4(group), value("vrf"), value("name")},
+    forEachView({isV4(group), !isV4(group), value("vrf"), value("name")},
                 [&](RouteView const& view) {
                     if (auto const seen = view.get(source, group)) listing.print(view.row(*seen));
                 });
