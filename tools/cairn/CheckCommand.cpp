@@ -85,6 +85,7 @@ std::string exactTable(std::string name) {
 } // namespace
 
 int checkCommand(Common const& common, std::string const& text) {
+    Listing listing = common.listing();
     std::string const table = tableMeant(text, common.v4, common.v6);
     Mem::YokeRootPath const path(table);
     Progress const progress;
@@ -146,7 +147,6 @@ int checkCommand(Common const& common, std::string const& text) {
         if (!known) finding(fmt::format("unknown type {}", header->typeName));
     }
     progress.say("");
-    Listing listing = common.listing();
     auto const row = [&](bool sound) {
         return Row()
             .add("table", table)

@@ -150,13 +150,13 @@ std::string largestTable(Common const& common) {
 } // namespace
 
 int probeCommand(Common const& common, ProbeArguments const& arguments) {
+    Listing listing = common.listing();
     std::string const table = arguments.table.empty()
                                   ? largestTable(common)
                                   : tableMeant(arguments.table, common.v4, common.v6);
     if (!RouteTableName::ofRoute(table))
         throw CommandError(badUse, fmt::format("table {} holds no routes", table));
     Probe probe(table, arguments);
-    Listing listing = common.listing();
     BoardEntry board(table);
     board.post({});
     Tally all;

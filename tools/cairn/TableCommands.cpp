@@ -12,8 +12,10 @@
 
 #include <cstring>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace Cairn {
+
 int lsCommand(Common const& common) {
     Listing listing = common.listing();
     int result = done;
@@ -66,6 +68,9 @@ int printHeaders(std::string const& table, Mem::YokeRootPath const& path,
 } // namespace
 
 int statCommand(Common const& common, std::string const& text, bool headers) {
+    if (headers && common.json)
+        throw CommandError(badUse, "--headers is a text for people: it has no JSON form");
+    Listing listing = common.listing(); // an array even if there is nothing to tell
     std::string const table = tableMeant(text, common.v4, common.v6);
     Mem::YokeRootPath const path(table);
     auto const header = headerOf(path);
@@ -124,7 +129,6 @@ int statCommand(Common const& common, std::string const& text, bool headers) {
     if (!known) fact("damage", fmt::format("unknown type {}", header->typeName));
 
     if (common.json) {
-        Listing listing = common.listing();
         Row row;
         for (auto& [name, value] : facts) row.add(name, std::move(value));
         listing.print(row);

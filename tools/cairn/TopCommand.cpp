@@ -135,6 +135,7 @@ int topCommand(Common const& common, TopArguments const& arguments) {
     double const interval = arguments.interval;
     bool const colour = wantsColour(common.colour, stdout);
     bool const once = arguments.once || common.json;
+    Listing listing = common.listing();
     Samples before = takeSamples(common);
     double then = loop.now();
     if (!once) redraw(compare(before, before, interval), colour);
@@ -147,7 +148,6 @@ int topCommand(Common const& common, TopArguments const& arguments) {
         auto now = takeSamples(common);
         auto const lines = compare(before, now, loop.now() - then);
         if (once) {
-            Listing listing = common.listing();
             for (auto const& line : lines)
                 listing.print(Row()
                                   .add("table", line.table, Row::Hue::interface)
