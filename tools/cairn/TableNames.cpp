@@ -58,7 +58,8 @@ std::string tableMeant(std::string const& text, bool v4, bool v6) {
     for (auto const& table : tables)
         if (table.ends_with("/" + name) && ofFamily(table, v4, v6)) meant.push_back(table);
     if (meant.empty())
-        throw CommandError(noTable, fmt::format("no table \"{}\" below {}", text, base));
+        throw CommandError(
+            noTable, fmt::format("no table \"{}\" below {}", text, Dunlin::Util::baseDirectory()));
     if (meant.size() > 1)
         throw CommandError(badUse,
                            fmt::format("\"{}\" may be any of: {}", text, fmt::join(meant, ", ")));
