@@ -101,9 +101,9 @@ private:
         following_ = true;
         touched_.clear();
         lastWalk_ = routes_.readerCounters().syncSequence;
-        auto owner = routes_.owner();
-        std::replace(owner.begin(), owner.end(), ':', '-');
-        status("synchronised").add("writer", owner).add("routes", U64{routes_.members()});
+        status("synchronised")
+            .add("writer", writerOf(Mem::YokeRootPath(name_.route())).text())
+            .add("routes", U64{routes_.members()});
         emit();
         std::set<Key> gone;
         for (auto const& [key, seen] : printed_) gone.insert(key);
