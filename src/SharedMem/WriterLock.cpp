@@ -150,8 +150,9 @@ WriterLock WriterLock::acquireWriterLock(Dunlin::Platform::DebugHandler& handler
 }
 
 bool WriterLock::writerExists(RootPath const& rootPath) {
+    // To ask for a lock takes no right to write: any reader of the table may.
     Fd const file(
-        ::open(rootPath.file(SharedMem::OwnerFile::LOCK_NAME).c_str(), O_RDWR | O_CLOEXEC));
+        ::open(rootPath.file(SharedMem::OwnerFile::LOCK_NAME).c_str(), O_RDONLY | O_CLOEXEC));
     if (!file) return false;
     struct flock lock = byteLock(F_WRLCK, 1);
     return ::fcntl(file.get(), F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
