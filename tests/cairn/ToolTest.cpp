@@ -119,6 +119,8 @@ TEST_F(ToolTest, BadUseSaysWhatAndWhereAndTouchesNothing) {
         {{"get", "10.0.0.1"}, 2, "needs a source and a group"},
         {{"get", "10.0.0.1", "10.0.0.2"}, 2, "not a multicast"},
         {{"get", "10.0.0.1", "ff0e::1"}, 2, "two address families"},
+        {{"-6", "get", "10.0.0.1", "239.1.1.1"}, 2, "not of the family"},
+        {{"-j", "stat", "--headers", "no-such"}, 2, "no JSON form"},
         {{"stat", "no-such"}, 3, "no table \"no-such\""},
         {{"stat", "kernel/route"}, 2, "may be any of"},
         {{"-4", "-6", "show"}, 2, "-6"},
