@@ -113,17 +113,20 @@ void BriskMap<Ops>::init(Mem::CollectionDescriptor const& settings) {
     FMASSERT(!mounter_, "Brisk mounter should not exist");
     FMASSERT(!wanted.prevValue, "prevValue mount-time option enabled without specifying "
                                 "`captureNotifyValues property");
-    if (wanted.localMem || wanted.type == BriskType::writer) {
+    bool const writer = wanted.type == BriskType::writer;
+    auto const alive = alive_; // a callback of the client may end the front
+    if (wanted.localMem || writer) {
         startWriter();
     } else {
         FMASSERT(U32(wanted.type) >= 1 && U32(wanted.type) <= 3, "not a valid reader type:{}",
                  U32(wanted.type));
         startReader();
     }
+    if (!*alive) return;
     initialized_ = true;
-    if (wanted.type == BriskType::writer) {
+    if (writer) {
         callbacks_.quiescedNotify(true);
-        callbacks_.mountStatusNotify();
+        if (*alive) callbacks_.mountStatusNotify();
     }
 }
 
@@ -290,7 +293,9 @@ void BriskMap<Ops>::tryAttach() {
 
 template <class Ops>
 void BriskMap<Ops>::controlDetach() {
+    auto const alive = alive_;
     detach(true);
+    if (!*alive) return;
     mounter_.reset();
     initialized_ = false;
 }
@@ -359,6 +364,7 @@ bool BriskMap<Ops>::compareVersionAnchor(Mem::CacheVersionAnchor const& anchor) 
 }
 template <class Ops>
 void BriskMap<Ops>::validateVersionAnchorHookIs(VersionAnchorHook hook) {
+    FMTRACE(*handler_, 5, "{}", name_);
     anchorHook_ = hook;
     interface_->validateVersionAnchorHookIs(hook);
 }
