@@ -39,6 +39,8 @@ public:
     virtual Value const* directLookup(Key const& key, bool& found, void* out) const {
         return lookup(key, found, out);
     }
+    // The front goes away: nobody may be called back from now on.
+    virtual void abandon() {}
 
     Dunlin::Platform::DebugHandler& debugHandler() const { return *handler_; }
 

@@ -22,8 +22,6 @@ public:
     // Attaches to the table; true on success. `event` says for the trace what led here.
     virtual bool initialize(std::string const& event) = 0;
     virtual void detach(bool force) = 0;
-    // The front goes away: nobody may be called back from now on.
-    virtual void abandon() {}
     // Whether the table is sound.
     virtual bool validate() { return true; }
     virtual bool validateFiles() { return true; }

@@ -46,8 +46,6 @@ protected:
     void syncComplete() override = 0;
     void flushComplete() override = 0;
     void doFlushSlot(U32 slot) override = 0;
-    // Asks ahead for what `doSlot` will touch, without effect.
-    virtual void prefetchSlot(U32 slot) const = 0;
     // The private array's length.
     virtual U32 localCapacity() const = 0;
     // Brings the mappings up to date.
@@ -58,6 +56,8 @@ protected:
     virtual SharedMem::OrielId sharedOrielId() const = 0;
     // The shadow counts as attached from here on: the walk's callbacks see it so (A18).
     virtual void markRuntime() = 0;
+    // Asks ahead for what `doSlot` will touch, without effect.
+    virtual void prefetchSlot(U32 slot) const = 0;
 
     // Maps the queue and starts the first walk. False if there is no queue of this generation.
     bool initializeYarrow();
