@@ -159,6 +159,7 @@ void BriskMap<Ops>::startReader() {
         look(Mem::Sentry::eventInit_, false);
     } catch (Dunlin::InvalidInitializeException const& error) {
         mounter_.reset();
+        // A process that lives in a chroot may not see the tables: its front stays empty.
         if (!std::getenv("QZ_CHROOT")) throw;
         FMTRACE(*handler_, 1, "no sentry: {}", error.message());
     } catch (...) {

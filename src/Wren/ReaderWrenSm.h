@@ -58,7 +58,6 @@ public:
 
     // Let in by the writer.
     bool connected() const { return state_ >= State::awake; }
-    bool connecting() const { return state_ == State::greeted; }
     bool enabled() const { return enabled_; }
     // Positions told to the writer.
     U64 sequencesSent() const { return sequencesSent_; }
