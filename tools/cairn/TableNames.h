@@ -13,7 +13,7 @@ namespace Cairn {
 // Exit codes of the tool.
 enum ExitCode : int {
     done = 0,
-    nothingMatched = 1, // or sets differ
+    nothingMatched = 1,
     badUse = 2,         // or bad input
     noTable = 3,        // or not readable, or written by someone else
     damaged = 4,
