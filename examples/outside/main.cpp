@@ -18,14 +18,17 @@ static int read() {
     bool found = false;
     Table::Value route;
     reader.lookup(key, found, &route); // lock-free; the writer may go on meanwhile
-    if (found) std::printf("%s from %s\n", route.key().pretty().c_str(), route.iif().stringValue().c_str());
+    if (found)
+        std::printf("%s from %s\n", route.key().pretty().c_str(),
+                    route.iif().stringValue().c_str());
     return found ? 0 : 2;
 }
 
 int main(int argc, char** argv) {
     if (argc > 1) Dunlin::Util::baseDirectoryIs(argv[1]); // else CAIRN_BASE or /dev/shm/cairn
     auto trace = Dunlin::Platform::getDebugHandler("example", false);
-    Table::Writer writer(*trace, "example/route", Brisk::MapDescriptor(12000), {}, Table::typeName, {});
+    Table::Writer writer(*trace, "example/route", Brisk::MapDescriptor(12000), {}, Table::typeName,
+                         {});
     writer.initialize("start");
 
     Table::Value route(key);
@@ -34,11 +37,12 @@ int main(int argc, char** argv) {
     writer.write(route, true);
 
     std::fflush(stdout);
-    if (fork() == 0) _exit([] {
-        int const code = read();
-        std::fflush(stdout);
-        return code;
-    }());
+    if (fork() == 0)
+        _exit([] {
+            int const code = read();
+            std::fflush(stdout);
+            return code;
+        }());
     int status = 0;
     wait(&status);
     writer.cleanup(); // leave it out, and the table outlives this process

@@ -15,9 +15,10 @@ namespace Brisk {
 
 // The policy bundle of a table of `Value`, keyed by what its member function `getter` returns.
 template <class Key, class Value, auto getter>
-using OpsOf = Ops<Key, Value, KeyOps<Key, Value, KeyRetrieval<Key, Value, getter>, Hash<Key, true>>,
-                  ValueOps<Key, Value, Marshall<Value>, Allocator<Value>>, SlotAllocator<Key, Value>,
-                  Yarrow::YarrowWriter<Yarrow::BasicSlot, YarrowPos>, NullPrevValueAnchor>;
+using OpsOf =
+    Ops<Key, Value, KeyOps<Key, Value, KeyRetrieval<Key, Value, getter>, Hash<Key, true>>,
+        ValueOps<Key, Value, Marshall<Value>, Allocator<Value>>, SlotAllocator<Key, Value>,
+        Yarrow::YarrowWriter<Yarrow::BasicSlot, YarrowPos>, NullPrevValueAnchor>;
 
 } // namespace Brisk
 

@@ -27,13 +27,15 @@ struct Registry {
             std::size_t const equals = item.rfind('=');
             if (equals == std::string_view::npos) continue;
             set(std::string(item.substr(0, equals)),
-                static_cast<U16>(std::strtoul(std::string(item.substr(equals + 1)).c_str(),
-                                              nullptr, 16)));
+                static_cast<U16>(
+                    std::strtoul(std::string(item.substr(equals + 1)).c_str(), nullptr, 16)));
         }
     }
     void set(std::string const& name, U16 mask) {
-        if (name == "*") everywhere = mask;
-        else masks[name] = mask;
+        if (name == "*")
+            everywhere = mask;
+        else
+            masks[name] = mask;
     }
     U16 maskOf(std::string const& name) const {
         auto const found = masks.find(name);

@@ -52,6 +52,8 @@ std::string baseDirectory() {
     return directory;
 }
 
-void baseDirectoryIs(std::string const& directory) { chosenBase() = directory; }
+void baseDirectoryIs(std::string const& directory) {
+    chosenBase() = directory;
+}
 
 } // namespace Dunlin::Util
