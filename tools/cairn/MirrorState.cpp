@@ -31,11 +31,9 @@ void MirrorState::fold(KernelEvent const& event, double now) {
     case Kind::none:
         return;
     case Kind::routeNew:
-        ++counters_.routeMessages;
         foldRoute(event.route);
         return;
     case Kind::routeGone:
-        ++counters_.routeMessages;
         foldGone(event.route, now);
         return;
     case Kind::linkNew:

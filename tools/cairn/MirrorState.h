@@ -32,9 +32,8 @@ namespace Cairn {
 class MirrorState {
 public:
     struct Counters {
-        U64 messages = 0;      // folded, of any kind
-        U64 routeMessages = 0; // of them of routes
-        U64 unchanged = 0;     // told again as they were
+        U64 messages = 0;  // folded, of any kind
+        U64 unchanged = 0; // told again as they were
         U64 overruns = 0;
         U64 resyncs = 0;
         U64 confirmations = 0; // questions for routes missing from a dump
