@@ -24,10 +24,9 @@ public:
     OwnerFile(Dunlin::Platform::DebugHandler& handler, Mem::RootPath const& rootPath,
               bool localMem);
 
-    // Waits for other processes that attach to or remove this table; held until `unlock` or the
-    // handle's end. Raises InvalidInitializeException after the waiting time of WriterLock.
+    // Waits for other processes that attach to or remove this table; held until the handle's end.
+    // Raises InvalidInitializeException after the waiting time of WriterLock.
     void lock();
-    void unlock() { lock_.reset(); }
 
     // True for an absent or empty file (A37) and for a whole record of this boot.
     bool validate() const;
