@@ -266,10 +266,9 @@ std::vector<SharedMem::OrielId> BriskWriter<Ops>::idsInFiles() const {
 
 template <class Ops>
 SharedMem::OrielId BriskWriter<Ops>::newOrielId() const {
-    static U16 generation = 0;
     auto const taken = idsInFiles();
     for (;;) {
-        SharedMem::OrielId const id = static_cast<U16>(::getpid()) | static_cast<U32>(generation++)
+        SharedMem::OrielId const id = static_cast<U16>(::getpid()) | U32{Util::nextGeneration()}
                                                                          << 16;
         // 0 means "no id" (A14).
         if (id != 0 && std::find(taken.begin(), taken.end(), id) == taken.end()) return id;

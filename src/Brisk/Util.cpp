@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -49,6 +50,11 @@ void runningOnPhysicalDutIs(bool on) {
 }
 void strictValidationIs(bool on) {
     strict = on;
+}
+
+U16 nextGeneration() {
+    static std::atomic<U16> next{0};
+    return next++;
 }
 
 double secondsSince(double systemTime) {

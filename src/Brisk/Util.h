@@ -26,6 +26,9 @@ bool strictValidation();
 void runningOnPhysicalDutIs(bool on);
 void strictValidationIs(bool on);
 
+// Counts the table generations that this process names, of all value types; the first is 0.
+U16 nextGeneration();
+
 // Seconds between a time of the system clock and now.
 double secondsSince(double systemTime);
 
