@@ -111,6 +111,7 @@ bool BriskWriter<Ops>::attachAndValidate(bool force, SharedMem::OwnerFile& owner
         } while (orielId_ == 0 || std::find(taken.begin(), taken.end(), orielId_) != taken.end());
     }
     counters_ = {};
+    bucketCounters_ = {};
     table_.detach();
     U32 const slots = attachSlots();
     U32 const buckets = map_.buckets.attach(orielId_);
