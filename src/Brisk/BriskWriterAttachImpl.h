@@ -321,6 +321,9 @@ bool BriskWriter<Ops>::validateFiles() {
     if (localMem_) return true;
     map_.buckets.validateFile();
     Util::validateFile(handler, table_.memory.getFilename(), table_.memory.mappedSize());
+    if (table_.memory.replaced())
+        Dunlin::fmthrow<Dunlin::CorruptionDetectedException>("{} is not the mapped file",
+                                                             table_.memory.getFilename());
     queue_.validateFile();
     SharedMem::OrielFile(handler, rootPath_, localMem_).validate(orielId_);
     SharedMem::OwnerFile(handler, rootPath_, localMem_).validateFile();
