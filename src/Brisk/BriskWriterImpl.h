@@ -402,6 +402,9 @@ template <class Ops>
 void BriskWriter<Ops>::shrink() {
     if (!this->initialized()) return;
     assertNotResizing();
+    // The slot of an open direct operation, and the link to it, must stay where they are. The next
+    // remove asks again.
+    if (directSlot_ != noSlot) return;
     maybeShrinkSlots();
 }
 
