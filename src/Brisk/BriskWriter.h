@@ -7,7 +7,8 @@
 // an operation; its successor finds it and formats anew. A writer that died between two operations
 // leaves a table that is kept with all its entries.
 //
-// All operations run on one thread. Any CorruptionDetectedException leaves the mark set.
+// All operations run on one thread. A CorruptionDetectedException in the midst of a change leaves the
+// mark set; what is found before the change begins, or by a read, does not.
 #pragma once
 
 #include "Brisk/BriskInterface.h"
@@ -49,7 +50,8 @@ public:
     // Takes the table over. Raises InvalidInitializeException if another process writes it, or if
     // its files cannot be made, and MemoryResourceException.
     bool initialize(std::string const& event) override;
-    // Lets the table go; the files stay. Asserts that no direct operation on a new entry is open.
+    // Lets the table go; the files stay. Asserts that no direct operation on a new entry is open, and
+    // that it is not called by a task in the middle of a resize.
     void detach(bool force) override;
     bool validate() override;
     // Raises CorruptionDetectedException if the files on disk are not those in use.

@@ -370,6 +370,7 @@ void BriskWriter<Ops>::cleanup() {
 template <class Ops>
 void BriskWriter<Ops>::detach(bool) {
     auto& handler = this->debugHandler();
+    assertNotResizing();
     if (directSlot_ != noSlot && directNew_)
         FMASSERT(false,
                  "unbalanced directSlot:{} containing value:{} - Make sure the DirectIs/Commit are "
