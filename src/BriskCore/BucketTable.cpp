@@ -74,13 +74,13 @@ U32 BucketWriter<L>::attach(SharedMem::OrielId orielId) {
     detach();
     std::size_t const existing = memory_.memSize();
     if (existing > 0) {
-        std::size_t const whole = std::max(existing, sizeof(Header));
-        if (void* const base = memory_.attach(whole, Mem::Mode::writer)) {
+        // No more than the header before the count is known: behind the buckets in use the file may
+        // be a hole that a halving left, and there may be no room to fill it.
+        if (void* const base = memory_.attach(sizeof(Header), Mem::Mode::writer)) {
             auto const* header = static_cast<Header const*>(base);
             std::string message;
             if (Table::validate(*header, orielId, existing, message)) {
-                adopt(base);
-                resize(Mem::observe(header_->size).numBuckets);
+                resize(Mem::observe(header->size).numBuckets);
                 return 2;
             }
             FMTRACE(*handler_, 1, "{}: {}", memory_.getFilename(), message);

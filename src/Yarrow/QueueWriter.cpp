@@ -61,10 +61,23 @@ U32 QueueWriter::attach(SharedMem::OrielId orielId) {
     detach();
     U32 const result = judge(orielId);
     if (result == keptFiles) {
-        for (auto& file : files_)
-            if (!file.attach(file.memSize(), Mem::Mode::writer))
+        auto const mapped = [](auto& file, void const* base) {
+            if (!base)
                 Dunlin::fmthrow<Dunlin::InvalidInitializeException>(
                     "cannot attach to {}: {}", file.getFilename(), file.reason());
+        };
+        // No more than is in use: behind that a file may be a hole that a larger table has left, and
+        // there may be no room to fill it.
+        for (U32 const which : {0U, 1U})
+            mapped(files_[which],
+                   files_[which].attach(Mem::roundToPage(TableView::entriesOffset(which)),
+                                        Mem::Mode::writer));
+        U32 const active =
+            static_cast<ControlHeader const*>(files_[0].data())->activeGeneration & 1;
+        U32 const capacity = TableView(files_[active].data(), active).header().capacity;
+        if (std::size_t const size = TableView::fileSize(capacity, active);
+            size > files_[active].mappedSize())
+            mapped(files_[active], files_[active].resize(size));
         orielId_ = orielId;
         takeOver();
     } else {
