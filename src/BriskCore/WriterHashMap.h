@@ -65,7 +65,7 @@ private:
     void checkRhash(Slot const& slot, U32 index);
     void countStep(U32& slotCount);
     void give(Slot& slot, U32 index, U32 bucket, Value& value, Brisk::IterHint& hint);
-    bool endOfTable(U32 bucket);
+    void verifyEndOfTable(U32 bucket) const;
     bool nextSlow(Key const& key, Value& value, Brisk::IterHint& hint);
     void prefetchChains(U32 bucket, U32 end);
     [[noreturn]] static void notOccupied(U32 index);

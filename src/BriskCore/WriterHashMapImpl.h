@@ -116,14 +116,13 @@ void WriterHashMap<W, V>::verifyNextBucket(U32 bucket, U32 nextBucket) const {
 
 // The end of the table was reached in `bucket`, which must be the last one.
 template <class W, class V>
-bool WriterHashMap<W, V>::endOfTable(U32 bucket) {
+void WriterHashMap<W, V>::verifyEndOfTable(U32 bucket) const {
     U32 const count = buckets.numBuckets();
     if (bucket != count - 1)
         Dunlin::fmthrow<Dunlin::CorruptionDetectedException>(
             "thinks we've reached the end of the table, but we're in bucket {} when there are "
             "numBuckets: {}",
             bucket, count);
-    return false;
 }
 
 template <class W, class V>
@@ -152,8 +151,9 @@ bool WriterHashMap<W, V>::first(U32 bucket, Value& value, Brisk::IterHint& hint)
     U32 bucketCount = 0;
     while (link.endsChain()) {
         if (link.endsTable()) {
+            verifyEndOfTable(bucket);
             FMTRACE(*handler_, 8, "none found!");
-            return endOfTable(bucket);
+            return false;
         }
         if (++bucketCount >= buckets.numBuckets())
             Dunlin::fmthrow<Dunlin::CorruptionDetectedException>(
@@ -189,8 +189,9 @@ bool WriterHashMap<W, V>::next(Key const& keyIs, Value& value, Brisk::IterHint& 
     // The hint's bucket may be older than a doubling; the slot's own hash is not (A44, H-link-3).
     U32 const bucket = bucketOf(Dunlin::Util::reverse(Mem::peek(at.rhash)));
     if (link.endsTable()) {
+        verifyEndOfTable(bucket);
         FMTRACE(*handler_, 9, "{} failed", key);
-        return endOfTable(bucket);
+        return false;
     }
     if (link.endsChain()) {
         verifyNextBucket(bucket, link.bucket());
@@ -237,8 +238,9 @@ bool WriterHashMap<W, V>::nextSlow(Key const& key, Value& value, Brisk::IterHint
         FMTRACE(*handler_, 9, "{} next slotId {} success {}", key, link.next, index);
     }
     if (link.endsTable()) {
+        verifyEndOfTable(bucket);
         FMTRACE(*handler_, 9, "{} failed", key);
-        return endOfTable(bucket);
+        return false;
     }
     verifyNextBucket(bucket, link.bucket());
     FMTRACE(*handler_, 9, "{} next bucket {}", key, link.bucket());
