@@ -173,7 +173,6 @@ private:
     std::string typeName_;
     bool owner_ = false; // this writer's identity stands in the owner file
     bool criticalTaskCheck_;
-    bool dumpToCore_;
     bool resizing_ = false;
     bool slotsAside_ = false; // the slot file waits under its temporary name
     Mem::WriterLock writerLock_;

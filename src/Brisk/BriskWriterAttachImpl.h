@@ -32,12 +32,12 @@ BriskWriter<Ops>::BriskWriter(Dunlin::Platform::DebugHandler& handler, std::stri
                                          .trackMemory = d.trackMemory,
                                          .maxLag = d.maxLag},
              this),
-      typeName_(type), criticalTaskCheck_(d.criticalTask), dumpToCore_(d.dumpToCore) {
+      typeName_(type), criticalTaskCheck_(d.criticalTask) {
     if (d.trackMemory) {
         table_.memory.enable();
         map_.buckets.trackMemory();
     }
-    if (dumpToCore_) {
+    if (d.dumpToCore) {
         map_.buckets.dumpToCoreIs(true);
         table_.memory.dumpToCoreIs(true);
         queue_.dumpToCoreIs(true);

@@ -128,7 +128,8 @@ void SlotWriterTable<Ops>::resize(U32 newNumSlots) {
     }
     // The anchor outlives the old mapping (A16): it follows, or is lost with the part cut off.
     if (anchor.base) {
-        if (std::size_t{anchor.offset} + sizeof(U32) > size) anchor.offset = 0xffffffff;
+        if (std::size_t{anchor.offset} + sizeof(U32) > size)
+            anchor.offset = Mem::VersionAnchor::lost;
         anchor.base = base;
     }
     header = static_cast<Header*>(base);

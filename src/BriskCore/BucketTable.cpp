@@ -226,13 +226,12 @@ void BucketReader<L>::detach() {
 }
 
 template <class L>
-bool BucketReader<L>::adopt(void const* base, typename Table::Size size) {
+void BucketReader<L>::adopt(void const* base, typename Table::Size size) {
     buckets = static_cast<Header const*>(base);
     entries_ = reinterpret_cast<L const*>(static_cast<char const*>(base) + sizeof(Header));
     localNumBuckets = size.version;
     numBuckets = size.numBuckets;
     bucketFactor = static_cast<U32>(std::countr_zero(size.numBuckets));
-    return true;
 }
 
 // The count is published after the file has grown, so a file that is too short for it is either

@@ -56,9 +56,6 @@ namespace Bucket {
 struct WriterCounters {
     U32 remaps = 0;
 };
-struct ReaderCounters {
-    U32 remaps = 0;
-};
 } // namespace Bucket
 
 template <class L>
@@ -166,7 +163,7 @@ public:
 
 private:
     [[noreturn]] void resized() const;
-    bool adopt(void const* base, typename Table::Size size);
+    void adopt(void const* base, typename Table::Size size);
 
     Dunlin::Platform::DebugHandler* handler_;
     Mem::Tracked<Mem::SharedMemWrapper> memory_;

@@ -3,8 +3,8 @@
 // does not depend on the bucket count, so buckets double and halve while readers keep walking: no
 // slot moves, and each step is one 8-byte store.
 //
-// `WriterType` gives `Ops`, `slotTable()`, `prefetchSlot()` and `criticalTaskCheck()`. Everything here
-// runs on the writer's thread. Every inconsistency found on a walk raises
+// `WriterType` gives `Ops`, `Slot`, `slotTable()`, `prefetchSlot()` and `criticalTaskCheck()`.
+// Everything here runs on the writer's thread. Every inconsistency found on a walk raises
 // CorruptionDetectedException; nothing is mended.
 #pragma once
 
@@ -59,7 +59,7 @@ public:
     void validatorIs(ValidatorType* validator) { validator_ = validator; }
 
 private:
-    // Takes the slot a walk has come to, or raises. `where` forms the text for a free one.
+    // Takes the slot a walk has come to, or raises.
     Slot& occupiedSlot(U32 index);
     void checkBucket(Slot const& slot, U32 index, U32 bucket);
     void checkRhash(Slot const& slot, U32 index);
