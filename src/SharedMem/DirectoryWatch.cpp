@@ -90,7 +90,6 @@ struct DirectoryWatch::Hub {
 
 DirectoryWatch::Hub& DirectoryWatch::hub() {
     static auto& hub = *new Hub; // never destroyed: a front may be a static object
-    hub.ensureOpen();
     return hub;
 }
 
@@ -106,6 +105,7 @@ DirectoryWatch::~DirectoryWatch() {
 // First the watch, then the look: what appears in between is then either seen or told (H-file-7).
 void DirectoryWatch::arm() {
     Hub& here = hub();
+    here.ensureOpen();
     for (;;) {
         std::string const wanted = nearestExisting(directory_);
         int const watch = ::inotify_add_watch(here.inotify.get(), wanted.c_str(), interest);
