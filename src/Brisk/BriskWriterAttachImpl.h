@@ -302,8 +302,10 @@ bool BriskWriter<Ops>::validate(SharedMem::OrielId orielId, bool checkOwner) {
         FMTRACE(handler, 0, "Brisk {} validation failed: {}", rootPath_.text(), message);
         lastFinding_ = message;
     }
-    if (checkOwner && !localMem_)
-        sound &= SharedMem::OwnerFile(handler, rootPath_, localMem_).validate();
+    if (checkOwner && !SharedMem::OwnerFile(handler, rootPath_, localMem_).validate(message)) {
+        lastFinding_ = message;
+        sound = false;
+    }
     return sound;
 }
 
