@@ -301,6 +301,7 @@ template <class Ops>
 auto BriskWriter<Ops>::lookup(Key const& key, bool& found, void* out) const -> Value const* {
     assertNotResizing();
     ++table_.counters->lookups;
+    found = false; // also where the walk raises
     U32 const hash = this->ops_.hash(key);
     U32 const bucket = map_.bucketOf(hash);
     Slot* const slot = map_.lookup(key, bucket, hash);
