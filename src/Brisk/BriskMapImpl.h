@@ -53,8 +53,7 @@ void BriskMap<Ops>::installDummy() {
     interface_ = makeDummy(std::move(interface_));
 }
 
-// --- Taking up a role
-// -----------------------------------------------------------------------------
+// ---- taking up a role ----
 
 template <class Ops>
 void BriskMap<Ops>::init(BriskType type, bool localMem, U32 size) {
@@ -168,8 +167,7 @@ void BriskMap<Ops>::startReader() {
     }
 }
 
-// --- The writer comes and goes
-// --------------------------------------------------------------------
+// ---- the writer comes and goes ----
 
 template <class Ops>
 void BriskMap<Ops>::attach(std::string const& event) {
@@ -308,8 +306,7 @@ void BriskMap<Ops>::cleanupAndDetach() {
     controlDetach();
 }
 
-// --- Callbacks
-// ------------------------------------------------------------------------------------
+// ---- callbacks ----
 
 // While the keys are silenced, the client's own callbacks wait among the saved ones.
 template <class Ops>
@@ -346,8 +343,7 @@ void BriskMap<Ops>::notifyingIs(bool on) {
     if (on && mounter_) (*mounter_)(Mem::Sentry::eventNotifEnabled_, false);
 }
 
-// --- Forwarders
-// -----------------------------------------------------------------------------------
+// ---- forwarders ----
 
 template <class Ops>
 void BriskMap<Ops>::validateVersionAnchor() const {
@@ -479,8 +475,7 @@ bool BriskMap<Ops>::disconnectedActiveReader() const {
            !interface_->connected();
 }
 
-// --- Contents
-// -------------------------------------------------------------------------------------
+// ---- contents ----
 
 template <class Ops>
 auto BriskMap<Ops>::safeLookup(Key const& key, bool& found, void* out) const -> Value const* {

@@ -33,8 +33,7 @@ void BriskShadow<Ops>::abandon() {
     reader_.detach(false);
 }
 
-// --- Life
-// -----------------------------------------------------------------------------------------
+// ---- life ----
 
 template <class Ops>
 bool BriskShadow<Ops>::initialize(std::string const& event) {
@@ -158,8 +157,7 @@ std::string BriskShadow<Ops>::dumpHeaders() const {
     return yarrowReader.headersToString() + reader_.dumpHeaders();
 }
 
-// --- Slots
-// ----------------------------------------------------------------------------------------
+// ---- slots ----
 
 template <class Ops>
 bool BriskShadow<Ops>::doSlot(Yarrow::BasicSlot slot, Wren::Sequence sequence, bool compare) {
@@ -189,8 +187,7 @@ void BriskShadow<Ops>::shadowDelete(Key const& key) {
     if (map_) map_->callbacks().deleteNotify(key);
 }
 
-// --- The interface
-// --------------------------------------------------------------------------------
+// ---- the interface ----
 
 template <class Ops>
 void BriskShadow<Ops>::notifyingIs(bool on) {

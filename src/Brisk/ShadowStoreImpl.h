@@ -44,8 +44,7 @@ U32 ShadowStore<Slot>::liveNumSlots() const {
     return readerTable_.header ? Mem::observe(readerTable_.header->numSlots).value : 0;
 }
 
-// --- Bringing a slot up to date
-// -------------------------------------------------------------------
+// ---- bringing a slot up to date ----
 
 // Makes the array hold `index`; false if there is no such slot any more.
 template <class Slot>
@@ -342,8 +341,7 @@ void ShadowStore<Slot>::doFlushSlot(U32 index) {
     }
 }
 
-// --- Giving memory back
-// ---------------------------------------------------------------------------
+// ---- giving memory back ----
 
 template <class Slot>
 void ShadowStore<Slot>::tryShrink() {
@@ -383,8 +381,7 @@ void ShadowStore<Slot>::disable() {
         numSlots_ = 0;
 }
 
-// --- Reading
-// --------------------------------------------------------------------------------------
+// ---- reading ----
 
 template <class Slot>
 auto ShadowStore<Slot>::lookup(Key const& key, bool& found, void* out) -> Value const* {

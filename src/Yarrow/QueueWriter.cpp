@@ -33,8 +33,7 @@ QueueWriter::~QueueWriter() {
     detach();
 }
 
-// --- Attach
-// ---------------------------------------------------------------------------------------
+// ---- attach ----
 
 U32 QueueWriter::judge(SharedMem::OrielId orielId) const {
     if (options_.localMem) return madeNew;
@@ -225,8 +224,7 @@ std::string QueueWriter::headersToString() const {
                        toString(TableView(files_[1].data(), 1).header()));
 }
 
-// --- Notifications
-// --------------------------------------------------------------------------------
+// ---- notifications ----
 
 // Readers: QueueReader::next, QueueReader::validateNotif.
 //
@@ -384,8 +382,7 @@ bool QueueWriter::reserveTable(U32 which, U32 live) {
     return TableView::capacityOf(file.mappedSize(), which) > live;
 }
 
-// --- The corral
-// -----------------------------------------------------------------------------------
+// ---- the corral ----
 
 void QueueWriter::markShrinkStart() {
     FMASSERT(corralStart() == 0, "corral already stands, start:{} end:{}", corralStart(),
@@ -430,8 +427,7 @@ void QueueWriter::dissolveCorral() {
     Mem::publish(control_->corralEnd, 0);
 }
 
-// --- Told by the doorbell
-// -------------------------------------------------------------------------
+// ---- told by the doorbell ----
 
 void QueueWriter::listening() {
     maybeDissolveCorral();
