@@ -1,9 +1,9 @@
 // A table's file mapped into memory, or local memory in its place, behind one interface.
 //
 // Promise to readers: a file never gets shorter while its inode lives, so a reader that holds a
-// longer mapping than the table needs reads zeros, not a signal (H-file-1). A new generation of a
-// file is built in a new inode and renamed over the old name (H-file-2): whoever has the old one
-// mapped keeps it.
+// longer mapping than the table needs reads zeros, not a signal (H-file-1, with the one gap it
+// tells of). A new generation of a file is built in a new inode and renamed over the old name
+// (H-file-2): whoever has the old one mapped keeps it.
 #pragma once
 
 #include "SharedMem/LocalMem.h"
