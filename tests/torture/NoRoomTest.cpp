@@ -4,6 +4,9 @@
 #include "tests/support/TempBase.h"
 #include "tests/torture/Scenarios.h"
 
+#include "SharedMem/FileUtil.h"
+
+#include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <sched.h>
@@ -73,6 +76,29 @@ TEST(NoRoom, AnyLimitOfSizeStopsGrowthAndNothingElse) {
         if (code == notAllowed) GTEST_SKIP() << "mounting a file system of one's own needs privileges";
         EXPECT_EQ(code, 0);
     }
+}
+
+// What a shrink has given back is not asked for again by the next writer.
+TEST(NoRoom, ATableThatShrankIsKeptWhereItsHolesFindNoRoom) {
+    int const code = onTinyFileSystem(4096, [](std::string const& directory) {
+        Brisk::MapDescriptor descriptor(4096);
+        descriptor.shrinkable = descriptor.shrinkBuckets = true;
+        State state;
+        auto writer = T::writer("shrunk", descriptor);
+        if (!writer->initialize("test")) return 1;
+        for (U32 key = 0; key < 4096; ++key) T::write(*writer, state, key, 1);
+        for (U32 key = 16; key < 4096; ++key) T::remove(*writer, state, key);
+        writer->detach(false);
+        constexpr off_t left = 32 << 10;
+        auto const room = static_cast<off_t>(std::filesystem::space(directory).available);
+        Mem::Fd const filler(::open((directory + "/filler").c_str(), O_RDWR | O_CREAT, 0600));
+        if (room < left || ::posix_fallocate(filler.get(), 0, room - left) != 0) return 2;
+        auto next = T::writer("shrunk", descriptor);
+        if (!next->initialize("again")) return 3;
+        return T::walked(*next) == state ? 0 : 4;
+    });
+    if (code == notAllowed) GTEST_SKIP() << "mounting a file system of one's own needs privileges";
+    EXPECT_EQ(code, 0);
 }
 
 TEST(NoRoom, AReadOnlyDirectoryIsANamedException) {
