@@ -117,9 +117,15 @@ struct GenericIfValueMethods {
     static void genericIfStrepToValue(void* to, String const& text, VomoType) {
         *static_cast<T*>(to) = strepToValue(text, static_cast<T*>(nullptr));
     }
+    // A stream that ends too early leaves the object as it was.
+    static void genericIfRead(NboAttrLog::In* in, void* to) {
+        T v;
+        readField<T>(in, &v);
+        *static_cast<T*>(to) = v;
+    }
     static constexpr ValueMethods vtable_{
-        genericIfConstruct, genericIfDestruct,     genericIfHash, voidPtrIs,   {},
-        genericIfStrRep,    genericIfStrepToValue, writeField<T>, readField<T>};
+        genericIfConstruct, genericIfDestruct,     genericIfHash, voidPtrIs,    {},
+        genericIfStrRep,    genericIfStrepToValue, writeField<T>, genericIfRead};
 };
 
 // Of an enum of width U: an object is the number.
