@@ -141,6 +141,7 @@ void writeField(NboAttrLog::Out& out, void const* field) {
     else
         out << *static_cast<F const*>(field);
 }
+// Into an object that is being made: one that cannot be read whole is dropped.
 template <class F>
 void readField(NboAttrLog::In* in, void* field) {
     if constexpr (isLogWord<F>)
@@ -148,7 +149,7 @@ void readField(NboAttrLog::In* in, void* field) {
     else if constexpr (std::is_same_v<F, String>)
         *static_cast<F*>(field) = in->nextString();
     else if constexpr (std::is_trivially_destructible_v<F>)
-        std::construct_at(static_cast<F*>(field), in, StreamBogon{}); // in its place, not copied there
+        std::construct_at(static_cast<F*>(field), in, StreamBogon{}); // not copied there
     else
         *static_cast<F*>(field) = F(in, StreamBogon{});
 }

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 
 namespace {
 
@@ -99,6 +100,30 @@ TEST(NoRoom, ATableThatShrankIsKeptWhereItsHolesFindNoRoom) {
     });
     if (code == notAllowed) GTEST_SKIP() << "mounting a file system of one's own needs privileges";
     EXPECT_EQ(code, 0);
+}
+
+TEST(NoRoom, NoDescriptorsIsANamedException) {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "UBSan looks at objects through a pipe, and would find no descriptors for it";
+#endif
+    TempBase const base;
+    Child child([&](Child&) {
+        auto writer = T::writer("descriptors", Brisk::MapDescriptor(64));
+        rlimit usual{};
+        getrlimit(RLIMIT_NOFILE, &usual);
+        rlimit const limited{3, usual.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &limited);
+        try {
+            writer->initialize("test");
+            return 1;
+        } catch (Dunlin::Exception const&) {
+        }
+        setrlimit(RLIMIT_NOFILE, &usual);
+        if (!writer->initialize("test")) return 2;
+        writer->write(Value(1, 1), true);
+        return writer->members() == 1 ? 0 : 3;
+    });
+    EXPECT_EQ(child.join(), 0);
 }
 
 TEST(NoRoom, AReadOnlyDirectoryIsANamedException) {
