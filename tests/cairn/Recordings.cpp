@@ -12,7 +12,7 @@ namespace CairnTest {
 using namespace Cairn;
 
 std::string recordingPath(std::string const& name) {
-    return std::string(CAIRN_TEST_DATA) + "/" + name;
+    return CAIRN_TEST_DATA "/" + name;
 }
 
 std::string readRecording(std::string const& name) {
