@@ -76,6 +76,9 @@ private:
     bool find(Sequence above, Found& found);
     void mapTable(U32 which, U32 capacity);
     bool refind();
+    bool fetch();
+
+    static constexpr U32 fetchedAtOnce = 8; // entries of a cache line
 
     Mem::Tracked<Mem::SharedMemWrapper> files_[2];
     ControlHeader const* control_ = nullptr;
@@ -83,6 +86,8 @@ private:
     Sequence base_ = 0;
     U32 index_ = 0;
     U32 limit_ = 0;
+    U32 fetched_ = 0; // entries from index_ up to here stand in ahead_, each at its number modulo 8
+    Entry ahead_[fetchedAtOnce] = {};
     Sequence head_ = 0; // loaded before limit_
     Sequence last_ = 0;
     U32 slot_ = 0;
