@@ -99,6 +99,9 @@ public:
     virtual ~Road() = default;
     // Makes one change, of the i-th of the records.
     virtual void change(U32 i) = 0;
+    virtual void changeAll(std::vector<U32> const& order) {
+        for (U32 const i : order) change(i);
+    }
     // Whether the reader has fallen asleep, if it ever does.
     virtual bool readerSleeps() = 0;
     // The writer's part of waiting.
@@ -123,7 +126,7 @@ public:
         U64 const before = told_->count;
         while (!readerSleeps()) turn();
         U64 const start = wallNs();
-        for (U32 const i : order) change(i);
+        changeAll(order);
         while (told_->count < before + order.size()) turn();
         return static_cast<double>(told_->lastAt - start) / static_cast<double>(order.size());
     }
@@ -159,6 +162,12 @@ public:
         });
     }
     void change(U32 i) override { writer_->write(routes_[i], true); }
+    void changeAll(std::vector<U32> const& order) override {
+        std::vector<Route const*> changed;
+        changed.reserve(order.size());
+        for (U32 const i : order) changed.push_back(&routes_[i]);
+        writer_->writeAll(changed);
+    }
     bool readerSleeps() override { return writer_->queue().wren().sleepingReaders() == 1; }
     void turn() override { loop().runOnce(0); }
 

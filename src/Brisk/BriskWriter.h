@@ -23,6 +23,7 @@
 
 #include <functional>
 #include <memory>
+#include <span>
 #include <vector>
 
 namespace Brisk {
@@ -87,6 +88,9 @@ public:
     // Raises TableFullException for a full fixed-size table and MemoryResourceException where the
     // file cannot grow, both with the table as it was.
     Value const* write(Value const& value, bool overwrite) override;
+    // Writes the values one after the other, overwriting, and asks for the memory of each one ahead
+    // of its turn. What `write` raises ends it, with the values before that one written.
+    void writeAll(std::span<Value const* const> values);
     bool remove(Key const& key, Value& value) override;
     // The result points into the table; `out` is filled only with the default value of a miss.
     Value const* lookup(Key const& key, bool& found, void* out) const override;
@@ -115,9 +119,9 @@ public:
     void prefetchSlot(U32 index) const {
         if (index > table_.slots.maxIndex) return;
         auto const* const slot = reinterpret_cast<char const*>(table_.slots.base + index);
-        for (std::size_t line = 64; line < sizeof(Slot); line += 64)
-            __builtin_prefetch(slot + line, 1);
-        __builtin_prefetch(slot + sizeof(Slot) - 1, 1);
+        for (std::size_t line = 0; line < sizeof(Slot); line += 64)
+            Mem::prefetchToStore(slot + line);
+        Mem::prefetchToStore(slot + sizeof(Slot) - 1);
         queue_.prefetchPosition(index);
     }
 

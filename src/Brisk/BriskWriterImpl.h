@@ -108,6 +108,44 @@ auto BriskWriter<Ops>::write(Value const& value, bool overwrite) -> Value const*
     return &slot.value;
 }
 
+// What is asked for must have come before it tells what to ask for next: each value goes through
+// stages, so many values apart.
+template <class Ops>
+void BriskWriter<Ops>::writeAll(std::span<Value const* const> values) {
+    constexpr std::size_t stage = 6, stages = 5, kept = 32;
+    static_assert(stage * stages <= kept);
+    struct Coming {
+        U32 hash;
+        U32 slot;
+    } coming[kept];
+    std::size_t const count = values.size();
+    for (std::size_t turn = 0; turn < count + stage * stages; ++turn) {
+        // The value that has reached the given stage, if there is one.
+        std::size_t at = turn;
+        if (at < count) {
+            auto const* const value = reinterpret_cast<char const*>(values[at]);
+            for (std::size_t line = 0; line < sizeof(Value); line += 64)
+                __builtin_prefetch(value + line);
+            __builtin_prefetch(value + sizeof(Value) - 1);
+        }
+        if (at -= stage; at < count) {
+            U32 const hash = this->ops_.hash(Ops::key(*values[at]));
+            coming[at % kept].hash = hash;
+            map_.prefetchBucket(hash);
+        }
+        if (at -= stage; at < count) {
+            Coming& it = coming[at % kept];
+            prefetchSlot(it.slot = map_.headOf(it.hash));
+        }
+        if (at -= stage; at < count) {
+            Coming& it = coming[at % kept];
+            prefetchSlot(it.slot = map_.behind(it.slot, it.hash));
+        }
+        if (at -= stage; at < count) queue_.prefetchEntry(coming[at % kept].slot);
+        if (at -= stage; at < count) write(*values[at], true);
+    }
+}
+
 // Rewrites an occupied slot in place. Neither its link nor its hash is touched.
 // Readers: SlotReaderTable::readSlot, readMatch.
 //

@@ -36,6 +36,12 @@ public:
     // The slot of `key`, without the places around it; null if it is not there.
     Slot* lookup(Key const& key, U32 bucket, U32 hash);
 
+    // For who asks ahead: the cell of a hash's bucket; the first slot of its chain, noSlot if it is
+    // empty; and the slot behind one that is not of that hash. Anything may stand there.
+    void prefetchBucket(U32 hash) { __builtin_prefetch(&buckets[bucketOf(hash)]); }
+    U32 headOf(U32 hash) { return Mem::peek(buckets[bucketOf(hash)]).next; }
+    U32 behind(U32 slot, U32 hash);
+
     // The first entry at or behind `bucket` in list order; false at the end of the table.
     bool first(U32 bucket, Value& value, Brisk::IterHint& hint);
     // The entry that follows `key`, which need not be in the table any more. `key` may lie inside

@@ -104,6 +104,14 @@ auto WriterHashMap<W, V>::lookup(Key const& key, U32 bucket, U32 hash) -> Slot* 
 }
 
 template <class W, class V>
+U32 WriterHashMap<W, V>::behind(U32 slot, U32 hash) {
+    auto const& slots = writer_->slotTable().slots;
+    if (slot > slots.maxIndex) return slot;
+    Slot const& at = slots.base[slot];
+    return Mem::peek(at.rhash) == Dunlin::Util::reverse(hash) ? slot : Mem::peek(at.link).next;
+}
+
+template <class W, class V>
 void WriterHashMap<W, V>::verifyNextBucket(U32 bucket, U32 nextBucket) const {
     U32 const count = buckets.numBuckets();
     U32 const wanted = bucket < count / 2

@@ -7,6 +7,7 @@
 //   storesStayBefore    earlier stores show before later ones
 //   loadsStayBefore     earlier loads are done before later ones
 //   copyBytes           raw copy of a value; the version word beside it finds a torn one
+//   prefetchToStore     asks ahead for a cache line that will be stored to; no effect
 //
 // On x86-64 each of the first four is one mov and the two fences are nothing, so the writer's path
 // holds no locked instruction and no fence instruction; a check disassembles the objects.
@@ -140,6 +141,16 @@ inline void copyBytes(void* to, void const* from, std::size_t size) {
     std::atomic_signal_fence(std::memory_order_seq_cst);
     std::memcpy(to, from, size);
     std::atomic_signal_fence(std::memory_order_seq_cst);
+#endif
+}
+
+// Asks for the cache line of `address` as the owner, so that a store to it waits for no other
+// processor. The compiler's own prefetch with intent to write is one for reading on plain x86-64.
+inline void prefetchToStore(void const* address) {
+#ifdef __x86_64__
+    asm volatile("prefetchw %0" : : "m"(*static_cast<char const*>(address)));
+#else
+    __builtin_prefetch(address, 1);
 #endif
 }
 

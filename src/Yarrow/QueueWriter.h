@@ -53,10 +53,10 @@ public:
     // Ask ahead, without effect, for what `notifySlot` will touch: first the slot's position, then
     // the entry there.
     void prefetchPosition(U32 slot) const {
-        if (slot < numPositions_) __builtin_prefetch(positions_ + slot, 1);
+        if (slot < numPositions_) Mem::prefetchToStore(positions_ + slot);
     }
     void prefetchEntry(U32 slot) const {
-        if (U32 const at = position(slot); at != ~0U) __builtin_prefetch(&table_.entry(at), 1);
+        if (U32 const at = position(slot); at != ~0U) Mem::prefetchToStore(&table_.entry(at));
     }
     // Withdraws the slot's live entry, if it has one. Inside a move, the slot's contents are taken
     // to be in the slot announced last.

@@ -4,6 +4,7 @@
 
 #include "Brisk/TableFullException.h"
 
+#include <array>
 #include <random>
 #include <set>
 
@@ -132,6 +133,31 @@ TEST_F(Table, AFixedSizeTableIsFullAndStaysSound) {
     w->remove(TestKey(0), old);
     w->write(TestValue(TestKey(3), 0), true);
     EXPECT_EQ(walk(*w).size(), 3U);
+    // Of many at once those stand that came before the one there was no room for.
+    TestValue const changed(TestKey(1), 7), extra(TestKey(4), 7), late(TestKey(2), 7);
+    EXPECT_THROW(w->writeAll(std::array{&changed, &extra, &late}), Brisk::TableFullException);
+    EXPECT_EQ(walk(*w), (std::map<U32, U64>{{1, 7}, {2, 0}, {3, 0}}));
+    EXPECT_TRUE(w->validate());
+}
+
+TEST_F(Table, ManyAtOnceAreWrittenInTheirOrder) {
+    auto w = writer(MapDescriptor(5000));
+    std::mt19937 random(3);
+    std::map<U32, U64> expected;
+    U64 written = 0;
+    for (U32 const count : {0U, 1U, 5U, 31U, 3000U}) { // grows slots and buckets on the way
+        std::vector<TestValue> values;
+        for (U32 i = 0; i < count; ++i) {
+            values.emplace_back(TestKey(static_cast<U32>(random() % 2000)), ++written);
+            expected[values.back().key().id] = values.back().stamp();
+        }
+        std::vector<TestValue const*> all;
+        for (auto const& value : values) all.push_back(&value);
+        w->writeAll(all);
+        EXPECT_EQ(walk(*w), expected);
+    }
+    EXPECT_EQ(w->sequence(), written);
+    EXPECT_TRUE(w->validate());
 }
 
 TEST_F(Table, ARestartKeepsASoundTable) {
