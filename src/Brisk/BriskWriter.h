@@ -118,10 +118,7 @@ public:
     // Asks ahead for all that an operation on the slot will touch; no effect.
     void prefetchSlot(U32 index) const {
         if (index > table_.slots.maxIndex) return;
-        auto const* const slot = reinterpret_cast<char const*>(table_.slots.base + index);
-        for (std::size_t line = 0; line < sizeof(Slot); line += 64)
-            Mem::prefetchToStore(slot + line);
-        Mem::prefetchToStore(slot + sizeof(Slot) - 1);
+        Mem::prefetchToStore(table_.slots.base + index, sizeof(Slot));
         queue_.prefetchPosition(index);
     }
 

@@ -122,12 +122,7 @@ void BriskWriter<Ops>::writeAll(std::span<Value const* const> values) {
     for (std::size_t turn = 0; turn < count + stage * stages; ++turn) {
         // The value that has reached the given stage, if there is one.
         std::size_t at = turn;
-        if (at < count) {
-            auto const* const value = reinterpret_cast<char const*>(values[at]);
-            for (std::size_t line = 0; line < sizeof(Value); line += 64)
-                __builtin_prefetch(value + line);
-            __builtin_prefetch(value + sizeof(Value) - 1);
-        }
+        if (at < count) Mem::prefetch(values[at], sizeof(Value));
         if (at -= stage; at < count) {
             U32 const hash = this->ops_.hash(Ops::key(*values[at]));
             coming[at % kept].hash = hash;

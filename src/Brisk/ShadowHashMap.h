@@ -11,6 +11,7 @@
 #include "Brisk/SlotCounters.h"
 #include "BriskCore/SlotLink.h"
 #include "Dunlin/Trace.h"
+#include "SharedMem/Atomics.h"
 #include "SharedMem/LocalMem.h"
 
 namespace Brisk {
@@ -46,8 +47,8 @@ public:
     Slot* next(Key const& key, Slot* hint) const;
 
     // Ask ahead, without effect, for the chain of a reversed hash: its cell, then its first slot.
-    void prefetchCell(U32 hash) const { __builtin_prefetch(&buckets_[bucketOf(hash)], 1); }
-    void prefetchHead(U32 hash) const { __builtin_prefetch(buckets_[bucketOf(hash)], 1); }
+    void prefetchCell(U32 hash) const { Mem::prefetch(&buckets_[bucketOf(hash)]); }
+    void prefetchHead(U32 hash) const { Mem::prefetch(buckets_[bucketOf(hash)]); }
 
     U32 numBuckets() const { return numBuckets_; }
     std::size_t mappedSize() const { return bucketsMem_.size(); }

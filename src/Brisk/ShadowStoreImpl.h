@@ -4,8 +4,6 @@
 #include "Brisk/ShadowHashMapImpl.h"
 #include "Brisk/ShadowStore.h"
 
-#include <optional>
-
 namespace Brisk {
 
 // The slots that fit the first page of the shared table.
@@ -222,12 +220,16 @@ bool ShadowStore<Slot>::apply(U32 index, Wren::Sequence sequence, bool compare, 
     // Never into a slot that holds what the client was told last (H-shadow-1).
     Mem::VersionAnchor anchor;
     bool found;
-    std::optional<Value> aside;
-    if constexpr (Slot::hasValue) {
-        found = read(index, fresh ? slots_[index].value : aside.emplace(), anchor);
-    } else {
-        found = read(index, aside.emplace(), anchor);
-    }
+    union Room {
+        Room() {} // not to be filled twice
+        Value value;
+    } room;
+    Value& aside = room.value;
+    bool const inPlace = Slot::hasValue && fresh;
+    if constexpr (Slot::hasValue)
+        found = read(index, inPlace ? slots_[index].value : aside, anchor);
+    else
+        found = read(index, aside, anchor);
     FMTRACE(debugHandler(), 9, "updated: {} compare: {} slotIndex:{}{}", found, compare, index,
             found ? " found" : " not found");
     if (!found) {
@@ -244,8 +246,7 @@ bool ShadowStore<Slot>::apply(U32 index, Wren::Sequence sequence, bool compare, 
         if (initialized_) tryShrink();
         return true;
     }
-    bool const inPlace = !aside;
-    Key const key = inPlace ? Key(slots_[index].key()) : Key(Ops::key(*aside));
+    Key const key = inPlace ? Key(slots_[index].key()) : Key(Ops::key(aside));
     if (!fresh && !Ops::equal(slots_[index].key(), key)) {
         // The slot was reused. Its old key may live on in another slot, which then takes it over.
         if (!accept(sequence)) return false;
@@ -265,14 +266,14 @@ bool ShadowStore<Slot>::apply(U32 index, Wren::Sequence sequence, bool compare, 
     Slot& slot = slots_[index];
     bool updated = true;
     if constexpr (Slot::hasValue) {
-        if (!fresh && compare && slot.value == *aside)
+        if (!fresh && compare && slot.value == aside)
             updated = false;
         else if (!inPlace)
-            slot.take(*aside);
+            slot.take(aside);
         updatingValue_ = &slot.value;
     } else {
-        if (fresh) slot.take(*aside);
-        scratch_ = *aside;
+        if (fresh) slot.take(aside);
+        scratch_ = aside;
         updatingValue_ = &scratch_;
     }
     versions_[index] = settledVersion(anchor.version);
@@ -313,9 +314,8 @@ template <class Slot>
 void ShadowStore<Slot>::prefetchNotified(U32 index) const {
     if (!readerTable_.header || index >= numSlots_ || index >= reader_.capacity()) return;
     readerTable_.prefetch(index);
-    __builtin_prefetch(&versions_[index], 1);
-    auto const* const slot = reinterpret_cast<char const*>(&slots_[index]);
-    for (std::size_t line = 0; line < sizeof(Slot); line += 64) __builtin_prefetch(slot + line, 1);
+    Mem::prefetch(&versions_[index]);
+    Mem::prefetch(&slots_[index], sizeof(Slot));
 }
 
 // The slots themselves come one after the other; where their keys belong in the index does not. The

@@ -63,10 +63,7 @@ public:
     SlotLink const& linkAt(U32 index) const { return slot(index).link; }
     U32 versionAt(U32 index) const { return Mem::observe(slot(index).slotVersion); }
     // Asks ahead for a slot, without effect.
-    void prefetch(U32 index) const {
-        auto const* const at = reinterpret_cast<char const*>(&slot(index));
-        for (std::size_t line = 0; line < sizeof(Slot); line += 64) __builtin_prefetch(at + line);
-    }
+    void prefetch(U32 index) const { Mem::prefetch(&slot(index), sizeof(Slot)); }
     U32 rhashAt(U32 index) const { return Mem::peek(slot(index).rhash); }
 
     void anchorIs(U32 index, U32 version);

@@ -151,10 +151,8 @@ auto SlotReaderTable<Ops>::readSlot(U32 index, void* out) -> Seen {
 template <class Ops>
 auto SlotReaderTable<Ops>::readMatch(U32 index, U32 rhash, Key const& key, void* out) -> Match {
     Slot const& at = slot(index);
-    // A record spans several cache lines; ask for the rest while the first is on its way.
-    for (std::size_t line = 64; line < sizeof(Slot); line += 64)
-        __builtin_prefetch(reinterpret_cast<char const*>(&at) + line);
-    __builtin_prefetch(reinterpret_cast<char const*>(&at + 1) - 1);
+    // A record spans several cache lines; ask for all while the first is on its way.
+    Mem::prefetch(&at, sizeof(Slot));
     static_assert(sizeof(Match::keyBytes) <= sizeof(Value));
     Match seen;
     seen.version = Mem::observe(at.slotVersion); // R1

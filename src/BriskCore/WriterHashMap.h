@@ -38,7 +38,7 @@ public:
 
     // For who asks ahead: the cell of a hash's bucket; the first slot of its chain, noSlot if it is
     // empty; and the slot behind one that is not of that hash. Anything may stand there.
-    void prefetchBucket(U32 hash) { __builtin_prefetch(&buckets[bucketOf(hash)]); }
+    void prefetchBucket(U32 hash) { Mem::prefetch(&buckets[bucketOf(hash)]); }
     U32 headOf(U32 hash) { return Mem::peek(buckets[bucketOf(hash)]).next; }
     U32 behind(U32 slot, U32 hash);
 

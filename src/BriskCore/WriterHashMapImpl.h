@@ -262,12 +262,12 @@ void WriterHashMap<W, V>::prefetchChains(U32 bucket, U32 end) {
     auto& slots = writer_->slotTable().slots;
     if (bucket + far >= end) return;
     U32 const head = Mem::peek(buckets[bucket + far]).next;
-    if (head <= slots.maxIndex) __builtin_prefetch(slots.base + head, 1);
+    if (head <= slots.maxIndex) Mem::prefetchToStore(slots.base + head);
     // By now the head of a nearer chain has come, and tells where its second slot is.
     U32 const nearHead = Mem::peek(buckets[bucket + near]).next;
     if (nearHead > slots.maxIndex) return;
     U32 const second = Mem::peek(slots.base[nearHead].link).next;
-    if (second <= slots.maxIndex) __builtin_prefetch(slots.base + second, 1);
+    if (second <= slots.maxIndex) Mem::prefetchToStore(slots.base + second);
 }
 
 // Doubles the buckets. Readers: ReaderHashMap::lookup, first, next; BucketReader::doResize.

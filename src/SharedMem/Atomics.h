@@ -7,7 +7,8 @@
 //   storesStayBefore    earlier stores show before later ones
 //   loadsStayBefore     earlier loads are done before later ones
 //   copyBytes           raw copy of a value; the version word beside it finds a torn one
-//   prefetchToStore     asks ahead for a cache line that will be stored to; no effect
+//   prefetch,           ask ahead for memory that will be read, or stored to; of no effect but on
+//   prefetchToStore     the time
 //
 // On x86-64 each of the first four is one mov and the two fences are nothing, so the writer's path
 // holds no locked instruction and no fence instruction; a check disassembles the objects.
@@ -144,14 +145,25 @@ inline void copyBytes(void* to, void const* from, std::size_t size) {
 #endif
 }
 
-// Asks for the cache line of `address` as the owner, so that a store to it waits for no other
-// processor. The compiler's own prefetch with intent to write is one for reading on plain x86-64.
-inline void prefetchToStore(void const* address) {
+inline constexpr std::size_t cacheLine = 64;
+
+// Asks for all cache lines of `bytes` bytes.
+inline void prefetch(void const* address, std::size_t bytes = 1) {
+    auto const* const at = static_cast<char const*>(address);
+    for (std::size_t line = 0; line < bytes; line += cacheLine) __builtin_prefetch(at + line);
+    if (bytes > 1) __builtin_prefetch(at + bytes - 1);
+}
+// As their owner, so that the stores wait for no other processor. (The compiler's own prefetch with
+// intent to write is one for reading on plain x86-64.)
+inline void prefetchToStore(void const* address, std::size_t bytes = 1) {
 #ifdef __x86_64__
-    asm volatile("prefetchw %0" : : "m"(*static_cast<char const*>(address)));
+    auto const ask = [](char const* at) { asm volatile("prefetchw %0" : : "m"(*at)); };
 #else
-    __builtin_prefetch(address, 1);
+    auto const ask = [](char const* at) { __builtin_prefetch(at, 1); };
 #endif
+    auto const* const at = static_cast<char const*>(address);
+    for (std::size_t line = 0; line < bytes; line += cacheLine) ask(at + line);
+    if (bytes > 1) ask(at + bytes - 1);
 }
 
 } // namespace Mem
