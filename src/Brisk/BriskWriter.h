@@ -92,6 +92,8 @@ public:
     // of its turn. What `write` raises ends it, with the values before that one written.
     void writeAll(std::span<Value const* const> values);
     bool remove(Key const& key, Value& value) override;
+    // Removes the keys one after the other, likewise; the number of those that were there.
+    U32 removeAll(std::span<Key const* const> keys);
     // The result points into the table; `out` is filled only with the default value of a miss.
     Value const* lookup(Key const& key, bool& found, void* out) const override;
     bool first(Value& value, IterHint& hint) const override;
@@ -150,6 +152,9 @@ private:
     void assertNotResizing() const;
     template <class What>
     void assertIdle(char const* doing, What const& what) const;
+    template <class Item, class KeyOf, class Perform>
+    void forAll(std::span<Item const* const> items, std::size_t bytes, KeyOf const& keyOf,
+                Perform const& perform);
     SlotLink* takeSlot(U32 hash, SlotLink* prev, U32& index);
     void rewrite(Slot& slot, Value const& value);
     void maybeGrowBuckets();

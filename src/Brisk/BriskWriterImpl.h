@@ -108,23 +108,42 @@ auto BriskWriter<Ops>::write(Value const& value, bool overwrite) -> Value const*
     return &slot.value;
 }
 
-// What is asked for must have come before it tells what to ask for next: each value goes through
-// stages, so many values apart.
 template <class Ops>
 void BriskWriter<Ops>::writeAll(std::span<Value const* const> values) {
+    forAll(
+        values, sizeof(Value), [](Value const& value) -> decltype(auto) { return Ops::key(value); },
+        [&](Value const& value) { write(value, true); });
+}
+
+template <class Ops>
+U32 BriskWriter<Ops>::removeAll(std::span<Key const* const> keys) {
+    U32 removed = 0;
+    Value old;
+    forAll(
+        keys, sizeof(Key), [](Key const& key) -> Key const& { return key; },
+        [&](Key const& key) { removed += remove(key, old); });
+    return removed;
+}
+
+// Calls `perform` with each item in its order, and asks for the memory of those that follow. What is
+// asked for must have come before it tells what to ask for next: each item goes through stages, so
+// many items apart.
+template <class Ops>
+template <class Item, class KeyOf, class Perform>
+void BriskWriter<Ops>::forAll(std::span<Item const* const> items, std::size_t bytes,
+                              KeyOf const& keyOf, Perform const& perform) {
     constexpr std::size_t stage = 6, stages = 5, kept = 32;
     static_assert(stage * stages <= kept);
     struct Coming {
         U32 hash;
         U32 slot;
     } coming[kept];
-    std::size_t const count = values.size();
+    std::size_t const count = items.size();
     for (std::size_t turn = 0; turn < count + stage * stages; ++turn) {
-        // The value that has reached the given stage, if there is one.
-        std::size_t at = turn;
-        if (at < count) Mem::prefetch(values[at], sizeof(Value));
+        std::size_t at = turn; // the item that has come to the stage; beyond `count`, none
+        if (at < count) Mem::prefetch(items[at], bytes);
         if (at -= stage; at < count) {
-            U32 const hash = this->ops_.hash(Ops::key(*values[at]));
+            U32 const hash = this->ops_.hash(keyOf(*items[at]));
             coming[at % kept].hash = hash;
             map_.prefetchBucket(hash);
         }
@@ -137,7 +156,7 @@ void BriskWriter<Ops>::writeAll(std::span<Value const* const> values) {
             prefetchSlot(it.slot = map_.behind(it.slot, it.hash));
         }
         if (at -= stage; at < count) queue_.prefetchEntry(coming[at % kept].slot);
-        if (at -= stage; at < count) write(*values[at], true);
+        if (at -= stage; at < count) perform(*items[at]);
     }
 }
 

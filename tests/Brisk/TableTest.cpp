@@ -140,7 +140,7 @@ TEST_F(Table, AFixedSizeTableIsFullAndStaysSound) {
     EXPECT_TRUE(w->validate());
 }
 
-TEST_F(Table, ManyAtOnceAreWrittenInTheirOrder) {
+TEST_F(Table, ManyAtOnceAreWrittenAndRemovedInTheirOrder) {
     auto w = writer(MapDescriptor(5000));
     std::mt19937 random(3);
     std::map<U32, U64> expected;
@@ -157,6 +157,16 @@ TEST_F(Table, ManyAtOnceAreWrittenInTheirOrder) {
         EXPECT_EQ(walk(*w), expected);
     }
     EXPECT_EQ(w->sequence(), written);
+    std::vector<TestKey> keys;
+    std::size_t const before = expected.size();
+    for (U32 i = 0; i < 3000; i += 2) {
+        keys.emplace_back(i);
+        expected.erase(i);
+    }
+    std::vector<TestKey const*> all;
+    for (auto const& key : keys) all.push_back(&key);
+    EXPECT_EQ(w->removeAll(all), before - expected.size());
+    EXPECT_EQ(walk(*w), expected);
     EXPECT_TRUE(w->validate());
 }
 
