@@ -15,7 +15,9 @@ Dunlin::TaskSchedulerRoot& loop() {
 }
 U32 lastTableId = 0;
 
-struct Reader {
+} // namespace
+
+struct WriterWrenSm::Reader {
     Mem::Fd fd;
     std::string name;
     Sequence position = 0;
@@ -23,8 +25,6 @@ struct Reader {
     bool asleep = false;
     bool failed = false; // a send failed: to be dropped at the next turn of the loop
 };
-
-} // namespace
 
 struct WriterWrenSm::Impl {
     Impl(WriterQueue& q, bool local) : queue(q), localMem(local) {}
@@ -83,44 +83,39 @@ void WriterWrenSm::accept(Mem::Fd connection, Hello const& hello) {
         return;
     // A position of an earlier incarnation says nothing about this one.
     bool const same = hello.incarnation == queue.incarnation();
-    impl_->readers.push_back(Reader{
+    Reader& reader = impl_->readers.emplace_back(Reader{
         .fd = std::move(connection), .name = hello.name, .position = same ? hello.position : 0});
     FMTRACE(debugHandler(), 1, "reader {} at {}", hello.name, hello.position);
-    loop().fdAdd(fd, EPOLLIN, [this, fd](U32) { handleMessages(fd); });
+    loop().fdAdd(fd, EPOLLIN, [this, &reader](U32) { handleMessages(reader); });
     checkQuiesced();
 }
 
-void WriterWrenSm::drop(int fd) {
-    auto const reader = std::find_if(impl_->readers.begin(), impl_->readers.end(),
-                                     [fd](Reader const& r) { return r.fd.get() == fd; });
-    if (reader == impl_->readers.end()) return;
-    FMTRACE(debugHandler(), 1, "reader {} has gone", reader->name);
-    loop().fdDel(fd);
-    if (reader->asleep) --sleepingReaders_;
-    impl_->readers.erase(reader);
+void WriterWrenSm::drop(Reader& reader) {
+    FMTRACE(debugHandler(), 1, "reader {} has gone", reader.name);
+    loop().fdDel(reader.fd.get());
+    if (reader.asleep) --sleepingReaders_;
+    impl_->readers.remove_if([&](Reader const& r) { return &r == &reader; });
 }
 
-void WriterWrenSm::handleMessages(int fd) {
-    auto const reader = std::find_if(impl_->readers.begin(), impl_->readers.end(),
-                                     [fd](Reader const& r) { return r.fd.get() == fd; });
-    if (reader == impl_->readers.end()) return;
+void WriterWrenSm::handleMessages(Reader& reader) {
+    int const fd = reader.fd.get();
     Message message;
     Received const received = receive(fd, message);
     if (received == Received::nothing) return;
     bool const sleeps = message.kind == Kind::sleep;
     if (received == Received::closed || (!sleeps && message.kind != Kind::progress) ||
-        message.position.position > impl_->queue.sequence() || reader->asleep) {
-        drop(fd);
+        message.position.position > impl_->queue.sequence() || reader.asleep) {
+        drop(reader);
     } else {
         ++sequencesProcessed_;
-        reader->position = message.position.position;
-        reader->synced = message.position.synced != 0;
-        if (sleeps && reader->position < impl_->queue.sequence()) {
+        reader.position = message.position.position;
+        reader.synced = message.position.synced != 0;
+        if (sleeps && reader.position < impl_->queue.sequence()) {
             ++wrens_;
-            if (!send(fd, Wake{.sequence = impl_->queue.sequence()})) drop(fd);
+            if (!send(fd, Wake{.sequence = impl_->queue.sequence()})) drop(reader);
         } else if (sleeps) {
             // Nothing was announced since that look: the one thread does both.
-            reader->asleep = true;
+            reader.asleep = true;
             ++sleepingReaders_;
         }
     }
@@ -156,7 +151,7 @@ void WriterWrenSm::postCheck() {
                 std::find_if(self->impl_->readers.begin(), self->impl_->readers.end(),
                              [](Reader const& r) { return r.failed; });
             if (broken == self->impl_->readers.end()) break;
-            self->drop(broken->fd.get());
+            self->drop(*broken);
         }
         self->checkQuiesced();
         if (*alive && self->impl_->listening) self->impl_->queue.positionsChanged();

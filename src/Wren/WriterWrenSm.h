@@ -69,9 +69,11 @@ public:
     U32 sleepingReaders() const { return sleepingReaders_; }
 
 private:
+    struct Reader;
+
     void accept(Mem::Fd connection, Hello const& hello);
-    void handleMessages(int fd);
-    void drop(int fd);
+    void handleMessages(Reader& reader);
+    void drop(Reader& reader);
     void postCheck();
     void checkQuiesced();
 
