@@ -49,11 +49,11 @@ bool Validator<Ops>::doValidate(U32 orielId) {
     U32 const entries = queue.entryCount();
     if (!positions_.resize(entries))
         Dunlin::fmthrow<Dunlin::MemoryResourceException>("n:{} unable to resize", entries);
-    return walkOccupied() && walkFreeSlots() &&
-           (occupiedCount_ + freeCount_ == writer_->capacity() ||
-            fail("bad slotCount:{} occupiedSlots:{} freeSlots:{} capacity:{}",
-                 occupiedCount_ + freeCount_, occupiedCount_, freeCount_, writer_->capacity())) &&
-           walkQueue();
+    if (!walkOccupied() || !walkFreeSlots()) return false;
+    if (U32 const slots = occupiedCount_ + freeCount_; slots != writer_->capacity())
+        return fail("bad slotCount:{} occupiedSlots:{} freeSlots:{} capacity:{}", slots,
+                    occupiedCount_, freeCount_, writer_->capacity());
+    return walkQueue();
 }
 
 // Walks the list by the ordinary iteration, whose own checks apply too.
@@ -71,8 +71,9 @@ bool Validator<Ops>::walkOccupied() {
             return fail("walkedSlots:{} is greater than header->occupiedSlots:{}", walked, wanted);
     }
     FMTRACE(*handler_, 7, "marked {} slots", occupiedCount_);
-    return occupiedCount_ == wanted ||
-           fail("mismatch header->occupiedSlots:{} count:{}", wanted, occupiedCount_);
+    if (occupiedCount_ != wanted)
+        return fail("mismatch header->occupiedSlots:{} count:{}", wanted, occupiedCount_);
+    return true;
 }
 
 template <class Ops>
