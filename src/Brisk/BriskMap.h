@@ -116,15 +116,9 @@ public:
     void shadowFlushed();
 
 protected:
-    void nameIs(std::string const& name) { name_ = name; }
     void interfaceIs(std::unique_ptr<Interface> interface);
     void installDummy();
-    void handlerIs(std::shared_ptr<Dunlin::Platform::DebugHandler> handler) {
-        handler_ = std::move(handler);
-    }
     void silenceKeys();
-    Ops const& ops() const { return ops_; }
-    std::string const& typeName() const { return typeName_; }
     void assertOnOrphanAccessIs(bool on) { assertOnOrphanAccess_ = on; }
 
 private:

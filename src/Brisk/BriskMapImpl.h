@@ -30,14 +30,13 @@ BriskMap<Ops>::~BriskMap() {
     FMTRACE(*handler_, 2, "deleting state");
     mounter_.reset();
     // This may run inside one of the implementation's callbacks.
-    if (interface_) interface_->abandon();
+    interface_->abandon();
     retire(std::move(interface_));
 }
 
 template <class Ops>
 void BriskMap<Ops>::interfaceIs(std::unique_ptr<Interface> interface) {
-    retire(std::move(interface_));
-    interface_ = std::move(interface);
+    retire(std::exchange(interface_, std::move(interface)));
 }
 
 template <class Ops>
@@ -117,8 +116,7 @@ void BriskMap<Ops>::init(Mem::CollectionDescriptor const& settings) {
     if (wanted.localMem || writer) {
         startWriter();
     } else {
-        FMASSERT(U32(wanted.type) >= 1 && U32(wanted.type) <= 3, "not a valid reader type:{}",
-                 U32(wanted.type));
+        FMASSERT(U32(wanted.type) <= 3, "not a valid reader type:{}", U32(wanted.type));
         startReader();
     }
     if (!*alive) return;
@@ -176,7 +174,7 @@ void BriskMap<Ops>::attach(std::string const& event) {
     BriskType const present = interface_->type();
     bool const shadow = descriptor_.type != BriskType::reader;
     std::unique_ptr<Interface> previous;
-    if (shadow && (present == BriskType::valueShadow || present == BriskType::keyShadow)) {
+    if (shadow && present == BriskType::valueShadow) { // so says either kind
         // Still there: it flushes, or has lost its connection.
         previous = std::make_unique<BriskDummy<Ops>>(*handler_, name_, ops_);
     } else {

@@ -64,6 +64,9 @@ public:
     ShadowStoreBase<Key, Value> const* store() const { return store_.get(); }
 
 private:
+    using Store = ShadowStoreBase<Key, Value>;
+
+    std::unique_ptr<Store> makeStore();
     bool doInitialize(std::string const& event);
     void handleQuiesced(bool quiesced) override;
     std::string dumpHeaders() const override;
@@ -73,7 +76,7 @@ private:
     void flushComplete() override;
     void doFlushSlot(U32 slot) override;
     void prefetchSlot(U32 slot) const override { store_->prefetchNotified(slot); }
-    U32 localCapacity() const override { return store_ ? store_->numSlots() : 0; }
+    U32 localCapacity() const override { return store_->numSlots(); }
     bool resize() override { return reader_.doResize(); }
     bool runtime() const override { return this->initialized(); }
     U32 sharedCapacity() const override { return reader_.capacity(); }
@@ -87,8 +90,10 @@ private:
     Reader::Counters counters_;
     BriskReader<Ops> reader_;
     std::shared_ptr<Dunlin::Platform::DebugHandler> handle_;
-    BriskMap<Ops>* map_; // null once the front has gone
-    std::unique_ptr<ShadowStoreBase<Key, Value>> store_;
+    // Null once the front has gone. By then doorbell, walk and store have ended, and tell nothing;
+    // but a client may raise from the very callback in which it ends the front.
+    BriskMap<Ops>* map_;
+    std::unique_ptr<Store> store_; // an empty one until there is a table
     bool flushing_ = false;
     bool reattaching_ = false; // a flush is completed because the shadow is attached anew
 };

@@ -13,7 +13,18 @@ BriskShadow<Ops>::BriskShadow(Dunlin::Platform::DebugHandler& handler, std::stri
                               Ops const& ops, BriskMap<Ops>& map, U32 shadowFlags)
     : BriskShadowBase(handler, name.c_str(), shadowFlags), Interface(handler, ops),
       reader_(handler, name.c_str(), ops, &counters_),
-      handle_(Dunlin::Platform::getDebugHandler("Brisk-DummyShadowNotifier", false)), map_(&map) {}
+      handle_(Dunlin::Platform::getDebugHandler("Brisk-DummyShadowNotifier", false)), map_(&map),
+      store_(makeStore()) {}
+
+template <class Ops>
+auto BriskShadow<Ops>::makeStore() -> std::unique_ptr<Store> {
+    bool const notifyOnFlush = (flags & notifyOnFlushFlag) != 0;
+    if ((flags & keyShadowFlag) != 0)
+        return std::make_unique<KeyShadowStore<Ops>>(debugHandler(), reader_, yarrowReader,
+                                                     counters_, this->ops_, *this, notifyOnFlush);
+    return std::make_unique<ShadowStore<ValueShadowSlot<Ops>>>(
+        debugHandler(), reader_, yarrowReader, counters_, this->ops_, *this, notifyOnFlush);
+}
 
 template <class Ops>
 BriskShadow<Ops>::~BriskShadow() {
@@ -27,7 +38,7 @@ template <class Ops>
 void BriskShadow<Ops>::abandon() {
     map_ = nullptr;
     stopAll();
-    if (store_) store_->disable();
+    store_->disable();
     flushing_ = false;
     this->initializedIs(false);
     reader_.detach(false);
@@ -63,14 +74,7 @@ bool BriskShadow<Ops>::doInitialize(std::string const& event) {
         reattaching_ = false;
     }
     // The former store may be further up the call stack, in one of its callbacks.
-    retire(std::move(store_));
-    bool const notifyOnFlush = (flags & notifyOnFlushFlag) != 0;
-    if ((flags & keyShadowFlag) != 0)
-        store_ = std::make_unique<KeyShadowStore<Ops>>(debugHandler(), reader_, yarrowReader,
-                                                       counters_, this->ops_, *this, notifyOnFlush);
-    else
-        store_ = std::make_unique<ShadowStore<ValueShadowSlot<Ops>>>(
-            debugHandler(), reader_, yarrowReader, counters_, this->ops_, *this, notifyOnFlush);
+    retire(std::exchange(store_, makeStore()));
     synced = false;
     // The walk's callbacks may have detached the shadow again.
     if (store_->initialize() && initializeYarrow()) return this->initialized();
@@ -85,7 +89,7 @@ void BriskShadow<Ops>::syncComplete() {
     noteSyncComplete();
     if (!synced) {
         synced = true;
-        if (map_) map_->shadowSynced();
+        map_->shadowSynced();
     }
     // The client may have detached the shadow, or started over, in that callback.
     if (!this->initialized() || !syncer.done()) return;
@@ -120,7 +124,7 @@ void BriskShadow<Ops>::flushComplete() {
     FMTRACE(debugHandler(), 1, "Flush complete");
     store_->disable();
     flushing_ = false;
-    if (this->initialized() || reattaching_ || !map_) return;
+    if (this->initialized() || reattaching_) return;
     map_->shadowFlushed();
 }
 
@@ -137,7 +141,7 @@ void BriskShadow<Ops>::handleDisconnect() {
         FMTRACE(debugHandler(), 1,
                 "disconnected while wren processing is disabled, syncer mode:{} done:{}",
                 syncer.mode(), syncer.done());
-    if (mountStatus() == Mem::MountStatus::flushing || !map_) return;
+    if (mountStatus() == Mem::MountStatus::flushing) return;
     map_->handleDisconnect();
 }
 
@@ -149,7 +153,7 @@ void BriskShadow<Ops>::corruptionDetected(std::string const& message) {
 
 template <class Ops>
 void BriskShadow<Ops>::handleQuiesced(bool quiesced) {
-    if (map_) map_->callbacks().quiescedNotify(quiesced);
+    map_->callbacks().quiescedNotify(quiesced);
 }
 
 template <class Ops>
@@ -174,17 +178,17 @@ void BriskShadow<Ops>::doFlushSlot(U32 slot) {
 
 template <class Ops>
 void BriskShadow<Ops>::shadowValue(Value const& value) {
-    if (map_) map_->callbacks().valueNotify(value);
+    map_->callbacks().valueNotify(value);
 }
 
 template <class Ops>
 void BriskShadow<Ops>::shadowKey(Key const& key) {
-    if (map_) map_->callbacks().keyNotify(key);
+    map_->callbacks().keyNotify(key);
 }
 
 template <class Ops>
 void BriskShadow<Ops>::shadowDelete(Key const& key) {
-    if (map_) map_->callbacks().deleteNotify(key);
+    map_->callbacks().deleteNotify(key);
 }
 
 // ---- the interface ----
@@ -205,8 +209,8 @@ void BriskShadow<Ops>::yieldTimeIs(double const& seconds) {
 
 template <class Ops>
 Reader::Counters BriskShadow<Ops>::readerCounters() {
-    counters_.shadowMappedSize = store_ ? store_->shadowMappedSize() : 0;
-    counters_.orielMappedSize = store_ ? store_->orielMappedSize() : 0;
+    counters_.shadowMappedSize = store_->shadowMappedSize();
+    counters_.orielMappedSize = store_->orielMappedSize();
     counters_.yarrowPrimaryMappedSize = yarrowReader.primaryMappedSize();
     counters_.yarrowSecondaryMappedSize = yarrowReader.secondaryMappedSize();
     counters_.sequencesSent = wren.sequencesSent();
@@ -215,40 +219,32 @@ Reader::Counters BriskShadow<Ops>::readerCounters() {
 
 template <class Ops>
 void BriskShadow<Ops>::validateVersionAnchor() const {
-    if (store_) store_->validateVersionAnchor();
+    store_->validateVersionAnchor();
 }
 
 template <class Ops>
 Mem::CacheVersionAnchor BriskShadow<Ops>::getCacheVersionAnchor() const {
-    return store_ ? store_->getCacheVersionAnchor() : Mem::cacheVersionAnchor({});
+    return store_->getCacheVersionAnchor();
 }
 
 template <class Ops>
 auto BriskShadow<Ops>::lookup(Key const& key, bool& found, void* out) const -> Value const* {
-    if (store_) return store_->lookup(key, found, out);
-    found = false;
-    return &Ops::type_default();
+    return store_->lookup(key, found, out);
 }
 
 template <class Ops>
 auto BriskShadow<Ops>::directLookup(Key const& key, bool& found, void* out) const -> Value const* {
-    if (store_) return store_->directLookup(key, found, out);
-    found = false;
-    return &Ops::type_default();
+    return store_->directLookup(key, found, out);
 }
 
 template <class Ops>
 bool BriskShadow<Ops>::first(Value& value, IterHint& hint) const {
-    if (store_) return store_->first(0, value, hint);
-    Ops::copyValue(&value, &Ops::type_default());
-    return false;
+    return store_->first(0, value, hint);
 }
 
 template <class Ops>
 bool BriskShadow<Ops>::next(Key const& key, Value& value, IterHint& hint) const {
-    if (store_) return store_->next(key, value, hint);
-    Ops::copyValue(&value, &Ops::type_default());
-    return false;
+    return store_->next(key, value, hint);
 }
 
 } // namespace Brisk
