@@ -32,6 +32,7 @@ bool ShadowStore<Slot>::initialize() {
     PLAINASSERT(!initialized_, "a store is set up once");
     if (!hashMap_.initialize()) return false;
     counters_.occupiedSlots = 0;
+    reader_.doResize(); // until then it knows of no slots
     hashMap_.expect(std::min(reader_.members(), reader_.capacity()));
     initialized_ = true;
     return true;
