@@ -7,6 +7,8 @@
 #include "SharedMem/SharedMem.h"
 #include "Yarrow/QueueReader.h"
 
+#include <fstream>
+
 namespace {
 
 using namespace support;
@@ -18,6 +20,7 @@ TEST_F(Corners, WhatIsNotAttachedAnswersForNothing) {
     EXPECT_EQ(w.members() + w.capacity() + w.scratchpad() + w.writerCounters().largestOccupied, 0U);
     w.scratchpadIs(5);
     EXPECT_FALSE(w.validate());
+    EXPECT_THROW(w.validateFiles(), Dunlin::CorruptionDetectedException);
     EXPECT_FALSE(w.initialized());
     EXPECT_THAT(w.dumpHeaders(), testing::HasSubstr("not mapped"));
     w.detach(false);
@@ -60,7 +63,9 @@ TEST_F(Corners, WhatIsNotAttachedAnswersForNothing) {
 TEST_F(Corners, ALocalTableTouchesNoFile) {
     TestMap front("local/table", "TestValue");
     MapDescriptor settings(50);
-    settings.localMem = settings.trackMemory = settings.dumpToCore = settings.shrinkable = true;
+    settings.localMem = settings.heap = true;
+    settings.trackMemory = settings.dumpToCore = settings.shrinkable = true;
+    settings.type = static_cast<BriskType>(9); // whatever it says
     std::size_t const before = Mem::trackedBytes();
     front.init(settings);
     for (U32 id = 0; id < 300; ++id) front.safeWrite(TestValue(TestKey(id), 1), true);
@@ -77,6 +82,7 @@ TEST_F(Corners, ALocalTableTouchesNoFile) {
     EXPECT_EQ(contents(front.table()).size(), 10U);
     EXPECT_TRUE(front.validate() && front.validateFiles("test", 0));
     EXPECT_TRUE(front.isWriter() && front.localMem());
+    EXPECT_EQ(front.modeStr(), "bad");
     EXPECT_EQ(front.owner(), ":0");
     EXPECT_FALSE(front.exists());
     front.cleanup();
@@ -194,6 +200,64 @@ TEST_F(Corners, DamageBehindAReadersBackIsNamed) {
     ++slot.slotVersion;
     hint = atFirst;
     EXPECT_TRUE(r.next(first, value, hint));
+}
+
+TEST_F(Corners, DamageThatAFrontMeets) {
+    TestMap front(name_, "TestValue");
+    front.init(BriskType::writer, false, 100);
+    front.safeWrite(TestValue(TestKey(1), 5), true);
+    auto& w = dynamic_cast<TestWriter&>(front.table());
+    Client values(name_, shadowSettings(BriskType::valueShadow)),
+        keys(name_, shadowSettings(BriskType::keyShadow));
+    for (Client* const c : {&values, &keys}) c->init();
+    auto const settled = [&](U64 stamp) {
+        return pump([&] {
+            return values.asleep() && keys.asleep() && values.known == contents(w) &&
+                   keys.known == values.known && values.known[1] == stamp;
+        });
+    };
+    ASSERT_TRUE(settled(5));
+    auto& header = *w.slotTable().header;
+    auto const corrupt = base_.path() + '/' + name_ + "/corruption-detected";
+    bool found = true;
+    TestValue value;
+
+    // A slot count that no table has: what a shadow then cannot read is not there for it.
+    auto const countIs = [&](U32 count) {
+        header.numSlots.value = count;
+        ++header.numSlots.version;
+    };
+    U32 const count = header.numSlots.value;
+    countIs(0x80000000);
+    EXPECT_THROW(keys.front->table().lookup(TestKey(1), found, &value),
+                 Dunlin::CorruptionDetectedException);
+    put(w, 1, 6);
+    ASSERT_TRUE(pump([&] { return values.known.empty() && keys.known.empty(); }));
+    countIs(count);
+    put(w, 1, 7);
+    ASSERT_TRUE(settled(7));
+
+    // A slot in the list that is not occupied.
+    auto& slot = w.slotTable().slots[0];
+    --slot.slotVersion;
+    EXPECT_EQ(*front.safeLookup(TestKey(1), found, nullptr), TestValue());
+    EXPECT_FALSE(found);
+    EXPECT_TRUE(std::filesystem::exists(corrupt));
+    EXPECT_DEATH(front.safeWrite(TestValue(TestKey(1), 6), true), "in no man's land");
+    header.runtimeFlags = 0; // what the child stored stands in the file
+    EXPECT_DEATH(front.safeRemove(TestKey(1), value), "in no man's land");
+    ++slot.slotVersion;
+    EXPECT_TRUE(front.safeRemove(TestKey(1), value));
+    EXPECT_TRUE(w.validate()) << w.lastFinding();
+
+    // Between the two halves of a direct operation nothing may move.
+    w.directWrite(TestValue(TestKey(2), 1));
+    w.shrink();
+    w.directCommit();
+    std::ofstream(base_.path() + '/' + name_ + "/owner") << "damaged";
+    EXPECT_EQ(front.owner(), ":0");
+    front.detach(true);
+    w.shrink();
 }
 
 // Other keys than the one that is being told, looked up from inside the callback.

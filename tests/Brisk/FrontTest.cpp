@@ -7,6 +7,8 @@
 #include "Dunlin/Exception.h"
 #include "SharedMem/WriterLock.h"
 
+#include <sys/resource.h>
+
 namespace {
 
 using namespace support;
@@ -332,6 +334,36 @@ TEST_F(Front, ClientAndWriterInAnyOrderMeetWithinASecond) {
         child.signal(SIGKILL);
         child.join();
         if (round % 3 == 0) std::filesystem::remove_all(base_.path() + "/vrf");
+    }
+}
+
+// A process that cannot watch the table's directory: where that is expected its front stays empty.
+TEST_F(Front, WithoutASentry) {
+#if defined(CAIRN_SANITIZED)
+    GTEST_SKIP()
+        << "a sanitizer looks at objects through a pipe, and would find no descriptors for it";
+#endif
+    for (bool const expected : {false, true}) {
+        Child child([&](Child&) {
+            if (expected) ::setenv("QZ_CHROOT", "1", 1);
+            Client c(name_, shadowSettings(BriskType::valueShadow));
+            loop().runReady(); // it has what it needs
+            rlimit limit;
+            ::getrlimit(RLIMIT_NOFILE, &limit);
+            rlimit const none{0, limit.rlim_max};
+            ::setrlimit(RLIMIT_NOFILE, &none);
+            bool raised = false;
+            try {
+                c.init();
+            } catch (Dunlin::InvalidInitializeException const&) {
+                raised = true;
+            }
+            ::setrlimit(RLIMIT_NOFILE, &limit);
+            return raised != expected && c.front->initialized() == expected && !c.front->mounter()
+                       ? 0
+                       : 1;
+        });
+        EXPECT_EQ(child.join(), 0) << expected;
     }
 }
 

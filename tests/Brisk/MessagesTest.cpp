@@ -2,6 +2,7 @@
 // it speaks of: operators and other programs look for them as they stand.
 #include "Brisk/TableFixture.h"
 
+#include "Brisk/ShadowHashMapImpl.h"
 #include "Brisk/TableFullException.h"
 #include "Brisk/Util.h"
 #include "SharedMem/CpuSupport.h"
@@ -251,6 +252,98 @@ TEST_F(Messages, OfLackOfRoom) {
     Mem::failMappingAfter(0);
     w->initialize("");
     EXPECT_EQ(walk(*w).size(), 18U) << "no attempt has harmed the table";
+
+    auto r = reader();
+    EXPECT_EQ(walk(*r).size(), 18U);
+    fill(*w, 18, 40);
+    bool found = false;
+    for (char const* const text : {"^failed to resize .*/slots from 32 to 64",
+                                   "^failed to resize .*/buckets from 32 to 64"}) {
+        Mem::failMappingAfter(text[21] == 's' ? 1 : 2);
+        EXPECT_THAT(raisedBy([&] { r->lookup(TestKey(1), found, nullptr); }),
+                    testing::ContainsRegex(text));
+    }
+    EXPECT_EQ(walk(*r).size(), 40U);
+    w->detach(false);
+    poke("slots", 0, 0);
+    Mem::failMappingAfter(2);
+    EXPECT_THAT(raisedBy([&] { w->initialize(""); }),
+                testing::MatchesRegex("failed to resize .*/slots to size 3592 : .+"));
+}
+
+TEST_F(Messages, OfFilesThatWereTakenOrCut) {
+    auto w = writer();
+    fill(*w, 0, 10);
+    struct {
+        char const *name, *cut, *replaced;
+    } const rows[] = {
+        {"buckets", "/buckets has size 5 wanted:", "/buckets is not the mapped file"},
+        {"slots", "/slots has size 5 wanted:", "/slots is not the mapped file"},
+        {"yarrow", "/yarrow has 5 bytes, mapped ", "/yarrow has .*, and was replaced"},
+        {"yarrow2", "/yarrow2 has 5 bytes, mapped ", "/yarrow2 has .*, and was replaced"},
+        {"oriel", "/oriel holds orielId 0x0, wanted ", nullptr},
+        {"owner", "/owner is too short: 5 bytes", nullptr},
+    };
+    std::string const kept = file("kept"), copy = file("copy");
+    for (auto const& row : rows) {
+        SCOPED_TRACE(row.name);
+        std::string const name = file(row.name);
+        auto const raises = [&](char const* text) {
+            EXPECT_THAT(raisedBy([&] { w->validateFiles(); }), testing::ContainsRegex(text));
+        };
+        std::filesystem::copy_file(name, copy);
+        std::filesystem::resize_file(name, 5);
+        raises(row.cut);
+        std::ofstream(name) << std::ifstream(copy).rdbuf(); // the same inode
+        EXPECT_TRUE(w->validateFiles());
+        std::filesystem::create_hard_link(name, kept);
+        std::filesystem::rename(copy, name);
+        row.replaced ? raises(row.replaced) : void(w->validateFiles());
+        std::filesystem::rename(kept, name);
+        EXPECT_TRUE(w->validateFiles());
+    }
+    EXPECT_TRUE(w->validate()) << w->lastFinding();
+}
+
+// A shadow's private index, where its memory ends and where it is asked for nothing.
+TEST_F(Messages, OfAShadowsIndex) {
+    using Slot = Brisk::ValueShadowSlot<TestOps>;
+    std::vector<Slot> memory(200);
+    Slot* slots = memory.data();
+    Brisk::Reader::Counters counters;
+    Brisk::SlotCounters bands(16);
+    TestOps const ops;
+    Brisk::ShadowHashMap<TestKey, Slot> index(*handler_, counters, bands, ops, slots, false);
+    Mem::failMappingAfter(1);
+    EXPECT_FALSE(index.initialize());
+    EXPECT_TRUE(heard("^bucketsMem_.attachAs\\(\\) failed$"));
+    EXPECT_TRUE(index.initialize());
+    Mem::failMappingAfter(1);
+    index.expect(40);
+    EXPECT_EQ(index.numBuckets(), 2U);
+    index.expect(40);
+    EXPECT_EQ(index.numBuckets(), 64U);
+    U32 from = ~0U;
+    auto const write = [&](U32 slot) {
+        slots[slot].value = TestValue(TestKey(slot), 1);
+        return index.write(slot, slots[slot], true, false, from);
+    };
+    for (U32 slot = 0; slot < 64; ++slot) EXPECT_TRUE(write(slot));
+    index.expect(4000); // not any more
+    EXPECT_TRUE(write(7));
+    EXPECT_TRUE(heard("^no index update needed$"));
+    Mem::failMappingAfter(1);
+    EXPECT_EQ(raisedBy([&] { write(64); }),
+              "failed to resize shadow from 64 to 128 buckets : Mem::Local::ANONYMOUS");
+    EXPECT_TRUE(index.sound());
+    auto const remove = [&](U32 slot) { return index.remove(slot, slots[slot]); };
+    for (U32 slot = 17; slot < 65; ++slot) EXPECT_TRUE(remove(slot));
+    EXPECT_FALSE(remove(20));
+    EXPECT_TRUE(heard("^dead slot 20$"));
+    Mem::failMappingAfter(1);
+    EXPECT_EQ(raisedBy([&] { remove(16); }),
+              "failed to resize shadow from 64 to 32 buckets : Mem::Local::ANONYMOUS");
+    for (U32 slot = 0; slot < 16; ++slot) EXPECT_EQ(index.find(TestKey(slot)), slots + slot);
 }
 
 TEST_F(Messages, OfDamageThatAnOperationMeets) {
@@ -346,8 +439,16 @@ TEST_F(Messages, OfWhatAValidationFinds) {
     };
     EXPECT_EQ(finding([&] { header.runtimeFlags = 1; }, [&] { header.runtimeFlags = 0; }),
               "bad critical section runtimeFlags:1");
+    EXPECT_EQ(word(header.format, 9), "bad format: 9 wanted:2");
+    std::filesystem::copy_file(file("owner"), file("kept"));
+    std::ofstream(file("owner")) << "damaged";
+    EXPECT_FALSE(w->validate());
+    EXPECT_THAT(w->lastFinding(), testing::EndsWith("/owner is too short: 7 bytes wanted:512"));
+    std::filesystem::rename(file("kept"), file("owner"));
+    header.tableFlags |= Brisk::SlotHeaderCommon::dumpYarrowHeaders;
     EXPECT_EQ(word(header.occupiedSlots, 9),
               "walkedSlots:10 is greater than header->occupiedSlots:9");
+    EXPECT_TRUE(heard("pruneMode:.*\ntable 0 generation:"));
     EXPECT_EQ(word(header.occupiedSlots, 11), "mismatch header->occupiedSlots:11 count:10");
     EXPECT_EQ(word(header.freeList, 0xffffffff),
               "bad slotCount:10 occupiedSlots:10 freeSlots:0 capacity:16");

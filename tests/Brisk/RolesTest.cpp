@@ -259,7 +259,7 @@ TEST_F(Roles, AReaderTellsItsSteps) {
 // The client lets its front go from inside any callback, at any time it may come.
 TEST_F(Roles, AFrontMayGoFromInsideAnyCallback) {
     for (BriskType const type : readers) {
-        for (int when = 0; when < 7; ++when) {
+        for (int when = 0; when < 13; ++when) {
             SCOPED_TRACE(testing::Message() << U32(type) << " when " << when);
             std::filesystem::remove_all(base_.path() + "/vrf");
             auto w = writer();
@@ -271,7 +271,8 @@ TEST_F(Roles, AFrontMayGoFromInsideAnyCallback) {
                 gone = true;
                 c->front.reset();
             };
-            if (when >= 2) {
+            bool const beforeInit = when < 2 || when == 7 || when == 8;
+            if (!beforeInit) {
                 c->init();
                 ASSERT_TRUE(pump([&] { return type == BriskType::reader || c->asleep(); }));
             }
@@ -298,8 +299,34 @@ TEST_F(Roles, AFrontMayGoFromInsideAnyCallback) {
                 c->onUpdate = [&](TestKey const&) { go(); }, put(*w, 1, 2), put(*w, 2, 2);
                 c->updates = 0;
                 break;
+            case 7:
+                c->onUpdate = [&](TestKey const&) { go(); }, c->init();
+                break;
+            case 8:
+                w.reset(), c->init(), w = writer();
+                front.mountStatusNotifyIs(go), front.tryAttach();
+                break;
+            case 9:
+                c->onDelete = [&](TestKey const&) { go(); }, front.detach(true);
+                break;
+            case 10:
+                c->onDelete = [&](TestKey const&) { go(); }, front.controlDetach();
+                break;
+            case 11: // the writer lives: mounted again at once
+                c->onStatus = [&] {
+                    gone || front.mountStatus() != MountStatus::mounted ? void() : go();
+                };
+                front.detach(false);
+                break;
+            case 12:
+                c->onUpdate = [&](TestKey const&) {
+                    go();
+                    throw Dunlin::MemoryResourceException("and the client fails");
+                };
+                put(*w, 1, 2);
+                break;
             }
-            bool const told = type != BriskType::reader || when < 4;
+            bool const told = type != BriskType::reader || when < 4 || when == 8;
             EXPECT_EQ(pump([&] { return gone; }, told ? 10 : 0.1), told);
             settle();
             if (when != 6) continue;
@@ -307,6 +334,26 @@ TEST_F(Roles, AFrontMayGoFromInsideAnyCallback) {
             EXPECT_EQ(w->writerCounters().readers, 0U);
         }
     }
+}
+
+TEST_F(Roles, AWritingFrontMayGoFromItsCallbackAndHearsOfItsReaders) {
+    auto w = std::make_unique<TestMap>(name_, "TestValue");
+    w->quiescedNotifyIs([&](bool) { w.reset(); });
+    w->init(BriskType::writer, false, 100);
+    EXPECT_FALSE(w);
+    settle();
+    TestMap front(name_, "TestValue");
+    std::string quiet;
+    front.quiescedNotifyIs([&](bool on) { quiet += on ? 'q' : 'b'; });
+    front.init(BriskType::writer, false, 100);
+    auto c = client(BriskType::valueShadow);
+    ASSERT_TRUE(pump([&] { return c->asleep() && front.quiesced(); }));
+    front.safeWrite(TestValue(TestKey(1), 1), true);
+    ASSERT_TRUE(pump([&] { return c->asleep() && front.quiesced(); }));
+    EXPECT_THAT(quiet, testing::MatchesRegex("(qb)+q"));
+    EXPECT_EQ(front.modeStr(), "writer");
+    EXPECT_TRUE(front.isWriter());
+    EXPECT_DEATH(front.handleDisconnect(), "wrong type:0");
 }
 
 // A queue that no sound writer leaves behind: the front hears of it, and the table can be read on.

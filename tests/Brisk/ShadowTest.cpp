@@ -73,6 +73,50 @@ TEST_P(Shadow, SilentDuringTheFirstSyncUnlessAsked) {
     EXPECT_EQ(contents(c->front->table()).size(), 1U);
     put(*w, 2, 1);
     ASSERT_TRUE(pump([&] { return c->updates == 1; }));
+
+    // Callbacks that are set while the walk runs in slices wait for its end, too.
+    MapDescriptor slices = shadowSettings(GetParam(), false);
+    slices.asyncAlways = true;
+    Client late(name_, slices);
+    late.init();
+    late.front->controlDetach(); // before it is done
+    late.init();
+    EXPECT_FALSE(late.front->keyNotifications());
+    EXPECT_DEATH(late.front->notifyingIs(false), "not allowed at this time");
+    U32 told = 0;
+    late.front->valueNotifyIs([&](TestValue const&) { ++told; });
+    late.front->keyNotifyIs([&](TestKey const&) { ++told; });
+    late.front->deleteNotifyIs([&](TestKey const&) { ++told; });
+    ASSERT_TRUE(pump([&] { return late.synchronised() && late.asleep(); }));
+    EXPECT_EQ(told, 0U);
+    put(*w, 2, 2);
+    drop(*w, 1);
+    ASSERT_TRUE(pump([&] { return told == 2; }));
+    Client deaf(name_, slices);
+    deaf.front->notifyingIs(false);
+    EXPECT_DEATH(deaf.init(), "notifications unexpectedly disabled prior to initialization");
+}
+
+// Without a sentry the client itself attaches the front and lets go, and nobody does it behind it.
+TEST_P(Shadow, AttachedByHand) {
+    auto w = writer();
+    put(*w, 1, 1);
+    auto c = client();
+    ASSERT_TRUE(pump([&] { return c->asleep(); }));
+    c->front->controlDetach();
+    EXPECT_TRUE(c->known.empty());
+    EXPECT_FALSE(c->front->initialized() || c->front->mounter());
+    c->front->notifyingIs(true);
+    c->front->tryAttach(); // is the sentry's
+    EXPECT_EQ(c->front->mountStatus(), MountStatus::unmounted);
+    c->front->attach("by hand");
+    ASSERT_TRUE(pump([&] { return c->synchronised() && c->asleep() && c->known.size() == 1; }));
+    w->detach(false);
+    ASSERT_TRUE(pump([&] { return !c->front->connected(); }));
+    EXPECT_TRUE(c->synchronised() && c->front->disconnectedActiveReader());
+    c->front->detach(false);
+    EXPECT_EQ(c->front->mountStatus(), MountStatus::unmounted);
+    EXPECT_TRUE(pump([&] { return c->known.empty(); }));
 }
 
 TEST_P(Shadow, ReusedSlotsGiveOneDeleteAndOneUpdate) {
@@ -84,6 +128,10 @@ TEST_P(Shadow, ReusedSlotsGiveOneDeleteAndOneUpdate) {
     // The slot freed last is taken first: key 100 stands where key 3 stood.
     drop(*w, 3);
     put(*w, 100, 1);
+    bool found = false; // before it has heard of it
+    c->front->table().lookup(TestKey(3), found, nullptr);
+    EXPECT_EQ(found, values());
+    EXPECT_EQ(c->front->readerCounters().keyMismatches, !values());
     ASSERT_TRUE(pump([&] { return c->asleep(); }));
     EXPECT_EQ(c->deletes, 1U);
     EXPECT_EQ(c->updates, before + 1);
@@ -255,28 +303,35 @@ TEST_P(Shadow, LooksWhileBeingTold) {
 
 // Detach, and detach with a new attach, from inside each kind of callback.
 TEST_P(Shadow, EndsAndStartsOverFromInsideAnyCallback) {
-    for (bool const again : {false, true}) {
-        for (int where = 0; where < 4; ++where) {
-            SCOPED_TRACE(testing::Message() << "where " << where << " again " << again);
+    // Detaches without force, forced, and forced with a new attach.
+    for (int how = 0; how < 3; ++how) {
+        bool const force = how > 0, again = how > 1;
+        for (int where = 0; where < 5; ++where) {
+            if (!force && (where == 2 || where == 3)) continue; // inside a flush: a fault
+            SCOPED_TRACE(testing::Message() << "where " << where << " how " << how);
             std::filesystem::remove_all(base_.path() + "/vrf");
             auto w = writer();
             for (U32 id = 0; id < 40; ++id) put(*w, id, 1);
-            auto c = client();
-            ASSERT_TRUE(pump([&] { return c->asleep(); }));
+            auto c = std::make_unique<Client>(name_, shadowSettings(GetParam()));
             bool done = false;
             auto const act = [&] {
                 if (std::exchange(done, true)) return;
-                c->front->detach(true);
+                c->front->detach(force);
                 // When an asynchronous flush is completed the sentry looks at once, and finds the
                 // writer alive.
-                EXPECT_EQ(c->front->mountStatus(),
-                          where < 2 ? MountStatus::unmounted : MountStatus::mounted);
-                EXPECT_TRUE(c->known.empty()); // the flush told all
+                EXPECT_EQ(c->front->mountStatus(), !force ? MountStatus::flushing
+                                                   : where == 2 || where == 3
+                                                       ? MountStatus::mounted
+                                                       : MountStatus::unmounted);
+                EXPECT_EQ(c->known.empty(), force); // the flush told all
                 if (again) c->front->attach("test");
                 EXPECT_LE(contents(c->front->table()).size(), 40U);
                 bool found = false;
                 c->front->table().lookup(TestKey(3), found, nullptr);
             };
+            if (where == 4) c->onUpdate = [&](TestKey const&) { act(); }; // in the first walk
+            c->init();
+            ASSERT_TRUE(pump([&] { return c->asleep(); }));
             if (where == 0) c->onUpdate = [&](TestKey const&) { act(); };
             if (where == 1) c->onDelete = [&](TestKey const&) { act(); };
             if (where == 2) c->onStatus = [&] { act(); };

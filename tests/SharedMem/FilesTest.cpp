@@ -22,7 +22,7 @@ protected:
 
     Support::TempBase base_;
     Mem::RootPath path_{"routes"};
-    Dunlin::Platform::DebugHandler trace_{"test", 0};
+    Dunlin::Platform::DebugHandler& trace_ = Support::quietTrace();
 
     OwnerFile owner() { return OwnerFile(trace_, path_, false); }
     void corrupt(char const* name, long offset) {
@@ -52,10 +52,24 @@ TEST_F(Files, OrielKeepsTheIdAndAdmitsDamage) {
     oriel.cleanup();
     EXPECT_EQ(oriel.read(), 0U);
 
-    OrielFile local(trace_, Mem::RootPath("l", true), true);
+    // Of a local table there is nothing.
+    Mem::RootPath const nowhere("l", true);
+    OrielFile local(trace_, nowhere, true);
     local.write(5);
     EXPECT_EQ(local.read(), 0U);
     local.validate(7);
+    local.cleanup();
+    OwnerFile localOwner(trace_, nowhere, true);
+    for (int i = 0; i < 2; ++i) localOwner.lock();
+    localOwner.typeNameIs("T");
+    localOwner.bolsterInfoIs({"fib-1", 1});
+    localOwner.validateFile();
+    EXPECT_EQ(localOwner.typeName() + localOwner.headerToString(), "local table");
+    EXPECT_FALSE(WriterLock::acquireWriterLock(trace_, nowhere, localOwner, false).held());
+    localOwner.cleanup();
+    nowhere.makeDirectories();
+    nowhere.removeDirectories();
+    EXPECT_FALSE(std::filesystem::exists(base_.path() + "/l"));
 }
 
 TEST_F(Files, OwnerIsSoundFromTheFirstBolsterInfoOn) {
@@ -100,6 +114,10 @@ TEST_F(Files, DamagedOwnerFileIsNamedAndReplaced) {
     EXPECT_TRUE(owner().validate());
     std::filesystem::resize_file(path_.file("owner"), 0);
     EXPECT_TRUE(owner().validate());
+    std::filesystem::remove(path_.file("owner"));
+    std::filesystem::create_directory(path_.file("owner"));
+    EXPECT_FALSE(owner().validate());
+    EXPECT_THAT(owner().headerToString(), testing::HasSubstr("cannot read "));
 }
 
 TEST_F(Files, OneWriterUntilItDies) {

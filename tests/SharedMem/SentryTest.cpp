@@ -43,7 +43,7 @@ class SentryTest : public testing::Test {
 protected:
     Support::TempBase base_;
     RootPath path_{"a/b/table"};
-    Dunlin::Platform::DebugHandler trace_{"test", 0};
+    Dunlin::Platform::DebugHandler& trace_ = Support::quietTrace();
     Front front_;
 
     // A writing process, as far as its files and its endpoint tell: listens, makes the files, and
@@ -170,10 +170,37 @@ TEST_F(SentryTest, ANotifieeMayEndTheSentryThatCallsIt) {
     EXPECT_EQ(front_.log, "a");
 }
 
+TEST_F(SentryTest, ANotifieeMayAskFromInsideOrAttachByHand) {
+    Child writer([&](Child& self) { return write(self, 1); });
+    writer.hear();
+    front_.refuse = true;
+    {
+        ReaderSentry sentry(trace_, path_, front_);
+        front_.onAttach = [&] { sentry(Sentry::eventTryAttach_, false); };
+        sentry(Sentry::eventInit_, false);
+        EXPECT_EQ(front_.log, "aaaa"); // and not for ever
+        front_.onAttach = [&] {
+            sentry(Sentry::eventTryAttach_, false);
+            sentry.watching = false;
+        };
+        sentry(Sentry::eventTryAttach_, false);
+        EXPECT_EQ(front_.log, "aaaaa");
+    }
+    front_ = Front();
+    front_.attached = true; // to what is there
+    ReaderSentry sentry(trace_, path_, front_);
+    sentry(Sentry::eventTryAttach_, false);
+    EXPECT_EQ(front_.log, "");
+    std::ofstream(path_.file("owner")) << "damaged";
+    sentry(Sentry::eventTryAttach_, false);
+    EXPECT_EQ(front_.log, "d");
+}
+
 TEST_F(SentryTest, TheWriterHearsThatItsFilesWereTaken) {
     struct Owner : WriterSentry::Notifiee {
         int asked = 0;
-        SharedMem::OrielId orielId() const override { return 5; }
+        SharedMem::OrielId id = 0;
+        SharedMem::OrielId orielId() const override { return id; }
         bool validate() override { return true; }
         bool validateFiles(std::string const&, unsigned) override {
             ++asked;
@@ -184,7 +211,12 @@ TEST_F(SentryTest, TheWriterHearsThatItsFilesWereTaken) {
     std::ofstream(path_.file("slots")) << "slots";
     WriterSentry sentry(trace_, &owner, path_);
     sentry(Sentry::eventInit_, false);
+    sentry(Sentry::eventFiles_, true); // it has no table yet
+    owner.id = 5;
+    sentry.watching = false;
+    sentry(Sentry::eventFiles_, true);
     EXPECT_EQ(owner.asked, 0);
+    sentry.watching = true;
     std::filesystem::remove(path_.file("slots"));
     ASSERT_TRUE(pump([&] { return owner.asked == 1; }));
 }

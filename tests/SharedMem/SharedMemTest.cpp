@@ -211,6 +211,32 @@ TEST_F(SharedMem, TrackingFollowsTheMappedBytes) {
     EXPECT_EQ(trackedBytes(), before);
 }
 
+TEST_F(SharedMem, WhatCannotBeDoneIsRefusedWithAReason) {
+    Mapping file(path_, "slots"), reader(path_, "slots"), heap(path_, "heap", Backing::heap);
+    auto const refused = [](Mapping& mapping, void* result, std::string const& reason) {
+        EXPECT_EQ(result, nullptr) << reason;
+        EXPECT_EQ(mapping.reason(), reason);
+    };
+    EXPECT_FALSE(file.replaced());
+    refused(file, file.resize(10), "resize of a detached mapping: Invalid argument");
+    refused(file, file.attach(0, Mode::writer), "empty mapping: Invalid argument");
+    ASSERT_NE(file.attach(page_, Mode::writer), nullptr);
+    refused(file, file.resize(0), "empty mapping: Invalid argument");
+    for (bool const on : {true, false}) file.dumpToCoreIs(on);
+    ASSERT_NE(reader.attach(page_, Mode::reader, file.data()), nullptr); // no place for it: another
+    refused(reader, reader.resize(page_ + 1),
+            fmt::format("the file has {} bytes, wanted {}", page_, page_ + 1));
+    failMappingAfter(1);
+    refused(file, file.attachNew(page_), "mmap: Cannot allocate memory");
+    failMappingAfter(1);
+    refused(heap, heap.attach(page_, Mode::writer), "Mem::Local::HEAP: Cannot allocate memory");
+    ASSERT_NE(heap.attach(page_, Mode::writer), nullptr);
+    heap.dumpToCoreIs(true);
+    for (int i = 0; i < 2; ++i) heap.enable();
+    heap.cleanup(); // it has no file
+    EXPECT_EQ(heap.memSize(), page_);
+}
+
 TEST(LocalMem, GrownBytesAreZeroAlsoWhereItShrankBefore) {
     for (auto const kind : {Local::HEAP, Local::ANONYMOUS}) {
         Local memory(kind);

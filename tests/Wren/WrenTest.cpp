@@ -63,7 +63,7 @@ protected:
 
     Support::TempBase base_;
     Mem::RootPath path_{"t"};
-    Dunlin::Platform::DebugHandler trace_{"test", 0};
+    Dunlin::Platform::DebugHandler& trace_ = Support::quietTrace();
     Values values_{2000};
     Quiet quiet_;
     Yarrow::YarrowWriterOptions options_;
@@ -191,8 +191,21 @@ TEST_F(Doorbell, WhoBreaksTheProtocolLosesTheConnection) {
         EXPECT_EQ(answer(fd, message), Received::closed);
         EXPECT_EQ(writer_->wren().readers(), 0U);
     }
-    // Two Sleeps without a Wake between; and one who never greets is no reader.
-    Mem::Fd const silent = dial();
+    // What is no greeting, or comes from the future.
+    hello.position = 1'000'000;
+    Message message;
+    for (bool const greets : {true, false}) {
+        Mem::Fd const fd = dial();
+        ASSERT_TRUE(greets ? send(fd.get(), hello) : send(fd.get(), proper));
+        EXPECT_EQ(answer(fd, message), Received::closed);
+    }
+    hello.position = 0;
+    // Two Sleeps without a Wake between; and those who never greet are no readers.
+    std::vector<Mem::Fd> silent(300);
+    for (Mem::Fd& fd : silent) fd = dial();
+    EXPECT_EQ(answer(silent.back(), message), Received::closed); // so many are not let in
+    silent.resize(100);
+    loop().runOnce(0.01);
     Mem::Fd const twice = dial();
     ASSERT_TRUE(send(twice.get(), hello));
     ASSERT_TRUE(send(twice.get(), proper));
@@ -202,6 +215,111 @@ TEST_F(Doorbell, WhoBreaksTheProtocolLosesTheConnection) {
     EXPECT_EQ(writer_->wren().sleepingReaders(), 0U);
     change(1);
     EXPECT_EQ(writer_->wren().wrens(), 0U);
+    // One that is woken again and again and never takes a Wake from its socket.
+    for (bool const late : {true, false}) {
+        Mem::Fd const deaf = dial();
+        ASSERT_TRUE(send(deaf.get(), hello));
+        ASSERT_TRUE(pump([&] { return writer_->wren().readers() == 1; }));
+        U32 wakes = 0;
+        for (; wakes < 5000 && writer_->wren().readers() == 1; ++wakes) {
+            Position sleep = proper;
+            if (!late) sleep.position = writer_->sequence();
+            send(deaf.get(), sleep);
+            loop().runOnce(0.01);
+            if (!late) change(1), loop().runOnce(0);
+        }
+        EXPECT_LT(wakes, 5000U);
+        EXPECT_EQ(writer_->wren().sleepingReaders(), 0U);
+        EXPECT_TRUE(writer_->quiesced());
+    }
+}
+
+// The writer's end played by hand: what it sends out of turn ends the connection, and a Sleep that
+// finds no room in the socket is kept until there is some.
+TEST_F(Doorbell, AReaderHoldsTheWriterToTheProtocol) {
+    Mem::Fd const listening(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0));
+    sockaddr_un at{};
+    at.sun_family = AF_UNIX;
+    std::strcpy(at.sun_path, SharedMem::BolsterName::path("peer-1").c_str());
+    ASSERT_EQ(::bind(listening.get(), reinterpret_cast<sockaddr*>(&at), sizeof at), 0);
+    ASSERT_EQ(::listen(listening.get(), 5), 0);
+    auto reader = std::make_unique<MiniReader>(trace_, path_, values_, oriel);
+    EXPECT_FALSE(reader->wren.connect({}));
+    EXPECT_FALSE(reader->wren.connect({"nobody-1", 1}));
+    Message message;
+    // Connects, and gives the writer's end.
+    auto const greeted = [&] {
+        EXPECT_TRUE(reader->start({"peer-1", 1}));
+        Mem::Fd peer(::accept4(listening.get(), nullptr, nullptr, SOCK_NONBLOCK));
+        EXPECT_EQ(receive(peer.get(), message), Received::message);
+        EXPECT_EQ(message.hello.orielId, oriel);
+        return peer;
+    };
+    Welcome const welcome{.incarnation = 1};
+    Wake const wake;
+    Refused const refused;
+    auto const asleep = [&](Mem::Fd const& peer) {
+        send(peer.get(), welcome);
+        return pump([&] { return receive(peer.get(), message) == Received::message; }) &&
+               message.kind == Kind::sleep;
+    };
+    struct {
+        bool welcomed;
+        void const* message;
+        std::size_t size;
+    } const wrongs[] = {{false, &wake, sizeof wake},
+                        {false, &refused, sizeof refused},
+                        {true, &welcome, sizeof welcome},
+                        {true, &wake, 5}};
+    for (auto const& wrong : wrongs) {
+        SCOPED_TRACE(&wrong - wrongs);
+        int const before = reader->disconnects;
+        Mem::Fd const peer = greeted();
+        ASSERT_TRUE(!wrong.welcomed || asleep(peer));
+        ASSERT_TRUE(sendMessage(peer.get(), wrong.message, wrong.size));
+        EXPECT_TRUE(pump([&] { return reader->disconnects == before + 1; }));
+        EXPECT_FALSE(reader->wren.connected());
+    }
+    Mem::Fd const peer = greeted();
+    ASSERT_TRUE(asleep(peer));
+    U64 sent = 0;
+    while (sent != reader->wren.sequencesSent()) {
+        sent = reader->wren.sequencesSent();
+        ASSERT_TRUE(send(peer.get(), wake));
+        loop().runOnce(0.01);
+    }
+    while (receive(peer.get(), message) == Received::message) continue;
+    EXPECT_TRUE(pump([&] { return reader->wren.sequencesSent() == sent + 1; }));
+    EXPECT_EQ(receive(peer.get(), message), Received::message);
+    EXPECT_EQ(message.kind, Kind::sleep);
+    // The client wants to hear no more, in the midst of what it hears, or lets everything go.
+    U32 drains = 0; // the first is the one before the Wake is taken
+    reader->onDrain = [&] { reader->wren.notifyingIs(++drains < 2); };
+    send(peer.get(), wake);
+    EXPECT_TRUE(pump([&] { return receive(peer.get(), message) == Received::message; }));
+    EXPECT_EQ(message.kind, Kind::progress);
+    reader->onDrain = Dunlin::noop;
+    reader->wren.notifyingIs(true); // a slice is posted, and finds nobody
+    reader = std::make_unique<MiniReader>(trace_, path_, values_, oriel);
+    Mem::Fd const last = greeted();
+    ASSERT_TRUE(asleep(last));
+    reader->onDrain = [&] { reader.reset(); };
+    send(last.get(), wake);
+    EXPECT_TRUE(pump([&] { return !reader; }));
+    EXPECT_TRUE(pump([&] { return receive(last.get(), message) == Received::closed; }));
+}
+
+TEST_F(Doorbell, AnEndpointOfTheSameNameIsLeftAlone) {
+    Support::TempBase const other;
+    Mem::makeDirectory(other.path() + "/sockets");
+    Mem::Fd const first(::socket(AF_UNIX, SOCK_SEQPACKET, 0));
+    sockaddr_un at{};
+    at.sun_family = AF_UNIX;
+    std::strcpy(at.sun_path, SharedMem::BolsterName::path(SharedMem::BolsterName::own()).c_str());
+    ASSERT_EQ(::bind(first.get(), reinterpret_cast<sockaddr*>(&at), sizeof at), 0);
+    ASSERT_EQ(::listen(first.get(), 5), 0);
+    EXPECT_THROW(writer_->wren().doEnableListen(), Dunlin::InvalidInitializeException);
+    EXPECT_TRUE(std::filesystem::exists(at.sun_path));
 }
 
 TEST_F(Doorbell, ReadersHearOfTheWritersEnd) {

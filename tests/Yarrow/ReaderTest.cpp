@@ -20,7 +20,7 @@ class QueueReaderTest : public testing::Test {
 protected:
     Support::TempBase base_;
     Mem::RootPath path_{"t"};
-    Dunlin::Platform::DebugHandler trace_{"test", 0};
+    Dunlin::Platform::DebugHandler& trace_ = Support::quietTrace();
     YarrowWriterOptions options_;
     std::unique_ptr<Writer> writer_;
     YarrowReader<BasicSlot> reader_{trace_, path_};

@@ -26,7 +26,7 @@ class QueueWriterTest : public testing::Test {
 protected:
     Support::TempBase base_;
     Mem::RootPath path_{"t"};
-    Dunlin::Platform::DebugHandler trace_{"test", 0};
+    Dunlin::Platform::DebugHandler& trace_ = Support::quietTrace();
     Shrinks shrinks_;
     YarrowWriterOptions options_;
 

@@ -7,6 +7,7 @@
 #include "Yarrow/YarrowReader.h"
 #include "Yarrow/YarrowWriter.h"
 
+#include <functional>
 #include <stdexcept>
 #include <sys/mman.h>
 #include <vector>
@@ -101,13 +102,19 @@ public:
     Wren::Sequence wrenPosition() const override { return queue.last(); }
     Wren::Sequence wrenHead() const override { return queue.head(); }
     bool wrenSynced() const override { return synced; }
-    bool wrenDrain(double) override { return copy.drain(1000); }
+    bool wrenDrain(double) override {
+        auto const then = onDrain; // which may end this object
+        bool const drained = copy.drain(1000);
+        then();
+        return drained;
+    }
     void wrenWelcome(Wren::Welcome const& message) override { welcome = message; }
     void handleDisconnect() override { ++disconnects; }
     void wrenRetry() override {}
 
     Yarrow::YarrowReader<Yarrow::BasicSlot> queue;
     Copy copy;
+    std::function<void()> onDrain = Dunlin::noop;
     bool synced = false;
     int disconnects = 0;
     Wren::Welcome welcome;

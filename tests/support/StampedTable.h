@@ -2,24 +2,15 @@
 // so that a torn copy, or a copy of another key's record, is seen at once. In three slot sizes.
 #pragma once
 
+#include "tests/support/TempBase.h"
+
 #include "Brisk/Table.h"
-#include "Dunlin/Trace.h"
 
 #include <array>
 #include <compare>
 #include <fmt/format.h>
 
 namespace Support {
-
-// A handler that says nothing: these tests provoke thousands of reports.
-inline Dunlin::Platform::DebugHandler& quietTrace() {
-    static auto const handler = [] {
-        auto made = Dunlin::Platform::getDebugHandler("test", false);
-        made->maskIs(0);
-        return made;
-    }();
-    return *handler;
-}
 
 // Small numbers, spread by their hash.
 struct StampKey {
@@ -49,9 +40,7 @@ struct Stamped {
     friend bool operator==(Stamped const&, Stamped const&) = default;
 
 private:
-    U64 word(U32 i) const {
-        return (U64{key_.number} << 32 | stamp_) * 0x9e3779b97f4a7c15U + i;
-    }
+    U64 word(U32 i) const { return (U64{key_.number} << 32 | stamp_) * 0x9e3779b97f4a7c15U + i; }
     StampKey key_;
     U32 stamp_ = 0;
     std::array<U64, (bytes - 8) / 8> words_{};

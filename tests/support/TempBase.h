@@ -1,13 +1,25 @@
-// A fresh base directory for the tables of one test, removed with it.
+// A fresh base directory for the tables of one test, removed with it; and a silent trace.
 #pragma once
 
+#include "Dunlin/Trace.h"
 #include "Dunlin/Util.h"
 
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <unistd.h>
 
 namespace Support {
+
+// A handler that says nothing unless it is asked to: tests provoke thousands of reports.
+inline Dunlin::Platform::DebugHandler& quietTrace() {
+    static auto const handler = [] {
+        auto made = Dunlin::Platform::getDebugHandler("test", false);
+        if (!std::getenv("CAIRN_TRACE")) made->maskIs(0);
+        return made;
+    }();
+    return *handler;
+}
 
 class TempBase {
 public:

@@ -280,7 +280,7 @@ TEST_F(Faults, OfReadersPassWithoutTheWriter) {
 TEST_F(Faults, OfShadowsAndTheirDoorbellPass) {
     auto w = writer(writerSettings(true));
     for (U32 id = 0; id < 40; ++id) put(*w, id, 1);
-    for (BriskType const type : {BriskType::reader, BriskType::valueShadow}) {
+    for (BriskType const type : {BriskType::reader, BriskType::valueShadow, BriskType::keyShadow}) {
         auto c = std::make_unique<Client>(name_, shadowSettings(type));
         auto const same = [&] {
             return contents(c->front->table()) == contents(*w) &&
