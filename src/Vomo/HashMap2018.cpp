@@ -35,8 +35,10 @@ Bucket* newBucket(HashMap2018VTable const* vt, U32 slots) {
     return bucket;
 }
 
-// Slots for n members and, in large buckets, some more; few only where there is but one bucket.
+// Slots for n members and, in large buckets, some more; few only where there is but one bucket. More
+// members than a bucket can hold are for newBucket to refuse.
 U32 roomFor(U32 n, U32 tableBits) {
+    if (n > Bucket::maxSlots) return n;
     if (n <= 3 && tableBits == 0) return n;
     return std::min((n < 16 ? n : n + n / 4) | 7, Bucket::maxSlots);
 }
@@ -267,9 +269,14 @@ void HashMap2018Generic::vomoMarkAllForDeletion() {
             for (U32 i = 0; i < bucket->used(); ++i) bucket->hashWord(i) |= 1;
 }
 
-// Doubles or halves the table: each bucket is split at a hash, or two neighbours become one.
+// Doubles or halves the table: each bucket is split at a hash, or two neighbours become one. It keeps
+// its size where two neighbours have more members than one bucket can hold.
 void HashMap2018Generic::resizeTable(HashMap2018VTable const* vt, U32 bits) {
     U32 const oldBits = tableBits(), n = numBuckets();
+    auto const used = [&](U32 b) { return table_[b] == nullptr ? 0 : table_[b]->used(); };
+    if (bits < oldBits)
+        for (U32 b = 0; b < n; b += 2)
+            if (used(b) + used(b + 1) > Bucket::maxSlots) return;
     Bucket** const table = newTable(bits, tableTail);
     if (table == nullptr) return; // the old size serves as well
     for (U32 b = 0; b < n; ++b) {
@@ -277,15 +284,15 @@ void HashMap2018Generic::resizeTable(HashMap2018VTable const* vt, U32 bits) {
         if (from == nullptr) continue;
         if (bits > oldBits) {
             U32 const border = static_cast<U32>((U64{b} * 2 + 1) << (32 - bits));
-            U32 const used = from->used(), split = lowerBound(from, border);
-            if (split == used || split == 0) {
+            U32 const count = from->used(), split = lowerBound(from, border);
+            if (split == count || split == 0) {
                 table[2 * b + (split == 0)] = from; // all on one side
                 continue;
             }
             MoveOrCopy const mode = modeFor(from);
             table[2 * b] = copyRange(vt, roomFor(split, bits), from, 0, split, mode);
             table[2 * b + 1] =
-                copyRange(vt, roomFor(used - split, bits), from, split, used - split, mode);
+                copyRange(vt, roomFor(count - split, bits), from, split, count - split, mode);
             vt->bktHdrRefDec(from);
         } else {
             Bucket*& place = table[b / 2];

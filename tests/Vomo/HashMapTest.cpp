@@ -234,6 +234,32 @@ TEST(HashCollections, ManyIteratorsInOneBucket) {
     }
 }
 
+// A bucket counts its members in 14 bits: one more of nearly the same hash is refused, and two buckets
+// that would not fit into one stay two, though the table is large for what is left.
+TEST(HashCollections, MoreOfOneHashThanABucketHoldsAreRefused) {
+    struct Chosen {
+        U32 spread; // what the engine makes of the hash
+        U32 number;
+        U32 hash() const {
+            return spread * 0x0E8B2F51U;
+        } // times the inverse of the engine's factor
+        bool operator==(Chosen const&) const = default;
+    };
+    using Node = HashMap2018NodeExternKey<true, 0U, Chosen, U32, false>;
+    HashMap2018<Node, Chosen, U32> map;
+    constexpr U32 some = 9000, max = HashMap2018BucketHdr::maxSlots;
+    constexpr U32 step = 1U << 14, others = max * 9;
+    for (U32 i = 0; i < others; ++i) map.newMember(Node({i * step + 7, i}, i));
+    for (U32 i = 0; i < some; ++i)
+        for (U32 const spread : {0U, 1U << 17}) map.newMember(Node({spread, i + others}, i));
+    for (U32 i = 0; i < others; ++i) EXPECT_TRUE(map.deleteMember({i * step + 7, i}));
+    for (U32 i = some; i < max; ++i) map.newMember(Node({0, i + others}, i));
+    EXPECT_THROW(map.newMember(Node({0, 0}, 0)), Dunlin::RuntimeException);
+    EXPECT_EQ(map.members(), max + some);
+    for (U32 const i : {0U, some - 1, max - 1}) EXPECT_EQ((map[{0, i + others}]->value()), i);
+    EXPECT_EQ((map[{1U << 17, others}]->value()), 0U);
+}
+
 TEST(HashCollections, AnUnsafeWalkStopsTheProcessOnChange) {
     PlainMap map;
     map.newMember(PlainNode(1, 1));
