@@ -475,10 +475,12 @@ void Connection::flow() {
             continue;
         }
         EntityAdapter& sa = *at->second;
-        // A first pass goes on where it stopped; later ones send what is dirty.
-        U32 const stopped = sa.stream().handleAttrFlowOut(&sa, sa.flow.resyncAt);
-        sa.flow.resyncAt = stopped;
-        if (stopped != 0) break;
+        // A pass goes on where it stopped. What has changed before that place meanwhile waits for
+        // another one, from the start, which sends what is dirty.
+        U32 const from = sa.flow.resyncAt;
+        sa.flow.resyncAt = sa.stream().handleAttrFlowOut(&sa, from);
+        if (sa.flow.resyncAt != 0) break;
+        if (from != 0) continue;
         sa.flow.resyncDone = true;
         sa.waiting = false;
         waiting_.pop_front(); // others were only added behind

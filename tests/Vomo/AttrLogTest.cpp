@@ -116,6 +116,21 @@ TEST_F(Replication, ASmallQueueInterruptsWalksAndLosesNothing) {
     expectEqual();
 }
 
+// A member changes behind a pass that waits for room with other attributes.
+TEST_F(Replication, WhatChangesBehindAWaitingPassIsSentWithoutAnotherChange) {
+    auto const request = source->requestIs({19, 1});
+    request->portVlanIs(portVlan(0), true);
+    sourceEnd.budgetIs(1);
+    for (U32 stop = 1; stop < 9; ++stop) {
+        connect();
+        for (U32 turn = 0; turn < stop; ++turn) carry(sourceEnd, mirrorEnd);
+        request->portVlanIs(portVlan(stop), true);
+        settle();
+        expectEqual();
+        disconnect();
+    }
+}
+
 // A message as the bytes tell it.
 struct Message {
     U32 entity;
