@@ -1,5 +1,5 @@
 // Tables at their corners: detached, local, of equal hashes, damaged behind a reader's back.
-#include "Brisk/FrontFixture.h"
+#include "FrontFixture.h"
 
 #include "Brisk/Syncer.h"
 #include "Dunlin/Exception.h"
@@ -7,11 +7,9 @@
 #include "SharedMem/SharedMem.h"
 #include "Yarrow/QueueReader.h"
 
-#include <fstream>
-
 namespace {
 
-using namespace support;
+using namespace Support;
 
 class Corners : public Fronts {};
 
@@ -98,8 +96,8 @@ TEST_F(Corners, ALocalTableTouchesNoFile) {
 TEST_F(Corners, EqualHashesInEveryKindOfReader) {
     auto w = writer(writerSettings(true));
     auto const key = [](U32 id) { return TestKey(id, 0x1234 + id / 64); };
-    TestReader r(*handler_, name_.c_str(), TestOps{}, nullptr);
-    ASSERT_TRUE(r.initialize("test"));
+    auto const held = reader();
+    auto& r = *held;
     Client values(name_, shadowSettings(BriskType::valueShadow)),
         keys(name_, shadowSettings(BriskType::keyShadow));
     values.init();
@@ -143,8 +141,8 @@ TEST_F(Corners, EqualHashesInEveryKindOfReader) {
 TEST_F(Corners, DamageBehindAReadersBackIsNamed) {
     auto w = writer();
     for (U32 id = 0; id < 10; ++id) put(*w, id, 1);
-    TestReader r(*handler_, name_.c_str(), TestOps{}, nullptr);
-    ASSERT_TRUE(r.initialize("test"));
+    auto const held = reader();
+    auto& r = *held;
     auto& header = *w->slotTable().header;
     auto& buckets = const_cast<BriskCore::BucketTable<Brisk::SlotLink>::Header&>(
         *w->hashMap().buckets.header());
@@ -218,7 +216,7 @@ TEST_F(Corners, DamageThatAFrontMeets) {
     };
     ASSERT_TRUE(settled(5));
     auto& header = *w.slotTable().header;
-    auto const corrupt = base_.path() + '/' + name_ + "/corruption-detected";
+    auto const corrupt = file("corruption-detected");
     bool found = true;
     TestValue value;
 
@@ -254,7 +252,7 @@ TEST_F(Corners, DamageThatAFrontMeets) {
     w.directWrite(TestValue(TestKey(2), 1));
     w.shrink();
     w.directCommit();
-    std::ofstream(base_.path() + '/' + name_ + "/owner") << "damaged";
+    std::ofstream(file("owner")) << "damaged";
     EXPECT_EQ(front.owner(), ":0");
     front.detach(true);
     w.shrink();

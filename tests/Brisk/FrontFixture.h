@@ -1,5 +1,5 @@
-// Fronts of a test table with a client that keeps its own map from the callbacks alone, and writers
-// in this process or in another.
+// A table below a base directory of its own, its writer and readers, and ways to look at its files;
+// fronts of it, with a client that keeps its own map from the callbacks alone.
 #pragma once
 
 #include "Brisk/Table.h"
@@ -8,11 +8,15 @@
 #include "support/TempBase.h"
 #include "support/TestTable.h"
 
+#include "Dunlin/Util.h"
+
+#include <fstream>
+#include <gtest/gtest.h>
 #include <map>
 #include <random>
 #include <set>
 
-namespace support {
+namespace Support {
 
 using Brisk::BriskType;
 using Brisk::IterHint;
@@ -34,14 +38,20 @@ inline MapDescriptor writerSettings(bool shrinkable = false) {
     return descriptor;
 }
 
-// All entries of an implementation or a front's table, by walking.
+// All entries of an implementation or a front's table, by walking: each once, whole, in the order of
+// the bit-reversed hash.
 template <class Table>
 std::map<U32, U64> contents(Table const& table) {
     std::map<U32, U64> seen;
     TestValue value;
     IterHint hint;
-    for (bool more = table.first(value, hint); more; more = table.next(value.key(), value, hint))
+    U32 lastRhash = 0;
+    for (bool more = table.first(value, hint); more; more = table.next(value.key(), value, hint)) {
+        EXPECT_TRUE(value.whole());
+        U32 const rhash = Dunlin::Util::reverse(value.key().hash());
+        EXPECT_LE(std::exchange(lastRhash, rhash), rhash);
         EXPECT_TRUE(seen.emplace(value.key().id, value.stamp()).second);
+    }
     return seen;
 }
 
@@ -102,11 +112,37 @@ public:
 
 class Fronts : public testing::Test {
 public:
+    ~Fronts() override { Dunlin::traceSinkIs({}); }
+    std::unique_ptr<TestWriter> detachedWriter(
+        MapDescriptor const& descriptor = writerSettings()) {
+        return std::make_unique<TestWriter>(*handler_, name_, descriptor, TestOps{}, "TestValue",
+                                            Dunlin::noop);
+    }
     std::unique_ptr<TestWriter> writer(MapDescriptor const& descriptor = writerSettings()) {
-        auto result = std::make_unique<TestWriter>(*handler_, name_, descriptor, TestOps{},
-                                                   "TestValue", Dunlin::noop);
+        auto result = detachedWriter(descriptor);
         result->initialize("test");
         return result;
+    }
+    std::unique_ptr<TestReader> detachedReader() {
+        return std::make_unique<TestReader>(*handler_, name_.c_str(), TestOps{}, nullptr);
+    }
+    std::unique_ptr<TestReader> reader() {
+        auto result = detachedReader();
+        EXPECT_TRUE(result->initialize("test"));
+        return result;
+    }
+    std::string file(char const* f) const { return base_.path() + "/" + name_ + "/" + f; }
+    void poke(char const* f, long offset, U32 word) {
+        std::fstream stream(file(f), std::ios::in | std::ios::out | std::ios::binary);
+        stream.seekp(offset);
+        stream.write(reinterpret_cast<char const*>(&word), sizeof word);
+    }
+    U32 peek(char const* f, long offset) {
+        std::ifstream stream(file(f), std::ios::binary);
+        stream.seekg(offset);
+        U32 word = 0;
+        stream.read(reinterpret_cast<char*>(&word), sizeof word);
+        return word;
     }
     static void put(TestWriter& writer, U32 id, U64 stamp) {
         writer.write(TestValue(TestKey(id), stamp), true);
@@ -122,4 +158,4 @@ public:
         Dunlin::Platform::getDebugHandler("FrontTest", true);
 };
 
-} // namespace support
+} // namespace Support

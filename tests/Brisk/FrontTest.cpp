@@ -11,7 +11,7 @@
 
 namespace {
 
-using namespace support;
+using namespace Support;
 using Support::Child;
 
 class Front : public Fronts {
@@ -19,9 +19,8 @@ public:
     // A writing process: makes the table with `entries` entries, then obeys: 'p' and a number puts,
     // 'd' and a number drops, 'w' waits for quiet, anything else leaves in good order.
     int write(Child& self, U32 entries, bool reformat = false) {
-        auto w = std::make_unique<TestWriter>(*handler_, name_, writerSettings(), TestOps{},
-                                              "TestValue", Dunlin::noop);
-        if (reformat) std::filesystem::remove(base_.path() + "/" + name_ + "/oriel");
+        auto w = detachedWriter();
+        if (reformat) std::filesystem::remove(file("oriel"));
         w->initialize("test");
         for (U32 id = 0; id < entries; ++id) put(*w, id, 1);
         self.tell(1);
@@ -153,9 +152,9 @@ TEST_F(Front, StandIns) {
     EXPECT_TRUE(dummy->initialize("x"));
     EXPECT_TRUE(dummy->validate() && dummy->validateFiles());
     EXPECT_EQ(dummy->capacity() + dummy->members() + dummy->buckets() + dummy->maxSize(), 0U);
-    EXPECT_TRUE(std::filesystem::exists(base_.path() + "/" + name_ + "/slots"));
+    EXPECT_TRUE(std::filesystem::exists(file("slots")));
     dummy->cleanup(); // reaches what the dummy replaced
-    EXPECT_FALSE(std::filesystem::exists(base_.path() + "/" + name_ + "/slots"));
+    EXPECT_FALSE(std::filesystem::exists(file("slots")));
     dummy.reset();
     loop().runReady(); // and there it ends
     EXPECT_FALSE(Mem::WriterLock::writerExists(Mem::RootPath(name_)));
@@ -271,7 +270,7 @@ TEST_F(Front, WritersKilledUnderLoadLeaveNothingBehind) {
         EXPECT_EQ(c.statuses.back(), '2');
         EXPECT_GT(std::count(c.statuses.begin(), c.statuses.end(), '3'), 10);
     }
-    EXPECT_FALSE(std::filesystem::exists(base_.path() + "/" + name_ + "/corruption-detected"));
+    EXPECT_FALSE(std::filesystem::exists(file("corruption-detected")));
 }
 
 TEST_F(Front, AttachAndForcedDetachInsideAFlush) {
@@ -374,7 +373,7 @@ TEST_F(Front, DamageReachesTheHandlerAndDetachesAReader) {
     c.init();
     ASSERT_EQ(c.front->mountStatus(), MountStatus::mounted);
     c.front->doCorruptionDetected("found by a test");
-    EXPECT_TRUE(std::filesystem::exists(base_.path() + "/" + name_ + "/corruption-detected"));
+    EXPECT_TRUE(std::filesystem::exists(file("corruption-detected")));
     EXPECT_EQ(c.front->mountStatus(), MountStatus::mounted); // not inside the call
     loop().runReady();
     EXPECT_EQ(c.front->mountStatus(), MountStatus::unmounted);

@@ -1,6 +1,6 @@
 // Every text by which a writer reports damage, misuse, lack of room or progress is produced by what
 // it speaks of: operators and other programs look for them as they stand.
-#include "Brisk/TableFixture.h"
+#include "FrontFixture.h"
 
 #include "Brisk/ShadowHashMapImpl.h"
 #include "Brisk/TableFullException.h"
@@ -11,18 +11,20 @@
 
 namespace {
 
-using namespace support;
+using namespace Support;
 
-class Messages : public support::Table, public Support::Ear {
+class Messages : public Fronts, public Ear {
 public:
     ~Messages() override { Mem::failMappingAfter(0); }
+    auto writer(MapDescriptor const& descriptor = MapDescriptor(1000)) {
+        return Fronts::writer(descriptor);
+    }
 
     static void fill(TestWriter& w, U32 from, U32 to) {
         for (U32 i = from; i < to; ++i) w.write(TestValue(TestKey(i), i), true);
     }
     static void drop(TestWriter& w, U32 from, U32 to) {
-        TestValue old;
-        for (U32 i = from; i < to; ++i) w.remove(TestKey(i), old);
+        for (U32 i = from; i < to; ++i) Fronts::drop(w, i);
     }
     static auto& slotOf(TestWriter& w, U32 id) {
         auto const hash = TestKey(id).hash();
@@ -41,7 +43,7 @@ TEST_F(Messages, OfHeadersThatDoNotAgree) {
     auto const& header = *w->slotTable().header;
     std::string text;
     auto const wrong = [&](std::size_t size) {
-        return header.validate(handler(), size, w->orielId(), "TestValue", text) ? "sound" : text;
+        return header.validate(*handler_, size, w->orielId(), "TestValue", text) ? "sound" : text;
     };
     EXPECT_EQ(wrong(776 + 16 * 176), "sound");
     EXPECT_EQ(wrong(776 + 16 * 176 + 1), "sound") << "a longer file is accepted";
@@ -93,7 +95,8 @@ TEST_F(Messages, OfHeadersThatDoNotAgree) {
 }
 
 TEST_F(Messages, OfAReaderThatFindsNoSoundTable) {
-    TestReader r(handler(), name_.c_str(), TestOps{}, nullptr);
+    auto const held = detachedReader();
+    auto& r = *held;
     auto const refused = [&](char const* text) {
         lines.clear();
         EXPECT_FALSE(r.initialize("test"));
@@ -239,7 +242,7 @@ TEST_F(Messages, OfLackOfRoom) {
     Mem::failMappingAfter(0);
     fill(*w, 17, 18);
     EXPECT_EQ(w->buckets(), 32U);
-    EXPECT_EQ(walk(*w).size(), 18U);
+    EXPECT_EQ(contents(*w).size(), 18U);
     EXPECT_TRUE(w->validate()) << w->lastFinding();
 
     w->detach(false);
@@ -251,10 +254,10 @@ TEST_F(Messages, OfLackOfRoom) {
                 testing::MatchesRegex("failed to resize .*/slots to size 6408 : .+"));
     Mem::failMappingAfter(0);
     w->initialize("");
-    EXPECT_EQ(walk(*w).size(), 18U) << "no attempt has harmed the table";
+    EXPECT_EQ(contents(*w).size(), 18U) << "no attempt has harmed the table";
 
     auto r = reader();
-    EXPECT_EQ(walk(*r).size(), 18U);
+    EXPECT_EQ(contents(*r).size(), 18U);
     fill(*w, 18, 40);
     bool found = false;
     for (char const* const text : {"^failed to resize .*/slots from 32 to 64",
@@ -263,7 +266,7 @@ TEST_F(Messages, OfLackOfRoom) {
         EXPECT_THAT(raisedBy([&] { r->lookup(TestKey(1), found, nullptr); }),
                     testing::ContainsRegex(text));
     }
-    EXPECT_EQ(walk(*r).size(), 40U);
+    EXPECT_EQ(contents(*r).size(), 40U);
     w->detach(false);
     poke("slots", 0, 0);
     Mem::failMappingAfter(2);
@@ -504,7 +507,7 @@ TEST_F(Messages, OfWhatAValidationFinds) {
               fmt::format("corral pos:{} seq:{} slot:4 yarrowPos:{}", now, now + 1, now));
 
     // What the walk itself cannot reach: the check stands behind the walk's own.
-    Brisk::Validator<TestOps> validator(handler(), *w);
+    Brisk::Validator<TestOps> validator(*handler_, *w);
     slots[15].slotVersion = 8;
     EXPECT_EQ(raisedBy([&] { validator.markOccupied(15); }), "missing OCCUPIED bit: 0x8");
     validator.markOccupied(7);

@@ -11,7 +11,7 @@
 
 namespace {
 
-using namespace support;
+using namespace Support;
 using Support::Ear;
 
 class Roles : public Fronts {
@@ -21,7 +21,6 @@ public:
         result->init();
         return result;
     }
-    std::string file(char const* name) const { return base_.path() + '/' + name_ + '/' + name; }
 };
 constexpr BriskType readers[] = {BriskType::reader, BriskType::valueShadow, BriskType::keyShadow};
 
@@ -227,7 +226,8 @@ TEST_F(Roles, ShadowsTellTheirLife) {
 TEST_F(Roles, AReaderTellsItsSteps) {
     Ear ear;
     auto w = writer();
-    TestReader r(*handler_, name_.c_str(), TestOps{}, nullptr);
+    auto const held = detachedReader();
+    auto& r = *held;
     bool found;
     r.lookup(TestKey(1), found, nullptr);
     EXPECT_TRUE(ear.heard("^bucket table detached$"));

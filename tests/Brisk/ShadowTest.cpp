@@ -5,7 +5,7 @@
 
 namespace {
 
-using namespace support;
+using namespace Support;
 
 class Shadow : public Fronts, public testing::WithParamInterface<BriskType> {
 public:

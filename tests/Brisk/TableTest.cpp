@@ -1,6 +1,6 @@
 // A writer and readers of one table in one process: what each operation does to the files and what
 // a reader then finds.
-#include "Brisk/TableFixture.h"
+#include "FrontFixture.h"
 
 #include "Brisk/TableFullException.h"
 
@@ -10,7 +10,15 @@
 
 namespace {
 
-using namespace support;
+using namespace Support;
+using Dunlin::CorruptionDetectedException;
+
+class Table : public Fronts {
+public:
+    auto writer(MapDescriptor const& descriptor = MapDescriptor(1000)) {
+        return Fronts::writer(descriptor);
+    }
+};
 
 TEST_F(Table, WhatIsWrittenIsFoundInOrderAndAfterGrowth) {
     auto w = writer();
@@ -29,8 +37,8 @@ TEST_F(Table, WhatIsWrittenIsFoundInOrderAndAfterGrowth) {
         EXPECT_EQ(value, &out);
         EXPECT_EQ(out.stamp(), i * 7);
     }
-    EXPECT_EQ(walk(*w), model);
-    EXPECT_EQ(walk(*r), model);
+    EXPECT_EQ(contents(*w), model);
+    EXPECT_EQ(contents(*r), model);
     EXPECT_EQ(r->members(), 3000U);
     EXPECT_EQ(w->buckets(), 4096U);
     // Doubling up to the configured size, then steps of a tenth, rounded up.
@@ -88,7 +96,7 @@ TEST_F(Table, AWalkGoesOnFromARemovedOrRewrittenKey) {
     }
     EXPECT_EQ(seen, 100U);
     EXPECT_EQ(r->readerCounters().slowPathNexts, 67U);
-    EXPECT_EQ(walk(*w).size(), 67U);
+    EXPECT_EQ(contents(*w).size(), 67U);
     EXPECT_TRUE(w->validate());
 }
 
@@ -132,11 +140,11 @@ TEST_F(Table, AFixedSizeTableIsFullAndStaysSound) {
     TestValue old;
     w->remove(TestKey(0), old);
     w->write(TestValue(TestKey(3), 0), true);
-    EXPECT_EQ(walk(*w).size(), 3U);
+    EXPECT_EQ(contents(*w).size(), 3U);
     // Of many at once those stand that came before the one there was no room for.
     TestValue const changed(TestKey(1), 7), extra(TestKey(4), 7), late(TestKey(2), 7);
     EXPECT_THROW(w->writeAll(std::array{&changed, &extra, &late}), Brisk::TableFullException);
-    EXPECT_EQ(walk(*w), (std::map<U32, U64>{{1, 7}, {2, 0}, {3, 0}}));
+    EXPECT_EQ(contents(*w), (std::map<U32, U64>{{1, 7}, {2, 0}, {3, 0}}));
     EXPECT_TRUE(w->validate());
 }
 
@@ -154,7 +162,7 @@ TEST_F(Table, ManyAtOnceAreWrittenAndRemovedInTheirOrder) {
         std::vector<TestValue const*> all;
         for (auto const& value : values) all.push_back(&value);
         w->writeAll(all);
-        EXPECT_EQ(walk(*w), expected);
+        EXPECT_EQ(contents(*w), expected);
     }
     EXPECT_EQ(w->sequence(), written);
     std::vector<TestKey> keys;
@@ -166,7 +174,7 @@ TEST_F(Table, ManyAtOnceAreWrittenAndRemovedInTheirOrder) {
     std::vector<TestKey const*> all;
     for (auto const& key : keys) all.push_back(&key);
     EXPECT_EQ(w->removeAll(all), before - expected.size());
-    EXPECT_EQ(walk(*w), expected);
+    EXPECT_EQ(contents(*w), expected);
     EXPECT_TRUE(w->validate());
 }
 
@@ -186,7 +194,7 @@ TEST_F(Table, ARestartKeepsASoundTable) {
     EXPECT_EQ(w->capacity(), capacity);
     EXPECT_EQ(w->slotTable().ops->seed(), seed);
     EXPECT_EQ(w->scratchpad(), 77U);
-    EXPECT_EQ(walk(*w).size(), 500U);
+    EXPECT_EQ(contents(*w).size(), 500U);
 }
 
 TEST_F(Table, DamageMakesTheNextWriterFormatAnew) {
@@ -226,7 +234,7 @@ TEST_F(Table, DamageMakesTheNextWriterFormatAnew) {
         EXPECT_FALSE(std::filesystem::exists(file("corruption-detected")));
         EXPECT_TRUE(w->validate());
         EXPECT_TRUE(w->validateFiles());
-        EXPECT_EQ(walk(*w).size(), row.kept ? 10U : 0U);
+        EXPECT_EQ(contents(*w).size(), row.kept ? 10U : 0U);
         EXPECT_EQ(w->orielId() == oriel, row.kept);
         TestValue old;
         for (U32 i = 0; i < 10; ++i) w->remove(TestKey(i), old);
@@ -239,18 +247,18 @@ TEST_F(Table, ReadersOfAReplacedTableKeepReadingTheOldOne) {
     auto w = writer();
     for (U32 i = 0; i < 100; ++i) w->write(TestValue(TestKey(i), i), true);
     auto r = reader();
-    EXPECT_EQ(walk(*r).size(), 100U);
+    EXPECT_EQ(contents(*r).size(), 100U);
     w.reset();
     std::filesystem::remove(file("oriel"));
     Dunlin::traceSinkIs([](auto&&...) {});
     w = writer();
     w->write(TestValue(TestKey(1), 50), true);
-    EXPECT_EQ(walk(*r).size(), 100U);
+    EXPECT_EQ(contents(*r).size(), 100U);
     EXPECT_TRUE(r->replaced());
     r->detach(false);
     EXPECT_TRUE(r->initialize("again"));
     EXPECT_FALSE(r->replaced());
-    EXPECT_EQ(walk(*r), (std::map<U32, U64>{{1, 50}}));
+    EXPECT_EQ(contents(*r), (std::map<U32, U64>{{1, 50}}));
 }
 
 TEST_F(Table, CleanupRemovesEveryFileAndAReaderThenFindsNothing) {
@@ -264,15 +272,15 @@ TEST_F(Table, CleanupRemovesEveryFileAndAReaderThenFindsNothing) {
     Dunlin::traceSinkIs([&](auto&&, unsigned, std::string_view, std::string const& text) {
         lines.push_back(text);
     });
-    TestReader r(handler(), name_.c_str(), TestOps{}, nullptr);
-    EXPECT_FALSE(r.initialize("test"));
+    auto r = detachedReader();
+    EXPECT_FALSE(r->initialize("test"));
     EXPECT_THAT(lines, testing::ElementsAre("failed to attach to buckets"));
     bool found = true;
-    r.lookup(TestKey(1), found, nullptr);
+    r->lookup(TestKey(1), found, nullptr);
     EXPECT_FALSE(found);
     TestValue value;
     IterHint hint;
-    EXPECT_THROW(r.first(value, hint), CorruptionDetectedException);
+    EXPECT_THROW(r->first(value, hint), CorruptionDetectedException);
 }
 
 TEST_F(Table, AnchorsTellWhetherAValueIsStillCurrent) {
@@ -315,7 +323,7 @@ TEST_F(Table, DirectOperationsPublishWhatWasBuiltInPlace) {
     EXPECT_DEATH(w->directCommit(), "was filled with value");
     w->detach(false); // an open update is dropped
     w->initialize("again");
-    EXPECT_EQ(walk(*w), (std::map<U32, U64>{{1, 3}}));
+    EXPECT_EQ(contents(*w), (std::map<U32, U64>{{1, 3}}));
     EXPECT_TRUE(w->validate());
 }
 
@@ -334,14 +342,14 @@ TEST_F(Table, ShrinkingMovesEntriesDownAndKeepsThemAll) {
             ASSERT_TRUE(w->remove(TestKey(i), old));
             floor = std::max(floor, w->slotTable().header->slotVersionFloor);
             if (i % 256 == 0) {
-                ASSERT_EQ(walk(*r).size(), 4095U - i);
+                ASSERT_EQ(contents(*r).size(), 4095U - i);
                 ASSERT_TRUE(w->validate()) << w->lastFinding();
             }
         }
         EXPECT_EQ(w->capacity(), 64U);
         EXPECT_EQ(w->buckets(), 64U);
         EXPECT_GT(floor, 0U);
-        auto const left = walk(*r);
+        auto const left = contents(*r);
         EXPECT_EQ(left.size(), 16U);
         EXPECT_EQ(left.begin()->first, 4080U);
         EXPECT_TRUE(w->validate()) << w->lastFinding();
@@ -387,8 +395,8 @@ TEST_F(Table, RandomLoadAgreesWithAModel) {
         }
         }
         if (step % 5000 == 0) {
-            ASSERT_EQ(walk(*r), model);
-            ASSERT_EQ(walk(*w), model);
+            ASSERT_EQ(contents(*r), model);
+            ASSERT_EQ(contents(*w), model);
             ASSERT_TRUE(w->validate()) << w->lastFinding();
         }
     }

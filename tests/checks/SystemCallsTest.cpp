@@ -5,7 +5,7 @@
 #include "tests/support/CallCounter.h"
 #include "tests/support/Child.h"
 #include "tests/support/SharedBlock.h"
-#include "tests/support/StampedTable.h"
+#include "tests/support/TestTable.h"
 #include "tests/support/TempBase.h"
 
 #include "Brisk/TableImpl.h"
@@ -69,7 +69,7 @@ std::unique_ptr<Table> filledTable() {
     for (U32 i = 0; i < keys; ++i) table->writer.write(Value(i, 1), true);
     if (!table->reader.initialize("test")) _exit(4);
     bool found = false;
-    table->reader.lookup(StampKey{1}, found, nullptr); // maps the whole table
+    table->reader.lookup(TestKey(1), found, nullptr); // maps the whole table
     return table;
 }
 
@@ -84,12 +84,12 @@ TEST(SystemCalls, NoneOnWriteRemoveAndLookup) {
                 U32 const key = i * 7 % keys;
                 bool found = false;
                 table.writer.write(Value(key, i), true);
-                table.reader.lookup(StampKey{key}, found, &value);
+                table.reader.lookup(TestKey(key), found, &value);
                 if (!found || value.stamp() != i) _exit(5);
-                if (!table.writer.remove(StampKey{key}, value)) _exit(6);
-                table.reader.lookup(StampKey{key}, found, &value);
+                if (!table.writer.remove(TestKey(key), value)) _exit(6);
+                table.reader.lookup(TestKey(key), found, &value);
                 if (found) _exit(7);
-                table.writer.lookup(StampKey{key}, found, nullptr);
+                table.writer.lookup(TestKey(key), found, nullptr);
                 table.writer.write(Value(key, i), true);
             }
         },

@@ -153,7 +153,7 @@ public:
             auto reader = T::reader(table);
             if (!reader->initialize("damaged")) return;
             for (U32 key = 0; key < 16; ++key)
-                named([&] { reader->lookup(StampKey{key}, found, &value); });
+                named([&] { reader->lookup(TestKey(key), found, &value); });
             named([&] { T::walked(*reader); });
             for (U32 slot = 0; slot < 20; ++slot)
                 named([&] { reader->getValue(slot, value, nullptr); });
@@ -166,7 +166,7 @@ public:
             named([&] {
                 T::walked(*writer);
                 for (U32 key = 0; key < 24; ++key) writer->write(Value(key, 9), true);
-                for (U32 key = 0; key < 24; key += 2) writer->remove(StampKey{key}, value);
+                for (U32 key = 0; key < 24; key += 2) writer->remove(TestKey(key), value);
                 writer->validate();
             });
         });

@@ -1,5 +1,5 @@
-#include "support/TestTable.h"
+#include "tests/support/TestTable.h"
 
 #include "Brisk/TableImpl.h"
 
-BRISK_TABLE_INSTANCE(support::TestOps);
+BRISK_TABLE_INSTANCE(Support::TestOps);

@@ -116,7 +116,7 @@ int inotify_add_watch(int fd, char const* name, uint32_t mask) noexcept {
 
 namespace {
 
-using namespace support;
+using namespace Support;
 
 class Faults : public Fronts {
 public:

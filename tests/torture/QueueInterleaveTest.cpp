@@ -25,7 +25,7 @@ using T = Table<160>;
 using Value = T::Value;
 
 // A shadow without its doorbell: what a client was told, from store and queue alone.
-class Follower : public Brisk::ShadowListener<StampKey, Value> {
+class Follower : public Brisk::ShadowListener<TestKey, Value> {
 public:
     Follower(char const* name, bool values)
         : reader_(quietTrace(), name, T::Ops{}, &counters_),
@@ -71,28 +71,28 @@ public:
 
 private:
     void shadowValue(Value const& value) override {
-        if (!value.sound()) ++faults;
-        known[value.key().number] = value.stamp();
+        if (!value.whole()) ++faults;
+        known[value.key().id] = value.stamp();
         ++told;
     }
-    void shadowKey(StampKey const& key) override {
+    void shadowKey(TestKey const& key) override {
         bool found = false;
         Value into;
         Value const* const value = store_->lookup(key, found, &into);
-        if (!found || !value->sound()) ++faults;
-        known[key.number] = value->stamp();
+        if (!found || !value->whole()) ++faults;
+        known[key.id] = value->stamp();
         ++told;
     }
-    void shadowDelete(StampKey const& key) override {
-        if (known.erase(key.number) == 0) ++faults;
-        deleted.push_back(key.number);
+    void shadowDelete(TestKey const& key) override {
+        if (known.erase(key.id) == 0) ++faults;
+        deleted.push_back(key.id);
     }
 
     T::Ops ops_;
     Brisk::Reader::Counters counters_;
     T::Reader reader_;
     Yarrow::YarrowReader<Yarrow::BasicSlot> queue_;
-    std::unique_ptr<Brisk::ShadowStoreBase<StampKey, Value>> store_;
+    std::unique_ptr<Brisk::ShadowStoreBase<TestKey, Value>> store_;
     Wren::Sequence syncHead_ = Wren::syncPass;
 };
 
@@ -106,7 +106,7 @@ std::vector<Scenario<160>> queueScenarios() {
     };
     auto const drop = [](T::Writer& w, U32 key) {
         Value old;
-        w.remove(StampKey{key}, old);
+        w.remove(TestKey(key), old);
     };
     Brisk::MapDescriptor const plain(1024);
     list.push_back({"compaction", plain,

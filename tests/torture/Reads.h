@@ -34,8 +34,8 @@ inline Read lookupOf(char const* name, U32 key) {
     return {name, [key](T::Reader& reader, State const& before, State const& after) {
                 Value value;
                 bool found = false;
-                reader.lookup(StampKey{key}, found, &value);
-                S64 const stamp = !found ? -1 : value.key().number == key && value.sound() ? S64{value.stamp()} : -2;
+                reader.lookup(TestKey(key), found, &value);
+                S64 const stamp = !found ? -1 : value.key().id == key && value.whole() ? S64{value.stamp()} : -2;
                 return oneOf("lookup", key, stamp, before, after);
             }};
 }
@@ -57,8 +57,8 @@ inline Read const bySlot{"getValue", [](T::Reader& reader, State const& before, 
                       for (U32 slot = 0; slot < 2 * firstSlots<valueBytes>(); ++slot) {
                           Value value;
                           if (!reader.getValue(slot, value, nullptr)) continue;
-                          U32 const key = value.key().number;
-                          if (auto result = oneOf("getValue", key, value.sound() ? S64{value.stamp()} : -2, before, after);
+                          U32 const key = value.key().id;
+                          if (auto result = oneOf("getValue", key, value.whole() ? S64{value.stamp()} : -2, before, after);
                               !result)
                               return result;
                       }

@@ -2,7 +2,7 @@
 // it begins with and the one it ends with.
 #pragma once
 
-#include "tests/support/StampedTable.h"
+#include "tests/support/TestTable.h"
 
 #include "Brisk/TableImpl.h"
 
@@ -37,8 +37,8 @@ struct Table {
         Value value;
         Brisk::IterHint hint;
         for (bool more = table.first(value, hint); more; more = table.next(value.key(), value, hint)) {
-            bool const fresh = state.emplace(value.key().number, value.sound() ? value.stamp() : 0xffffffff).second;
-            if (!fresh) state[value.key().number] = 0xffffffff;
+            bool const fresh = state.emplace(value.key().id, value.whole() ? value.stamp() : 0xffffffff).second;
+            if (!fresh) state[value.key().id] = 0xffffffff;
         }
         return state;
     }
@@ -49,8 +49,8 @@ struct Table {
         for (auto const& [key, stamp] : keys) {
             Value value;
             bool found = false;
-            table.lookup(StampKey{key}, found, &value);
-            if (found) state[key] = value.key().number == key && value.sound() ? value.stamp() : 0xffffffff;
+            table.lookup(TestKey(key), found, &value);
+            if (found) state[key] = value.key().id == key && value.whole() ? value.stamp() : 0xffffffff;
         }
         return state;
     }
@@ -60,7 +60,7 @@ struct Table {
     }
     static void remove(Writer& writer, State& state, U32 key) {
         Value old;
-        writer.remove(StampKey{key}, old);
+        writer.remove(TestKey(key), old);
         state.erase(key);
     }
 };
@@ -120,7 +120,7 @@ std::vector<Scenario<valueBytes>> scenarios() {
     list.push_back({"remove", descriptor(false, false), fill(8),
                     [](Writer& w) {
                         Value old;
-                        w.remove(StampKey{5}, old);
+                        w.remove(TestKey(5), old);
                     },
                     [](State& s) { s.erase(5); }});
     list.push_back({"directWrite of a new key", descriptor(false, false), fill(8),
@@ -137,7 +137,7 @@ std::vector<Scenario<valueBytes>> scenarios() {
                     [](State& s) { s[5] = 1; }});
     list.push_back({"directUpdate", descriptor(false, false), fill(8),
                     [](Writer& w) {
-                        Value* const area = w.directUpdate(StampKey{5});
+                        Value* const area = w.directUpdate(TestKey(5));
                         Value const value(5, 1);
                         Mem::copyBytes(area, &value, sizeof value);
                         w.directCommit();
@@ -159,7 +159,7 @@ std::vector<Scenario<valueBytes>> scenarios() {
                     },
                     [](Writer& w) {
                         Value old;
-                        w.remove(StampKey{2 * slots - slots / 2}, old);
+                        w.remove(TestKey(2 * slots - slots / 2), old);
                     },
                     [](State& s) { s.erase(2 * slots - slots / 2); }});
     list.push_back({"bucket shrink", descriptor(false, true),
@@ -169,7 +169,7 @@ std::vector<Scenario<valueBytes>> scenarios() {
                     },
                     [](Writer& w) {
                         Value old;
-                        w.remove(StampKey{buckets + 1 - buckets / 2}, old);
+                        w.remove(TestKey(buckets + 1 - buckets / 2), old);
                     },
                     [](State& s) { s.erase(buckets + 1 - buckets / 2); }});
     return list;

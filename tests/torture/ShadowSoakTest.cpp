@@ -2,14 +2,11 @@
 // made from the callbacks alone, is the table whenever the writer rests. Clients are stopped at any
 // moment, and for so long that the queue runs over them.
 #include "Brisk/FrontFixture.h"
-#include "support/SharedBlock.h"
-
-#include <thread>
+#include "support/Crew.h"
 
 namespace {
 
-using namespace support;
-using Support::Child;
+using namespace Support;
 
 constexpr U32 keys = 4000;
 constexpr U32 staying = 50; // keys 0 to staying - 1 are never removed
@@ -22,7 +19,7 @@ constexpr bool takesEqual(U32 key) { // may be overwritten with what it holds
 // What the writer has done, kept outside the table, and what the clients have seen. Stamps are
 // numbers of the writer's own clock of changes.
 struct Board {
-    Support::Complaint complaint;
+    Complaint complaint;
     std::atomic<U32> stampOf[keys]; // 0: not there; entered after the change
     std::atomic<U32> removedAt[keys], writes[keys], equalWrites[keys]; // entered before
     std::atomic<U64> changes;
@@ -178,7 +175,7 @@ public:
         return 0;
     }
 
-    Support::SharedBlock<Board> board_;
+    SharedBlock<Board> board_;
 
 private:
     // Until `condition` holds for each client.
@@ -213,14 +210,12 @@ TEST_F(Load, ShadowsAreExactUnderRandomLoadStopsAndOvertakes) {
     unsigned const seed =
         chosen ? static_cast<unsigned>(std::atoi(chosen)) : std::random_device{}();
     SCOPED_TRACE(testing::Message() << "SEED=" << seed);
-    bool const soak = Support::soaking();
+    bool const soak = soaking();
     U64 const changesWanted = soak ? 10'000'000 : 500'000, overtakesWanted = soak ? 1000 : 20,
               stopsWanted = soak ? 1000 : 20;
-    double const end = loop().now() + Support::soakSeconds(0);
-    Child writer([&](Child&) { return write(seed); });
-    std::vector<std::unique_ptr<Child>> readers;
-    for (U32 i = 0; i < clients; ++i)
-        readers.push_back(std::make_unique<Child>([&, i](Child&) { return follow(i); }));
+    Crew crew(board_->complaint, board_->stop);
+    for (U32 i = 0; i < clients; ++i) crew.add([&, i] { return follow(i); });
+    crew.add([&] { return write(seed); });
     std::mt19937 random(seed + 1);
     U64 stops = 0, overtakes = 0;
     auto const wait = [&](auto condition) {
@@ -230,25 +225,22 @@ TEST_F(Load, ShadowsAreExactUnderRandomLoadStopsAndOvertakes) {
     wait([&] { return board_->changes > 1000; });
     while (!board_->complaint.any() &&
            (board_->changes < changesWanted || overtakes < overtakesWanted || stops < stopsWanted ||
-            loop().now() < end)) {
+            !crew.ranFor(soakSeconds(0)))) {
         auto const at = random() % clients;
         auto& seen = board_->seen[at];
-        readers[at]->signal(SIGSTOP);
+        crew[at].signal(SIGSTOP);
         seen.stopped = true;
         U64 const until = board_->changes + (random() % 2 ? 6 * maxLag : random() % maxLag);
         wait([&] { return board_->changes >= until || board_->resting; });
-        readers[at]->signal(SIGCONT);
+        crew[at].signal(SIGCONT);
         seen.stopped = false;
         ++stops;
         std::this_thread::sleep_for(std::chrono::microseconds(random() % 2000));
         overtakes = 0;
         for (auto const& s : board_->seen) overtakes += s.resyncs;
     }
-    board_->stop = true;
-    EXPECT_EQ(writer.join(), 0);
-    for (auto& reader : readers) EXPECT_EQ(reader->join(), 0);
-    EXPECT_FALSE(board_->complaint.any()) << board_->complaint.text();
-    Support::counted("shadows, seed {}: {} changes, {} stops, {} overtakes, {} rests, {} slot "
+    crew.finish();
+    counted("shadows, seed {}: {} changes, {} stops, {} overtakes, {} rests, {} slot "
                      "grows, {} shrinks, "
                      "{} moves",
                      seed, board_->changes.load(), stops, overtakes, board_->rests.load(),
@@ -256,7 +248,7 @@ TEST_F(Load, ShadowsAreExactUnderRandomLoadStopsAndOvertakes) {
                      board_->slotMoves.load());
     for (U32 i = 0; i < clients; ++i) {
         auto const& seen = board_->seen[i];
-        Support::counted("  {} shadow{}: {} updates, {} deletes, {} resyncs, {} discarded",
+        counted("  {} shadow{}: {} updates, {} deletes, {} resyncs, {} discarded",
                          i % 2 ? "key" : "value", i >= 2 ? ", sliced" : "", seen.updates.load(),
                          seen.deletes.load(), seen.resyncs.load(), seen.discarded.load());
         EXPECT_GT(seen.deletes.load(), 0U);

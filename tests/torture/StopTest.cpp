@@ -78,7 +78,7 @@ void judgeSuccessor(std::string const& name, Brisk::MapDescriptor const& descrip
     // It is in order: it takes an entry and gives it back.
     successor->write(typename T::Value(777, 7), true);
     bool found = false;
-    successor->lookup(StampKey{777}, found, nullptr);
+    successor->lookup(TestKey(777), found, nullptr);
     EXPECT_TRUE(found);
     successor->cleanup();
     successor->detach(false);

@@ -42,14 +42,14 @@ struct Threads {
         Value value;
         for (U32 key = 0; key < 2 * staying; ++key) {
             bool found = false;
-            reader.lookup(StampKey{key}, found, &value);
+            reader.lookup(TestKey(key), found, &value);
             ++lookups;
             if (!found && key < staying) complaint.say("key {} not found", key);
-            if (found && (value.key().number != key || !value.sound()))
+            if (found && (value.key().id != key || !value.whole()))
                 complaint.say("key {} torn", key);
         }
         for (U32 slot = 0; slot < 64; ++slot)
-            if (reader.getValue(slot, value, nullptr) && !value.sound())
+            if (reader.getValue(slot, value, nullptr) && !value.whole())
                 complaint.say("slot {} torn", slot);
     }
     void walk(T::Reader& reader) {
@@ -115,13 +115,13 @@ TEST(Threads, OverOneMappingTouchSharedWordsByAtomicAccessesAlone) {
         }
         for (U32 key = 0; key < staying; ++key) {
             Value const value(key, ++stamp);
-            Mem::copyBytes(writer->directUpdate(StampKey{key}), &value, sizeof value);
+            Mem::copyBytes(writer->directUpdate(TestKey(key)), &value, sizeof value);
             writer->directCommit();
         }
-        for (U32 key = staying; key < most; ++key) writer->remove(StampKey{key}, old);
+        for (U32 key = staying; key < most; ++key) writer->remove(TestKey(key), old);
         writer->directWrite(Value(most, ++stamp));
         writer->directCommit();
-        writer->remove(StampKey{most}, old);
+        writer->remove(TestKey(most), old);
     }
     threads.stop = true;
     for (auto& thread : all) thread.join();
