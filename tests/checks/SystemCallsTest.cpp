@@ -1,18 +1,15 @@
-// Counts the system calls that write, remove and lookup make: none, as long as nothing grows. The
-// child is traced from call to call; two getppid calls bracket what counts. And those of a shadow
-// and its writer, idle and at work.
+// Counts the system calls that write, remove and lookup make: none, as long as nothing grows. And
+// those of a shadow and its writer, idle and at work.
 #include "Dunlin/TaskSchedulerRoot.h"
 #include "tests/support/CallCounter.h"
 #include "tests/support/Child.h"
 #include "tests/support/SharedBlock.h"
 #include "tests/support/TestTable.h"
-#include "tests/support/TempBase.h"
 
 #include "Brisk/TableImpl.h"
 
 #include <gtest/gtest.h>
-#include <map>
-#include <sys/ptrace.h>
+#include <optional>
 #include <sys/syscall.h>
 
 namespace {
@@ -24,91 +21,78 @@ using Ops = StampedOps<160>;
 constexpr U32 keys = 1000;
 constexpr U32 operations = 100'000;
 
-long mark() { return syscall(SYS_getppid); }
-
-// Runs `body` between two marks in a traced child. Gives the number of calls by system call number,
-// and false if tracing is not allowed here.
+// What `body(*prepare())` calls, which says whether all went well, in a process of its own; nothing
+// where tracing is not allowed.
 template <class Prepare, class Body>
-bool countSystemCalls(Prepare prepare, Body body, std::map<U64, U32>& counts) {
-    Child child([&](Child&) {
-        if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) return 77;
-        raise(SIGSTOP);
-        auto context = prepare();
-        mark();
-        body(*context);
-        mark();
+std::optional<CallCounter::Calls> callsOf(Prepare prepare, Body body) {
+    SharedBlock<std::atomic<U32>> result;
+    Child child([&](Child& self) {
+        auto const context = prepare();
+        self.step();
+        *result = body(*context) ? 1 : 2;
+        self.hear();
         return 0;
     });
-    int status = 0;
-    waitpid(child.pid(), &status, 0);
-    if (!WIFSTOPPED(status)) return false;
-    ptrace(PTRACE_SETOPTIONS, child.pid(), nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
-    U32 marks = 0;
-    while (marks < 2) {
-        ptrace(PTRACE_SYSCALL, child.pid(), nullptr, nullptr);
-        if (waitpid(child.pid(), &status, 0) < 0 || WIFEXITED(status) || WIFSIGNALED(status)) return false;
-        if (WSTOPSIG(status) != (SIGTRAP | 0x80)) continue;
-        __ptrace_syscall_info info{};
-        ptrace(static_cast<__ptrace_request>(PTRACE_GET_SYSCALL_INFO), child.pid(), sizeof info, &info);
-        if (info.op != PTRACE_SYSCALL_INFO_ENTRY) continue;
-        if (info.entry.nr == SYS_getppid) ++marks;
-        else if (marks == 1) ++counts[info.entry.nr];
-    }
-    ptrace(PTRACE_CONT, child.pid(), nullptr, nullptr);
-    return child.join() == 0;
+    child.hear();
+    CallCounter counter;
+    if (!counter.add(child.pid())) return {};
+    counter.run(0.05); // until it waits in its `hear` again
+    counter.forget();
+    child.tell(0);
+    auto const late = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+    counter.run(0, [&] { return *result != 0 || std::chrono::steady_clock::now() > late; });
+    EXPECT_EQ(*result, 1U);
+    auto calls = counter.of(child.pid());
+    if (auto const waits = calls.find(SYS_read); waits != calls.end() && waits->second == 1)
+        calls.erase(waits);
+    return calls;
 }
 
 struct Table {
-    Brisk::BriskWriter<Ops> writer{quietTrace(), "calls", Brisk::MapDescriptor(4 * keys), Ops{}, "Stamped", {}};
+    Brisk::BriskWriter<Ops> writer{quietTrace(), "calls",   Brisk::MapDescriptor(4 * keys),
+                                   Ops{},        "Stamped", {}};
     Brisk::BriskReader<Ops> reader{quietTrace(), "calls", Ops{}, nullptr};
 };
 
-std::unique_ptr<Table> filledTable() {
-    auto table = std::make_unique<Table>();
-    if (!table->writer.initialize("test")) _exit(3);
-    for (U32 i = 0; i < keys; ++i) table->writer.write(Value(i, 1), true);
-    if (!table->reader.initialize("test")) _exit(4);
-    bool found = false;
-    table->reader.lookup(TestKey(1), found, nullptr); // maps the whole table
-    return table;
-}
-
 TEST(SystemCalls, NoneOnWriteRemoveAndLookup) {
     TempBase const base;
-    std::map<U64, U32> counts;
-    bool const traced = countSystemCalls(
-        filledTable,
-        [](Table& table) {
-            Value value;
-            for (U32 i = 0; i < operations; ++i) {
-                U32 const key = i * 7 % keys;
-                bool found = false;
-                table.writer.write(Value(key, i), true);
-                table.reader.lookup(TestKey(key), found, &value);
-                if (!found || value.stamp() != i) _exit(5);
-                if (!table.writer.remove(TestKey(key), value)) _exit(6);
-                table.reader.lookup(TestKey(key), found, &value);
-                if (found) _exit(7);
-                table.writer.lookup(TestKey(key), found, nullptr);
-                table.writer.write(Value(key, i), true);
-            }
-        },
-        counts);
-    if (!traced) GTEST_SKIP() << "tracing a child is not allowed here, or the child failed";
-    for (auto const& [number, count] : counts) ADD_FAILURE() << count << " times system call " << number;
+    auto const filled = [] {
+        auto table = std::make_unique<Table>();
+        table->writer.initialize("test");
+        for (U32 i = 0; i < keys; ++i) table->writer.write(Value(i, 1), true);
+        bool found = table->reader.initialize("test");
+        table->reader.lookup(TestKey(1), found, nullptr); // maps the whole table
+        return table;
+    };
+    auto const calls = callsOf(filled, [](Table& table) {
+        Value value;
+        for (U32 i = 0; i < operations; ++i) {
+            TestKey const key(i * 7 % keys);
+            bool found = false, gone = true;
+            table.writer.write(Value(key, i), true);
+            table.reader.lookup(key, found, &value);
+            if (!found || value.stamp() != i || !table.writer.remove(key, value)) return false;
+            table.reader.lookup(key, gone, &value);
+            if (gone) return false;
+            table.writer.lookup(key, found, nullptr);
+            table.writer.write(Value(key, i), true);
+        }
+        return true;
+    });
+    if (!calls) GTEST_SKIP() << "tracing a child is not allowed here";
+    for (auto const& [number, count] : *calls)
+        ADD_FAILURE() << count << " times system call " << number;
 }
 
 // The counter itself: it sees what there is to see.
 TEST(SystemCalls, TheCounterCounts) {
-    std::map<U64, U32> counts;
-    bool const traced = countSystemCalls(
-        [] { return std::make_unique<int>(); },
-        [](int&) {
-            for (int i = 0; i < 3; ++i) syscall(SYS_getuid);
-        },
-        counts);
-    if (!traced) GTEST_SKIP() << "tracing a child is not allowed here";
-    EXPECT_EQ(counts[SYS_getuid], 3U);
+    auto const calls = callsOf([] { return std::make_unique<int>(); },
+                               [](int&) {
+                                   for (int i = 0; i < 3; ++i) syscall(SYS_getuid);
+                                   return true;
+                               });
+    if (!calls) GTEST_SKIP() << "tracing a child is not allowed here";
+    EXPECT_EQ(*calls, (CallCounter::Calls{{SYS_getuid, 3}}));
 }
 
 // A shadow that is asleep, and its writer: nothing polls. A burst of changes costs the writer one
@@ -122,7 +106,8 @@ TEST(SystemCalls, AShadowAndItsWriterAtRestAndAtWork) {
     };
     SharedBlock<Board> board;
     Child writer([&](Child& self) {
-        Brisk::BriskWriter<Ops> table(quietTrace(), "calls", Brisk::MapDescriptor(4 * keys), Ops{}, "Stamped", {});
+        Brisk::BriskWriter<Ops> table(quietTrace(), "calls", Brisk::MapDescriptor(4 * keys), Ops{},
+                                      "Stamped", {});
         if (!table.initialize("test")) return 1;
         for (U32 i = 0; i < keys; ++i) table.write(Value(i, 1), true);
         self.tell(1);
@@ -148,7 +133,8 @@ TEST(SystemCalls, AShadowAndItsWriterAtRestAndAtWork) {
     });
     ASSERT_EQ(shadow.hear(), 1);
     CallCounter counter;
-    if (!counter.add(writer.pid()) || !counter.add(shadow.pid())) GTEST_SKIP() << "tracing is not allowed here";
+    if (!counter.add(writer.pid()) || !counter.add(shadow.pid()))
+        GTEST_SKIP() << "tracing is not allowed here";
     counter.run(0.5);
     counter.forget();
     constexpr U32 seconds = 5;
