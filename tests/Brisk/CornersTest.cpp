@@ -60,10 +60,10 @@ TEST_F(Corners, WhatIsNotAttachedAnswersForNothing) {
 
 TEST_F(Corners, ALocalTableTouchesNoFile) {
     TestMap front("local/table", "TestValue");
-    MapDescriptor settings(50);
+    MapDescriptor settings; // a writer whatever type and size say
     settings.localMem = settings.heap = true;
     settings.trackMemory = settings.dumpToCore = settings.shrinkable = true;
-    settings.type = static_cast<BriskType>(9); // whatever it says
+    settings.type = static_cast<BriskType>(9);
     std::size_t const before = Mem::trackedBytes();
     front.init(settings);
     for (U32 id = 0; id < 300; ++id) front.safeWrite(TestValue(TestKey(id), 1), true);

@@ -12,7 +12,6 @@
 namespace {
 
 using namespace Support;
-using Support::Child;
 
 class Front : public Fronts {
 public:
@@ -113,7 +112,7 @@ TEST_F(Front, SettingsThatDoNotGoTogetherAreNamed) {
     EXPECT_EQ(front.mountStatus(), MountStatus::unmounted);
 }
 
-TEST_F(Front, AWriterAndALocalTable) {
+TEST_F(Front, AWriter) {
     std::string statuses;
     TestMap front(name_, "TestValue");
     front.mountStatusNotifyIs([&] { statuses += std::to_string(U32(front.mountStatus())); });
@@ -138,12 +137,6 @@ TEST_F(Front, AWriterAndALocalTable) {
     EXPECT_FALSE(front.exists());
     EXPECT_FALSE(front.initialized());
     EXPECT_DEATH(front.cleanupAndDetach(), "trying to cleanup uninitialized brisk");
-
-    TestMap local("local/table", "TestValue");
-    local.init(BriskType::valueShadow, true, 0); // local: a writer whatever type and size say
-    local.safeWrite(TestValue(TestKey(1), 5), true);
-    EXPECT_EQ(local.members(), 1U);
-    EXPECT_FALSE(std::filesystem::exists(base_.path() + "/local"));
 }
 
 TEST_F(Front, StandIns) {
@@ -158,19 +151,6 @@ TEST_F(Front, StandIns) {
     dummy.reset();
     loop().runReady(); // and there it ends
     EXPECT_FALSE(Mem::WriterLock::writerExists(Mem::RootPath(name_)));
-
-    Brisk::BriskStrictDummy<TestOps> strict(*handler_, name_, TestOps{}, ". Orphan");
-    TestValue value;
-    IterHint hint;
-    bool found;
-    EXPECT_DEATH(strict.lookup(TestKey(1), found, nullptr),
-                 "invoked, name:.* rootpath:.* key:.*Orphan");
-    EXPECT_DEATH(strict.first(value, hint), "invoked, name:.* rootpath:.*Orphan");
-    EXPECT_DEATH((void)strict.capacity(), "invoked, name:.* rootpath:.*Orphan");
-    EXPECT_DEATH((void)strict.initialize("e"), "rootPath:.* event:e. Orphan");
-    EXPECT_EQ(strict.mountStatus(), MountStatus::unmounted);
-    EXPECT_THROW(strict.write(value, true), Dunlin::NoPermissionException);
-    EXPECT_THROW(strict.remove(TestKey(1), value), Dunlin::NoPermissionException);
 
     Brisk::Tmp<TestOps> scratch(*handler_, "owner/route", 100, TestOps{}, "TestValue");
     scratch.initialize("none");

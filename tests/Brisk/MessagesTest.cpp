@@ -128,10 +128,8 @@ TEST_F(Messages, OfAReaderThatFindsNoSoundTable) {
 TEST_F(Messages, OfProgressAtTheUsualLevels) {
     lines.clear();
     auto w = writer(shrinkable());
-    EXPECT_TRUE(heard("^localMem_:false rootPath:.*/vrf/default/test$"));
-    EXPECT_TRUE(heard("^to new file .*/slots$"));
-    EXPECT_TRUE(heard("^success .*/test capacity:16 orielId:[0-9]+ mtime:[0-9.e+]+ bolsterInfo:"));
-    lines.clear();
+    told({"^localMem_:false rootPath:.*/vrf/default/test$", "^to new file .*/slots$",
+          "^success .*/test capacity:16 orielId:[0-9]+ mtime:[0-9.e+]+ bolsterInfo:"});
     bool found;
     TestValue value;
     w->lookup(TestKey(1), found, nullptr);
@@ -144,68 +142,45 @@ TEST_F(Messages, OfProgressAtTheUsualLevels) {
     w->directCommit();
     w->directWrite(TestValue(TestKey(1), 0));
     w->directCommit();
-    EXPECT_TRUE(heard("^1 not found bucket:[0-9]+$"));
-    EXPECT_TRUE(heard("^new 1 bucket:[0-9]+ slot:0 next:[0-9]+$"));
-    EXPECT_TRUE(heard("^existing 1 bucket:[0-9]+ slot:0 next:[0-9]+$"));
-    EXPECT_TRUE(heard("^1 found bucket:[0-9]+ slotId:0$"));
-    EXPECT_TRUE(heard("^9 bucket:[0-9]+ not found$"));
-    EXPECT_TRUE(heard("^1 bucket:[0-9]+ slot:0$"));
-    EXPECT_TRUE(heard("^1 new  bucket:[0-9]+ slot:0 next:[0-9]+$"));
-    EXPECT_TRUE(heard("^1 existing bucket:[0-9]+ slot:0 next:[0-9]+$"));
-    lines.clear();
+    told({"^1 not found bucket:[0-9]+$", "^new 1 bucket:[0-9]+ slot:0 next:[0-9]+$",
+          "^existing 1 bucket:[0-9]+ slot:0 next:[0-9]+$", "^1 found bucket:[0-9]+ slotId:0$",
+          "^9 bucket:[0-9]+ not found$", "^1 bucket:[0-9]+ slot:0$",
+          "^1 new  bucket:[0-9]+ slot:0 next:[0-9]+$",
+          "^1 existing bucket:[0-9]+ slot:0 next:[0-9]+$"});
     w->write(TestValue(TestKey(63, 0xffffffff), 0), true); // the last of any walk
     fill(*w, 0, 63);
-    EXPECT_TRUE(heard("from 16 to 32 slots$"));
-    EXPECT_TRUE(heard("^to 32 successfully$"));
-    EXPECT_TRUE(heard("from 16 slots to 32$"));
-    EXPECT_TRUE(heard("^growing from: 16 to: 32$"));
-    lines.clear();
+    told({"from 16 to 32 slots$", "^to 32 successfully$", "from 16 slots to 32$",
+          "^growing from: 16 to: 32$"});
     IterHint hint;
     for (bool more = w->first(value, hint); more; more = w->next(value.key(), value, hint)) {
     }
-    EXPECT_TRUE(heard("^[0-9]+ found at bucket [0-9]+$"));
-    EXPECT_TRUE(heard("^[0-9]+ next bucket [0-9]+ using [0-9]+$"));
-    EXPECT_TRUE(heard("^[0-9]+ success [0-9]+ using [0-9]+, saving new slot hint [0-9]+$"));
-    EXPECT_TRUE(heard("^[0-9]+ failed$"));
-    lines.clear();
+    told({"^[0-9]+ found at bucket [0-9]+$", "^[0-9]+ next bucket [0-9]+ using [0-9]+$",
+          "^[0-9]+ success [0-9]+ using [0-9]+, saving new slot hint [0-9]+$", "^[0-9]+ failed$"});
     hint = {};
     for (bool more = w->first(value, hint); more; more = w->next(value.key(), value, hint))
         hint = {};
-    EXPECT_TRUE(heard("^[0-9]+ comparing slot [0-9]+ [0-9]+$"));
-    EXPECT_TRUE(heard("^[0-9]+ next slotId [0-9]+ success [0-9]+$"));
-    EXPECT_TRUE(heard("^[0-9]+ success [0-9]+$"));
-    EXPECT_TRUE(heard("^[0-9]+ next bucket [0-9]+$"));
-    lines.clear();
+    told({"^[0-9]+ comparing slot [0-9]+ [0-9]+$", "^[0-9]+ next slotId [0-9]+ success [0-9]+$",
+          "^[0-9]+ success [0-9]+$", "^[0-9]+ next bucket [0-9]+$"});
     drop(*w, 0, 60);
-    EXPECT_TRUE(heard("^threshold:[0-9]+ shrinkThreshold:32$"));
-    EXPECT_TRUE(heard("^removing slot id [0-9]+ from free-list$"));
-    EXPECT_TRUE(heard("^skipping not occupied slot:[0-9]+$"));
-    EXPECT_TRUE(heard("^moving fromSlot:[0-9]+ toSlot:[0-9]+$"));
-    EXPECT_TRUE(heard("^fromSlotId:[0-9]+ toSlotId:[0-9]+$"));
-    EXPECT_TRUE(heard("^newNumSlots:32$"));
-    EXPECT_TRUE(heard("from 64 slots to 32$"));
-    EXPECT_TRUE(heard("^at threshold:32 done$"));
-    EXPECT_TRUE(heard("^shrunk from:64 to:32 shrinkBuckets_:8 time:[0-9]+$"));
-    lines.clear();
+    told({"^threshold:[0-9]+ shrinkThreshold:32$", "^removing slot id [0-9]+ from free-list$",
+          "^skipping not occupied slot:[0-9]+$", "^moving fromSlot:[0-9]+ toSlot:[0-9]+$",
+          "^fromSlotId:[0-9]+ toSlotId:[0-9]+$", "^newNumSlots:32$", "from 64 slots to 32$",
+          "^at threshold:32 done$", "^shrunk from:64 to:32 shrinkBuckets_:8 time:[0-9]+$"});
     EXPECT_TRUE(w->validate());
-    EXPECT_TRUE(heard("^marked 4 slots$"));
-    EXPECT_TRUE(heard("^marked 12 free slots$"));
-    EXPECT_TRUE(heard("^walking slotIndex: [0-9]+$"));
-    EXPECT_TRUE(heard("^slotIndex: [0-9]+$"));
-    lines.clear();
+    told({"^marked 4 slots$", "^marked 12 free slots$", "^walking slotIndex: [0-9]+$",
+          "^slotIndex: [0-9]+$"});
     w->detach(false);
-    EXPECT_TRUE(heard("^clearing bolsterInfo$"));
+    told({"^clearing bolsterInfo$"});
     w->initialize("again");
-    EXPECT_TRUE(heard("^to existing .*/slots$"));
+    told({"^to existing .*/slots$"});
     drop(*w, 60, 63);
     w->remove(TestKey(63, 0xffffffff), value);
     lines.clear();
     w->first(value, hint);
-    EXPECT_TRUE(heard("^none found!$"));
+    told({"^none found!$"});
     w->cleanup();
-    EXPECT_TRUE(heard("^owner:true localMem_:false rootPath:"));
-    EXPECT_TRUE(heard("^removing Brisk files in .*/test$"));
-    EXPECT_TRUE(heard("^removing file: .*/slots$"));
+    told({"^owner:true localMem_:false rootPath:", "^removing Brisk files in .*/test$",
+          "^removing file: .*/slots$"});
 }
 
 TEST_F(Messages, OfATableThatOutgrowsItsSizeOrShrinksFar) {
@@ -471,7 +446,7 @@ TEST_F(Messages, OfWhatAValidationFinds) {
 
     // The queue. An entry's slot is its second word; fresh files hold table 0 behind two headers.
     auto const entry = [&](U32 position, U32 slot) {
-        long const at = 192 + 8L * position + 4;
+        std::size_t const at = 192 + 8 * position + 4;
         U32 const old = peek("yarrow", at);
         return finding([&] { poke("yarrow", at, slot); }, [&] { poke("yarrow", at, old); });
     };

@@ -212,7 +212,7 @@ TEST_P(Shadow, ShrinkIsNoChange) {
 TEST_P(Shadow, ShrinkPastAStoppedShadowIsNoChange) {
     auto w = writer(writerSettings(true));
     for (U32 id = 0; id < 1024; ++id) put(*w, id, 1);
-    Support::Child child([&](Support::Child& self) {
+    Child child([&](Child& self) {
         auto c = client();
         if (!pump([&] { return c->asleep(); })) return 1;
         auto const updates = c->updates;

@@ -308,8 +308,6 @@ TEST_F(Table, DirectOperationsPublishWhatWasBuiltInPlace) {
     area->stampIs(2);
     r->lookup(TestKey(1), found, nullptr);
     EXPECT_FALSE(found);
-    EXPECT_DEATH(w->write(TestValue(TestKey(2), 0), true), "unbalanced directSlot:0 containing");
-    EXPECT_DEATH(w->detach(false), "unbalanced directSlot:0");
     w->directCommit();
     EXPECT_EQ(r->lookup(TestKey(1), found, nullptr)->stamp(), 2U);
     EXPECT_EQ(w->directUpdate(TestKey(7)), nullptr);

@@ -48,6 +48,12 @@ public:
         return result << "  " << lines.size() << " lines";
     }
 
+    // Each of them was heard since the last call.
+    void told(std::initializer_list<char const*> patterns) {
+        for (char const* const pattern : patterns) EXPECT_TRUE(heard(pattern));
+        lines.clear();
+    }
+
     std::vector<std::string> lines;
 };
 

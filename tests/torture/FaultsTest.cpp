@@ -156,8 +156,7 @@ public:
 };
 
 TEST_F(Faults, OfAWriterAreNamedAndPass) {
-    auto w = std::make_unique<TestWriter>(*handler_, name_, writerSettings(true), TestOps{},
-                                          "TestValue", Dunlin::noop);
+    auto w = detachedWriter(writerSettings(true));
     auto const start = [&] { return w->initialize("test") && w->validate(); };
     eachFails(
         "making a table",
@@ -216,7 +215,7 @@ TEST_F(Faults, OfAWriterAreNamedAndPass) {
 TEST_F(Faults, OfAProcesssFirstTablePass) {
     for (bool const writing : {true, false}) {
         for (U32 k = 1;; ++k) {
-            Support::Child child([&](Support::Child&) {
+            Child child([&](Child&) {
                 TestWriter w(*handler_, name_, writerSettings(true), TestOps{}, "TestValue",
                              Dunlin::noop);
                 if (!writing) w.initialize("test");
