@@ -3,14 +3,13 @@
 #pragma once
 
 #include "Brisk/Table.h"
-#include "support/Child.h"
-#include "support/Loop.h"
-#include "support/TempBase.h"
-#include "support/TestTable.h"
+#include "tests/support/Child.h"
+#include "tests/support/Loop.h"
+#include "tests/support/TempBase.h"
+#include "tests/support/TestTable.h"
 
 #include "Dunlin/Util.h"
 
-#include <fstream>
 #include <gtest/gtest.h>
 #include <map>
 #include <random>
@@ -22,7 +21,6 @@ using Brisk::BriskType;
 using Brisk::IterHint;
 using Brisk::MapDescriptor;
 using Mem::MountStatus;
-using Support::loop, Support::pump, Support::settle;
 using TestMap = Brisk::BriskMap<TestOps>;
 using TestShadow = Brisk::BriskShadow<TestOps>;
 
@@ -113,8 +111,7 @@ public:
 class Fronts : public testing::Test {
 public:
     ~Fronts() override { Dunlin::traceSinkIs({}); }
-    std::unique_ptr<TestWriter> detachedWriter(
-        MapDescriptor const& descriptor = writerSettings()) {
+    std::unique_ptr<TestWriter> detachedWriter(MapDescriptor const& descriptor = writerSettings()) {
         return std::make_unique<TestWriter>(*handler_, name_, descriptor, TestOps{}, "TestValue",
                                             Dunlin::noop);
     }
@@ -132,18 +129,8 @@ public:
         return result;
     }
     std::string file(char const* f) const { return base_.path() + "/" + name_ + "/" + f; }
-    void poke(char const* f, long offset, U32 word) {
-        std::fstream stream(file(f), std::ios::in | std::ios::out | std::ios::binary);
-        stream.seekp(offset);
-        stream.write(reinterpret_cast<char const*>(&word), sizeof word);
-    }
-    U32 peek(char const* f, long offset) {
-        std::ifstream stream(file(f), std::ios::binary);
-        stream.seekg(offset);
-        U32 word = 0;
-        stream.read(reinterpret_cast<char*>(&word), sizeof word);
-        return word;
-    }
+    void poke(char const* f, std::size_t at, U32 word) const { Support::poke(file(f), at, word); }
+    U32 peek(char const* f, std::size_t at) const { return Support::peek(file(f), at); }
     static void put(TestWriter& writer, U32 id, U64 stamp) {
         writer.write(TestValue(TestKey(id), stamp), true);
     }
@@ -152,7 +139,7 @@ public:
         return writer.remove(TestKey(id), value);
     }
 
-    Support::TempBase base_;
+    TempBase base_;
     std::string name_ = "vrf/default/test";
     std::shared_ptr<Dunlin::Platform::DebugHandler> handler_ =
         Dunlin::Platform::getDebugHandler("FrontTest", true);

@@ -25,12 +25,9 @@ protected:
     Dunlin::Platform::DebugHandler& trace_ = Support::quietTrace();
 
     OwnerFile owner() { return OwnerFile(trace_, path_, false); }
-    void corrupt(char const* name, long offset) {
-        std::fstream file(path_.file(name), std::ios::in | std::ios::out | std::ios::binary);
-        file.seekg(offset);
-        char const c = static_cast<char>(file.get());
-        file.seekp(offset);
-        file.put(static_cast<char>(c ^ 0x10));
+    void corrupt(char const* name, std::size_t offset) {
+        auto const byte = Support::peek<U8>(path_.file(name), offset);
+        Support::poke(path_.file(name), offset, static_cast<U8>(byte ^ 0x10));
     }
 };
 
@@ -43,7 +40,7 @@ TEST_F(Files, OrielKeepsTheIdAndAdmitsDamage) {
     EXPECT_GT(oriel.mtime(), 1e9);
     oriel.validate(0x10042);
     EXPECT_THROW(oriel.validate(0x20042), Dunlin::CorruptionDetectedException);
-    for (long offset = 0; offset < 16; ++offset) {
+    for (std::size_t offset = 0; offset < 16; ++offset) {
         corrupt("oriel", offset);
         EXPECT_EQ(oriel.read(), 0U) << offset;
         corrupt("oriel", offset);
@@ -97,7 +94,7 @@ TEST_F(Files, OwnerIsSoundFromTheFirstBolsterInfoOn) {
 
 TEST_F(Files, DamagedOwnerFileIsNamedAndReplaced) {
     owner().bolsterInfoIs({"fib-1", 1});
-    for (long const offset : {0L, 4L, 8L, 16L, 20L, 130L, 400L, 511L}) {
+    for (std::size_t const offset : {0, 4, 8, 16, 20, 130, 400, 511}) {
         SCOPED_TRACE(offset);
         corrupt("owner", offset);
         EXPECT_FALSE(owner().validate());

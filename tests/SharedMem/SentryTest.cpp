@@ -3,13 +3,12 @@
 #include "SharedMem/OwnerFile.h"
 #include "support/Child.h"
 #include "support/Loop.h"
+#include "support/Sockets.h"
 #include "support/TempBase.h"
 
 #include "Dunlin/Exception.h"
 
 #include <fstream>
-#include <sys/socket.h>
-#include <sys/un.h>
 
 namespace {
 
@@ -51,12 +50,7 @@ protected:
     int write(Child& self, U32 orielId) {
         std::string const own = SharedMem::BolsterName::own();
         makeDirectory(base_.path() + "/sockets");
-        Fd const fd(::socket(AF_UNIX, SOCK_SEQPACKET, 0));
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::strcpy(address.sun_path, SharedMem::BolsterName::path(own).c_str());
-        if (::bind(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) return 1;
-        ::listen(fd.get(), 100);
+        Fd const endpoint = Support::listening(own);
         path_.makeDirectories();
         for (char const* name : {"slots", "buckets"}) std::ofstream(path_.file(name)) << name;
         SharedMem::OwnerFile owner(trace_, path_, false);

@@ -4,13 +4,12 @@
 #include "support/Child.h"
 #include "support/Loop.h"
 #include "support/MiniTable.h"
+#include "support/Sockets.h"
 #include "support/TempBase.h"
 
 #include <list>
 #include <random>
 #include <sys/epoll.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 
 namespace {
 
@@ -134,15 +133,7 @@ TEST_F(Doorbell, OneWakePerSleepHoweverMuchHappens) {
 }
 
 TEST_F(Doorbell, WhoBreaksTheProtocolLosesTheConnection) {
-    std::string const path = SharedMem::BolsterName::path(address().socketName);
-    auto const dial = [&] {
-        Mem::Fd fd(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0));
-        sockaddr_un to{};
-        to.sun_family = AF_UNIX;
-        std::strcpy(to.sun_path, path.c_str());
-        EXPECT_EQ(::connect(fd.get(), reinterpret_cast<sockaddr*>(&to), sizeof to), 0);
-        return fd;
-    };
+    auto const dial = [&] { return Support::dialed(address().socketName); };
     auto const answer = [&](Mem::Fd const& fd, Message& message) {
         Received received = Received::nothing;
         EXPECT_TRUE(
@@ -237,12 +228,7 @@ TEST_F(Doorbell, WhoBreaksTheProtocolLosesTheConnection) {
 // The writer's end played by hand: what it sends out of turn ends the connection, and a Sleep that
 // finds no room in the socket is kept until there is some.
 TEST_F(Doorbell, AReaderHoldsTheWriterToTheProtocol) {
-    Mem::Fd const listening(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0));
-    sockaddr_un at{};
-    at.sun_family = AF_UNIX;
-    std::strcpy(at.sun_path, SharedMem::BolsterName::path("peer-1").c_str());
-    ASSERT_EQ(::bind(listening.get(), reinterpret_cast<sockaddr*>(&at), sizeof at), 0);
-    ASSERT_EQ(::listen(listening.get(), 5), 0);
+    Mem::Fd const listening = Support::listening("peer-1");
     auto reader = std::make_unique<MiniReader>(trace_, path_, values_, oriel);
     EXPECT_FALSE(reader->wren.connect({}));
     EXPECT_FALSE(reader->wren.connect({"nobody-1", 1}));
@@ -312,14 +298,9 @@ TEST_F(Doorbell, AReaderHoldsTheWriterToTheProtocol) {
 TEST_F(Doorbell, AnEndpointOfTheSameNameIsLeftAlone) {
     Support::TempBase const other;
     Mem::makeDirectory(other.path() + "/sockets");
-    Mem::Fd const first(::socket(AF_UNIX, SOCK_SEQPACKET, 0));
-    sockaddr_un at{};
-    at.sun_family = AF_UNIX;
-    std::strcpy(at.sun_path, SharedMem::BolsterName::path(SharedMem::BolsterName::own()).c_str());
-    ASSERT_EQ(::bind(first.get(), reinterpret_cast<sockaddr*>(&at), sizeof at), 0);
-    ASSERT_EQ(::listen(first.get(), 5), 0);
+    Mem::Fd const first = Support::listening(SharedMem::BolsterName::own());
     EXPECT_THROW(writer_->wren().doEnableListen(), Dunlin::InvalidInitializeException);
-    EXPECT_TRUE(std::filesystem::exists(at.sun_path));
+    Support::dialed(SharedMem::BolsterName::own()); // still there
 }
 
 TEST_F(Doorbell, ReadersHearOfTheWritersEnd) {

@@ -6,7 +6,6 @@
 #include "Dunlin/Exception.h"
 #include "Dunlin/TaskSchedulerRoot.h"
 
-#include <fstream>
 #include <random>
 
 namespace {

@@ -7,7 +7,6 @@
 #include "Dunlin/Exception.h"
 #include "Dunlin/TaskSchedulerRoot.h"
 
-#include <fstream>
 #include <map>
 #include <random>
 
@@ -36,12 +35,6 @@ protected:
     static std::string verdict(Writer const& writer, U32 id = oriel, U32 slots = numSlots) {
         std::string message;
         return writer.validate(id, slots, message) ? "" : message;
-    }
-    template <class T>
-    void patch(char const* name, std::size_t offset, T value) {
-        std::fstream file(path_.file(name), std::ios::in | std::ios::out | std::ios::binary);
-        file.seekp(static_cast<std::streamoff>(offset));
-        file.write(reinterpret_cast<char const*>(&value), sizeof value);
     }
 };
 
@@ -138,9 +131,9 @@ TEST_F(QueueWriterTest, DamageIsFoundAndNamed) {
         for (U32 slot : {10U, 20U, 30U}) writer->notify(slot);
         ASSERT_EQ(verdict(*writer), "");
         if (row.width == 8)
-            patch(row.file, row.offset, row.value);
+            Support::poke(path_.file(row.file), row.offset, row.value);
         else
-            patch(row.file, row.offset, static_cast<U32>(row.value));
+            Support::poke(path_.file(row.file), row.offset, static_cast<U32>(row.value));
         EXPECT_THAT(verdict(*writer), testing::HasSubstr(row.text));
         writer.reset();
         // The number of slots is not known at attach; anything else is.

@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <unistd.h>
 
@@ -19,6 +20,22 @@ inline Dunlin::Platform::DebugHandler& quietTrace() {
         return made;
     }();
     return *handler;
+}
+
+// A word of a file, from outside; of one that is not there nothing is stored and 0 read.
+template <class T>
+void poke(std::string const& file, std::size_t offset, T word) {
+    std::fstream stream(file, std::ios::in | std::ios::out | std::ios::binary);
+    stream.seekp(static_cast<std::streamoff>(offset));
+    stream.write(reinterpret_cast<char const*>(&word), sizeof word);
+}
+template <class T = U32>
+T peek(std::string const& file, std::size_t offset) {
+    std::ifstream stream(file, std::ios::binary);
+    stream.seekg(static_cast<std::streamoff>(offset));
+    T word{};
+    stream.read(reinterpret_cast<char*>(&word), sizeof word);
+    return word;
 }
 
 class TempBase {

@@ -26,17 +26,8 @@ constexpr char const* name = "meddled";
 
 class Meddling : public ::testing::Test {
 public:
-    // Stores a word into a file, if it is there.
-    void poke(char const* file, long at, U32 word) const {
-        Mem::Fd const fd(::open(pathOf(file).c_str(), O_WRONLY));
-        if (fd && ::pwrite(fd.get(), &word, sizeof word, at) != sizeof word) ADD_FAILURE() << "cannot write " << file;
-    }
-    U32 peek(char const* file, long at) const {
-        U32 word = 0;
-        Mem::Fd const fd(::open(pathOf(file).c_str(), O_RDONLY));
-        EXPECT_EQ(::pread(fd.get(), &word, sizeof word, at), ssize_t{sizeof word});
-        return word;
-    }
+    void poke(char const* file, std::size_t at, U32 word) const { Support::poke(pathOf(file), at, word); }
+    U32 peek(char const* file, std::size_t at) const { return Support::peek(pathOf(file), at); }
     std::string pathOf(char const* file) const { return base_.path() + '/' + name + '/' + file; }
 
     // Takes a table of unsound ownership over in a child, which is meddled with at each store; what
@@ -107,7 +98,7 @@ TEST_F(Meddling, WithTheQueueDuringAValidation) {
     for (U32 key = 0; key < 8; ++key) T::write(*writer, ignored, key, key);
     auto& queue = writer->queue();
     // Every text that a change of one entry's slot brings about, at any load of the validation.
-    auto const findings = [&](char const* file, long at, U32 slot) {
+    auto const findings = [&](char const* file, std::size_t at, U32 slot) {
         std::set<std::string> texts;
         U32 const old = peek(file, at);
         for (U32 step = 0;; ++step) {

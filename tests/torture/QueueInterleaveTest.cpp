@@ -3,6 +3,7 @@
 // its loads while a whole operation runs. The shadow is the real store behind the real queue, with
 // and without a connection that holds back pruning and keeps a corral standing.
 #include "tests/support/SharedBlock.h"
+#include "tests/support/Sockets.h"
 #include "tests/support/TempBase.h"
 #include "tests/torture/Interrupted.h"
 #include "tests/torture/Scenarios.h"
@@ -12,11 +13,8 @@
 #include "Wren/BolsterAcceptSm.h"
 #include "Wren/Protocol.h"
 
-#include <cstring>
 #include <gtest/gtest.h>
 #include <set>
-#include <sys/socket.h>
-#include <sys/un.h>
 
 namespace {
 
@@ -152,11 +150,7 @@ protected:
     static Mem::Fd hold(T::Writer& writer) {
         auto& loop = *Dunlin::schedulerRootDunlin;
         auto const& name = Wren::BolsterAcceptSm::bolsterAcceptSm().socketName();
-        Mem::Fd fd(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0));
-        sockaddr_un to{};
-        to.sun_family = AF_UNIX;
-        std::strcpy(to.sun_path, SharedMem::BolsterName::path(name).c_str());
-        EXPECT_EQ(::connect(fd.get(), reinterpret_cast<sockaddr*>(&to), sizeof to), 0);
+        Mem::Fd fd = dialed(name);
         Wren::Hello hello;
         hello.tableId = writer.queue().wren().tableId();
         hello.orielId = writer.orielId();
