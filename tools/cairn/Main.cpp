@@ -81,35 +81,45 @@ int main(int argc, char** argv) {
     auto* const mirrorApp =
         command("mirror", "Write the tables: keep them in step with the kernel, or with a file",
                 [&] { return mirrorCommand(common, mirror); });
-    mirrorApp
-        ->add_option("--from", mirror.from,
-                     "Take the routes from a file instead: JSON of `ip -j mroute show`, or CSV "
-                     "whose header names source,group,iif,oifs")
-        ->type_name("FILE");
-    mirrorApp->add_flag("--once", mirror.once, "Leave after the load");
+    auto* const from =
+        mirrorApp
+            ->add_option("--from", mirror.from,
+                         "Take the routes from a file instead: JSON of `ip -j mroute show`, or CSV "
+                         "whose header names source,group,iif,oifs")
+            ->type_name("FILE");
+    auto* const once = mirrorApp->add_flag("--once", mirror.once, "Leave after the load");
     mirrorApp->add_option("--name", mirror.name, "Name of this writer's tables (kernel)")
         ->type_name("NAME");
     mirrorApp->add_option("--netns", mirror.netns, "Read the kernel of this network namespace")
-        ->type_name("NAME");
-    mirrorApp->add_option("--churn", mirror.churn, "Change N routes a second (with --from)")
+        ->type_name("NAME")
+        ->excludes(from);
+    auto* const churn =
+        mirrorApp->add_option("--churn", mirror.churn, "Change N routes a second, of a file's")
+            ->type_name("N")
+            ->check(CLI::Range(0.0, 1e7))
+            ->needs(from)
+            ->excludes(once);
+    mirrorApp->add_option("--seed", mirror.seed, "Seed of the changes (1)")
         ->type_name("N")
-        ->check(CLI::Range(0.0, 1e7));
-    mirrorApp->add_option("--seed", mirror.seed, "Seed of the changes (1)")->type_name("N");
+        ->needs(churn);
     mirrorApp
         ->add_option("--settle", mirror.settleMs,
                      "Gather the kernel's changes for so many milliseconds before writing (0)")
         ->type_name("MS")
-        ->check(CLI::Range(0.0, 3.6e6));
+        ->check(CLI::Range(0.0, 3.6e6))
+        ->excludes(from);
     mirrorApp
         ->add_option("--hold", mirror.holdSeconds,
                      "Keep the routes of a dead routing daemon so many seconds, not valid (0)")
         ->type_name("SECONDS")
-        ->check(CLI::Range(0.0, 86400.0));
+        ->check(CLI::Range(0.0, 86400.0))
+        ->excludes(from);
     mirrorApp
         ->add_option("--receive-buffer", mirror.receiveBuffer,
                      "Bytes for notifications of the kernel (32 MiB)")
         ->type_name("BYTES")
-        ->check(CLI::Range(4096u, 1u << 30));
+        ->check(CLI::Range(4096u, 1u << 30))
+        ->excludes(from);
     mirrorApp->add_flag("-q,--quiet", mirror.quiet, "Only errors on stderr");
 
     std::vector<std::string> words;

@@ -151,11 +151,6 @@ private:
 int mirrorCommand(Common const& common, MirrorArguments const& arguments) {
     if (!isDirectoryName(arguments.name))
         throw CommandError(badUse, fmt::format("--name \"{}\": not a name", arguments.name));
-    if (arguments.from.empty() && arguments.churn > 0)
-        throw CommandError(badUse,
-                           "--churn needs --from: the kernel's routes are not ours to change");
-    if (!arguments.from.empty() && !arguments.netns.empty())
-        throw CommandError(badUse, "--netns and --from: routes come from the kernel or a file");
     // What the tables say of trouble (files that had to be given up, say) is for the operator.
     keepTrace([&](std::string const& line) {
         if (!arguments.quiet) fmt::print(stderr, "cairn mirror: {}\n", line);
