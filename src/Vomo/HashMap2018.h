@@ -5,6 +5,7 @@
 #include "Dunlin/Exception.h"
 #include "Vomo/Fwd.h"
 #include "Vomo/HashMap2018Generic.h"
+#include "Vomo/NboAttrLog.h"
 #include "Vomo/Ptr.h"
 
 #include <new>
@@ -190,6 +191,17 @@ public:
 
     HashMap2018() : HashMap2018Generic(&vt_, TypeSafeIndex<U32, 355>(1), false) {}
     HashMap2018(HashMap2018 const& other) : HashMap2018Generic(&vt_, other) {}
+    // Members up to the end mark, which is the default key.
+    HashMap2018(NboAttrLog::In* in, StreamBogon) : HashMap2018() {
+        for (Key key = NboAttrLog::next<Key>(in); !(key == Key());
+             key = NboAttrLog::next<Key>(in)) {
+            if ((*this)[key] != nullptr) NboAttrLog::failWithAttrLogValueCollectionDuplicateKey();
+            if constexpr (std::is_void_v<Value>)
+                newMember(Node(key));
+            else
+                newMember(Node(key, NboAttrLog::next<Value>(in)));
+        }
+    }
     HashMap2018& operator=(HashMap2018 const& other) {
         assignOp(&vt_, other);
         return *this;
@@ -260,6 +272,19 @@ public:
                 if (!(left->value() == right->value())) return false;
         }
         return true;
+    }
+
+    // A member whose key is the end mark cannot be told: the collection ends in front of it.
+    friend NboAttrLog::Out& operator<<(NboAttrLog::Out& out, HashMap2018 const& map) {
+        for (UnsafeIteratorConst i(&map); i; ++i) {
+            if (i->fwkKey() == Key()) {
+                NboAttrLog::failWithAttrLogValueCollectionDefaultKey();
+                break;
+            }
+            out << i->fwkKey();
+            if constexpr (!std::is_void_v<Value>) out << i->value();
+        }
+        return out << Key();
     }
 
 private:

@@ -126,6 +126,17 @@ private:
     U8 const* end_;
 };
 
+// A key or value of a collection.
+template <class T>
+T next(In* in) {
+    if constexpr (std::is_same_v<T, bool>)
+        return in->nextBool();
+    else if constexpr (std::is_integral_v<T>)
+        return getBigEndian<T>(in->take(sizeof(T)));
+    else
+        return T(in, StreamBogon{});
+}
+
 // A value collection cannot be written beyond a member whose key is the end mark: traces that and
 // returns, so that the end mark follows.
 void failWithAttrLogValueCollectionDefaultKey();

@@ -72,6 +72,7 @@ class RbTreeMap : public RbTreeMapGeneric {
 public:
     RbTreeMap() = default;
     RbTreeMap(RbTreeMap const& other) : RbTreeMapGeneric() { *this = other; }
+    // Members up to the end mark, which is the default key.
     RbTreeMap(NboAttrLog::In* in, StreamBogon);
     // A deep copy: no node is shared.
     RbTreeMap& operator=(RbTreeMap const& other);
@@ -157,9 +158,8 @@ public:
 private:
     // From the start of a node to its links; the same for each of them.
     static std::size_t distance(Node* node) {
-        return static_cast<std::size_t>(
-            reinterpret_cast<char*>(&link(node)) -
-            reinterpret_cast<char*>(static_cast<PtrInterface*>(node)));
+        return static_cast<std::size_t>(reinterpret_cast<char*>(&link(node)) -
+                                        reinterpret_cast<char*>(static_cast<PtrInterface*>(node)));
     }
     static RbTreeLink& link(Node* node) { return node->RbTreeNode<Key, Value>::link_; }
     static Node* child(Ptr<PtrInterface> const& p) { return static_cast<Node*>(p.ptr()); }
@@ -198,6 +198,14 @@ private:
         return best;
     }
 };
+
+template <class Node, class Key, class Value>
+RbTreeMap<Node, Key, Value>::RbTreeMap(NboAttrLog::In* in, StreamBogon) {
+    for (Key key = NboAttrLog::next<Key>(in); !(key == Key()); key = NboAttrLog::next<Key>(in)) {
+        if ((*this)[key] != nullptr) NboAttrLog::failWithAttrLogValueCollectionDuplicateKey();
+        memberIs(Ptr<Node>(new Node(key, NboAttrLog::next<Value>(in))));
+    }
+}
 
 template <class Node, class Key, class Value>
 void RbTreeMap<Node, Key, Value>::memberIs(Ptr<Node> const& node) {

@@ -1,4 +1,5 @@
 // Ordered collections against a model, with iterators that stand on removed nodes.
+#include "Vomo/HashMap2018.h"
 #include "Vomo/RbTreeMap.h"
 
 #include <list>
@@ -149,6 +150,46 @@ TEST(OrderedMap, ARemovedNodeLivesWhileAnIteratorStandsOnIt) {
     EXPECT_EQ(at.key(), 5U);
     ++at;
     EXPECT_FALSE(at);
+}
+
+struct HashNode : HashMap2018NodeExternKey<false, 7U, U32, U64, false> {
+    using HashMap2018NodeExternKey::HashMap2018NodeExternKey;
+};
+using Hashed = HashMap2018<HashNode, U32, U64>;
+void enter(Hashed& map, U32 key, U64 value) {
+    map.newMember(HashNode(key, value));
+}
+
+// In the log a collection is its members and the default key.
+template <class M>
+void isReadFromTheLog() {
+    S64 const live = AllocTrackTypeInfo::live(Node::vomoAllocTrackTypeInfo_);
+    {
+        M map;
+        for (U32 i = 1; i <= 5; ++i) enter(map, i, i * i);
+        NboAttrLog::Out out, twice;
+        out << map;
+        EXPECT_EQ(out.size(), 5U * 12 + 4);
+        NboAttrLog::In in(out.bytes()), cut(out.bytes().first(out.size() - 1));
+        EXPECT_TRUE(M(&in, StreamBogon{}) == map);
+        EXPECT_EQ(in.remaining(), 0U);
+        EXPECT_THROW(M(&cut, StreamBogon{}), AttrLogRecordException);
+        for (int i = 0; i < 2; ++i) twice.append(out.bytes().data(), 5 * 12);
+        NboAttrLog::In again(twice.bytes());
+        EXPECT_THROW(M(&again, StreamBogon{}), AttrLogRecordException);
+        enter(map, 0, 1); // cannot be told: the log ends in front of it
+        out.clear();
+        out << map;
+        NboAttrLog::In ended(out.bytes());
+        EXPECT_LT(M(&ended, StreamBogon{}).members(), 6U);
+        EXPECT_EQ(ended.remaining(), 0U);
+    }
+    EXPECT_EQ(AllocTrackTypeInfo::live(Node::vomoAllocTrackTypeInfo_), live);
+}
+
+TEST(Collections, AreReadFromTheLog) {
+    isReadFromTheLog<Map>();
+    isReadFromTheLog<Hashed>();
 }
 
 } // namespace
