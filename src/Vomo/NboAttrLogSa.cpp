@@ -304,8 +304,7 @@ void handleAttrDeserialization(EntityAdapter* sa, std::span<Row const> rows, S32
         in->nextU16();
         U32 const id = in->nextU32();
         checkAllRead(*in);
-        connection.checkAnnounced(id,
-                                  static_cast<Entity const*>(coll.find(sa->object(), key.get())));
+        connection.announced(id, static_cast<Entity const*>(coll.find(sa->object(), key.get())));
         Connection::ActiveAnchor const anchor(connection, sa, *row, key.get());
         coll.set(sa->object(), key.get(), nullptr);
         void const* const child = coll.find(sa->object(), key.get());
@@ -346,7 +345,9 @@ constexpr U32 mirrorIds = 0x80000000; // of children that the mirror makes
 } // namespace
 
 Connection::Connection(Role role, Ptr<Entity> root, bool readOnlyRemote)
-    : role_(role), root_(std::move(root)), readOnlyRemote_(readOnlyRemote), nextId_(rootId + 1) {}
+    : role_(role), root_(std::move(root)), readOnlyRemote_(readOnlyRemote) {
+    connectedIs(false);
+}
 
 Connection::~Connection() {
     connectedIs(false);
@@ -355,14 +356,15 @@ Connection::~Connection() {
 void Connection::connectedIs(bool connected) {
     adapters_.clear();
     ids_.clear();
-    retired_.clear();
     left_ = 0;
     waiting_.clear();
     in_.clear();
     out_.clear();
     sent_ = 0;
     connected_ = connected;
-    nextId_ = role_ == Role::source ? rootId + 1 : mirrorIds;
+    nextId_ = rootId + 1;
+    peerNextId_ = mirrorIds;
+    if (role_ == Role::mirror) std::swap(nextId_, peerNextId_);
     if (!connected) return;
     if (role_ == Role::mirror) {
         bind(rootId, root_);
@@ -375,26 +377,30 @@ void Connection::connectedIs(bool connected) {
     flow();
 }
 
+bool Connection::wasAnnounced(U32 id) const {
+    U32 const next = (id < mirrorIds) == (role_ == Role::source) ? nextId_ : peerNextId_;
+    return id != 0 && id < next;
+}
+
 // A number means one entity as long as the connection lasts.
-void Connection::checkAnnounced(U32 id, Entity const* entity) const {
+void Connection::announced(U32 id, Entity const* entity) {
     auto const taken = adapters_.find(id);
     if (taken != adapters_.end() && taken->second->entity() != entity)
         Dunlin::fmthrow<AttrLogRecordException>(
             "attribute log: entity {} is announced anew as another one", id);
+    if (!wasAnnounced(id) && id != peerNextId_)
+        Dunlin::fmthrow<AttrLogRecordException>(
+            "attribute log: entity {} is announced, the next is {}", id, peerNextId_);
+    if (id == peerNextId_) ++peerNextId_;
 }
 
 // An entity that the peer has announced: what it holds is known there.
 EntityAdapter& Connection::bind(U32 id, Ptr<Entity> entity) {
-    retired_.erase(id);
     if (auto const known = ids_.find(entity.ptr()); known != ids_.end()) {
         EntityAdapter& adapter = *adapters_.at(known->second);
-        if (known->second == id) return adapter;
-        // Both sides have made the child and numbered it. The source's number holds, and what it
+        // Both sides may have made the child and numbered it. The source's number holds, and what it
         // sends of the child; so it does not listen to the other number.
-        if (role_ == Role::source) {
-            retired_.insert(id);
-            return adapter;
-        }
+        if (known->second == id || role_ == Role::source) return adapter;
         retire(known->second);
     }
     ids_[entity.ptr()] = id;
@@ -431,7 +437,6 @@ void Connection::dropOrphans() {
 // The peer may still write to it for a while.
 void Connection::retire(U32 id) {
     auto const at = adapters_.find(id);
-    retired_.insert(id);
     ids_.erase(at->second->entity());
     adapters_.erase(at);
 }
@@ -518,8 +523,15 @@ void Connection::handleMessage(std::span<U8 const> message) {
     U8 const flags = in.nextU8();
     auto const at = adapters_.find(id);
     if (at == adapters_.end()) {
-        if (retired_.contains(id)) return;
-        Dunlin::fmthrow<AttrLogRecordException>("attribute log: entity {} was never announced", id);
+        if (!wasAnnounced(id))
+            Dunlin::fmthrow<AttrLogRecordException>("attribute log: entity {} was never announced",
+                                                    id);
+        // A child that is announced in an entity that went is gone, too: its number ends the message.
+        if (attrId > 0 && flags == MessageFlag::inCollection && in.remaining() > sizeof(U32)) {
+            in.take(in.remaining() - sizeof(U32));
+            if (in.nextU32() == peerNextId_) ++peerNextId_;
+        }
+        return;
     }
     EntityAdapter& sa = *at->second;
     // No attribute; and the one number that cannot be negated.

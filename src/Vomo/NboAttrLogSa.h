@@ -15,7 +15,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <set>
 
 namespace Vomo::NboAttrLog {
 
@@ -122,8 +121,9 @@ public:
     void commit();
     // The adapter of a child, made if there is none; true if it was made.
     std::pair<EntityAdapter*, bool> adapterOf(Entity* entity);
-    // Raises AttrLogRecordException if the number stands for another entity; null for a new one.
-    void checkAnnounced(U32 id, Entity const* entity) const;
+    // The peer announces an entity, null for a new one, by that number. Raises AttrLogRecordException
+    // if it stands for another entity, or is not one that the peer could give.
+    void announced(U32 id, Entity const* entity);
     EntityAdapter& bind(U32 id, Ptr<Entity> entity);
     void wait(EntityAdapter& sa);
     // A child has left its parent; its adapter goes when the peer has been told.
@@ -167,6 +167,9 @@ private:
     void handleMessage(std::span<U8 const> message);
     void dropOrphans();
     void retire(U32 id);
+    // Either side has given the number to an entity since they connected. One that is not there any
+    // more has gone here, while the peer may still write to it.
+    bool wasAnnounced(U32 id) const;
 
     Role role_;
     Ptr<Entity> root_;
@@ -178,10 +181,10 @@ private:
     std::size_t sent_ = 0;
     std::size_t messageStart_ = 0;
     std::vector<U8> in_;
-    U32 nextId_;
+    U32 nextId_;     // the number of the next child that is announced here
+    U32 peerNextId_; // and there: each side counts up
     std::map<U32, std::unique_ptr<EntityAdapter>> adapters_;
     std::map<Entity*, U32> ids_;
-    std::set<U32> retired_; // ids whose entity went here while the peer may still write to it
     std::deque<U32> waiting_;
     std::size_t left_ = 0; // children that have left since the orphans were dropped
     ActiveAnchor* applying_ = nullptr;

@@ -277,6 +277,32 @@ TEST_F(Replication, WhatANotifieeAnswersIsSentThoughTheChangeItselfIsNotEchoed) 
     EXPECT_EQ(mirrorEnd.messagesSent() - before, 2U);
 }
 
+// Removes each child that it hears of.
+struct Refusing : Vomo::NotifieeConst {
+    explicit Refusing(Config* c) : config(c) { notifierIs(c); }
+    void onAttribute(U32, void const* key) override {
+        config->requestDel(*static_cast<GroupKey const*>(key));
+    }
+    Config* config;
+};
+
+TEST_F(Replication, MessagesForWhatHasGoneArePassedOver) {
+    connect();
+    Refusing const refusing(mirror.ptr());
+    source->requestIs({19, 1})->requestIdIs(5); // entity 2, and what it holds
+    source->requestIs({19, 2});
+    settle();
+    expectEqual();
+    EXPECT_EQ(source->request().members(), 0U);
+    // Entity 2 announces a child 4, which is gone with it; of 5 nobody has heard.
+    mirrorEnd.receive(
+        std::to_array<U8>({0, 0, 0, 19, 0, 0, 0, 2, 0, 0, 1, 2, 1, 0, 0, 0, 0, 0, 4}));
+    auto message = std::to_array<U8>({0, 0, 0, 14, 0, 0, 0, 4, 0, 0, 1, 5, 0, 1});
+    mirrorEnd.receive(message);
+    message[7] = 5;
+    EXPECT_THROW(mirrorEnd.receive(message), Vomo::AttrLogRecordException);
+}
+
 TEST_F(Replication, NothingIsSentTwiceThatNeedNotBe) {
     auto const request = source->requestIs({19, 1});
     for (U32 i = 0; i < 100; ++i) request->portVlanIs(portVlan(i), true);
