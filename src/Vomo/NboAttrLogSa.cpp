@@ -521,6 +521,10 @@ void Connection::handleMessage(std::span<U8 const> message) {
     U32 const id = in.nextU32();
     S32 const attrId = in.nextS32();
     U8 const flags = in.nextU8();
+    auto const mark = static_cast<U8>(flags & ~MessageFlag::resumed);
+    bool const isMark = mark == MessageFlag::beginMark || mark == MessageFlag::endMark;
+    if (!isMark && flags != 0 && flags != MessageFlag::inCollection)
+        Dunlin::fmthrow<AttrLogRecordException>("attribute log: a message with flags {:#x}", flags);
     auto const at = adapters_.find(id);
     if (at == adapters_.end()) {
         if (!wasAnnounced(id))
@@ -540,9 +544,9 @@ void Connection::handleMessage(std::span<U8 const> message) {
         !(allowWriteFromReadOnlyRemote &&
           allowWriteFromReadOnlyRemote(sa, static_cast<U32>(std::abs(attrId)))))
         throwWriteUpdateFromReadOnlyProxyException();
-    if (flags & (MessageFlag::beginMark | MessageFlag::endMark)) {
+    if (isMark) {
         checkAllRead(in);
-        U32 const kind = flags & MessageFlag::beginMark ? 0 : 2;
+        U32 const kind = mark == MessageFlag::beginMark ? 0 : 2;
         if (attrId < 0 || !sa.stream().doHandleAttrTransaction(&sa, static_cast<U32>(attrId), kind,
                                                                (flags & MessageFlag::resumed) != 0))
             throwUnknown(sa, attrId);

@@ -424,10 +424,15 @@ TEST_F(Replication, ADamagedStreamRaisesAndLeavesTheEntityWhole) {
     U8 const tooLong[] = {0xff, 0xff, 0xff, 0xff};
     EXPECT_THROW(end.receive(tooLong), Vomo::AttrLogRecordException);
     // A mark for the one attribute number that has no negative.
-    U8 const leastNumber[] = {0, 0, 0, 13, 0, 0, 0, 1, 0x80, 0, 0, 0, 0xa7};
+    U8 const leastNumber[] = {0, 0, 0, 13, 0, 0, 0, 1, 0x80, 0, 0, 0, 2};
     Connection other(Connection::Role::mirror, target);
     other.connectedIs(true);
     EXPECT_THROW(other.receive(leastNumber), Vomo::AttrLogRecordException);
+    for (U8 const flags : std::to_array<U8>({6, 8, 3, 16})) { // of no message
+        other.connectedIs(true);
+        auto const bytes = std::to_array<U8>({0, 0, 0, 13, 0, 0, 0, 1, 0, 0, 1, 2, flags});
+        EXPECT_THROW(other.receive(bytes), Vomo::AttrLogRecordException) << +flags;
+    }
 }
 
 // The bytes of the worked example in docs/attribute-log.md: what stands there in code blocks, up to
