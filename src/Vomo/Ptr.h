@@ -84,8 +84,14 @@ private:
     // Runs the zero-reference notifiee, if one is attached, then destroys the object unless the
     // notifiee took a reference.
     void handleZeroRef();
+    // Other threads may count in the same word.
     void flagIs(U32 bit, bool on) {
-        referencesWord_ = on ? referencesWord_ | bit : referencesWord_ & ~bit;
+        if (!VFPtrInterface::threadSafePointers_)
+            referencesWord_ = on ? referencesWord_ | bit : referencesWord_ & ~bit;
+        else if (on)
+            __atomic_fetch_or(&referencesWord_, bit, __ATOMIC_SEQ_CST);
+        else
+            __atomic_fetch_and(&referencesWord_, ~bit, __ATOMIC_SEQ_CST);
     }
 
     mutable U32 referencesWord_ = 0;
