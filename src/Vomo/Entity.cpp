@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <ctime>
+#include <exception>
 #include <new>
 
 namespace Vomo {
@@ -95,10 +96,15 @@ void NotifieeList::visit(U32 attrId, void const* key) const {
     if (members_ == nullptr) return;
     ++members_->visits;
     VisitEnd<Members> const end{members_};
+    std::exception_ptr raised;
     // Those that attach meanwhile are not called.
-    for (std::size_t i = 0, n = end.members->list.size(); i < n; ++i)
-        if (NotifieeConst* const notifiee = end.members->list[i])
-            notifiee->onAttribute(attrId, key);
+    for (std::size_t i = 0, n = end.members->list.size(); i < n; ++i) try {
+            if (NotifieeConst* const notifiee = end.members->list[i])
+                notifiee->onAttribute(attrId, key);
+        } catch (...) {
+            if (!raised) raised = std::current_exception();
+        }
+    if (raised) std::rethrow_exception(raised);
 }
 
 void NotifieeList::visitZeroReferences() const {

@@ -22,7 +22,8 @@ public:
     void deleteMember(PtrInterface* owner, NotifieeConst* notifiee);
     void deleteAll();
     // Calls every notifiee that is attached when the visit begins and still is when its turn comes.
-    // What a notifiee raises passes on.
+    // What the first of them raises passes on when all have been called: the others, a connection of
+    // the attribute log among them, do not miss the change.
     void visit(U32 attrId) const { visit(attrId, nullptr); }
     void visit(U32 attrId, void const* key) const;
     void visitZeroReferences() const;
