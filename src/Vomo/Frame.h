@@ -30,6 +30,7 @@ struct FieldType {
     void (*put)(U8* at, void const* field) = nullptr;
     void (*get)(U8 const* at, void* field) = nullptr;
     void (*assign)(void* field, void const* value) = nullptr;
+    void (*reset)(void* field) = nullptr; // to the default
     bool (*equal)(void const* a, void const* b) = nullptr;
     void (*mix)(Hash& hash, void const* field) = nullptr; // null if it has no hash
     // An object on the heap, read from the log.
@@ -158,6 +159,10 @@ void assignField(void* field, void const* value) {
     *static_cast<F*>(field) = *static_cast<F const*>(value);
 }
 template <class F>
+void resetField(void* field) {
+    *static_cast<F*>(field) = F();
+}
+template <class F>
 bool equalFields(void const* a, void const* b) {
     return *static_cast<F const*>(a) == *static_cast<F const*>(b);
 }
@@ -215,6 +220,7 @@ consteval FieldType makeFieldType() {
             type.get = getField<F>;
         }
         type.assign = assignField<F>;
+        type.reset = resetField<F>;
         type.equal = equalFields<F>;
         if constexpr (isMixed<F>) type.mix = mixField<F>;
         type.readNew = readNewField<F>;

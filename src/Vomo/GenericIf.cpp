@@ -148,7 +148,8 @@ U32 collectionOp(CollectionOps const& coll, VomoAttr attr, void* out, void* obje
         void const* const found = coll.find(object, a);
         if (coll.isChildren) Impl::store(out, Ptr<Entity>(static_cast<Entity*>(const_cast<void*>(found))));
         else if (coll.value == nullptr) Impl::store(out, found != nullptr);
-        else if (found != nullptr) coll.value->assign(out, found);
+        else if (found == nullptr) coll.value->reset(out);
+        else coll.value->assign(out, found);
         return 0;
     }
     case AttributeOp::set:

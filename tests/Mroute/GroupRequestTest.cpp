@@ -271,6 +271,12 @@ TEST(GenericInterface, WalksAnEntityByNames) {
     }
     methods->iterDel(members, iterator);
     EXPECT_EQ(found, (std::vector<std::pair<U32, bool>>{{1, true}, {2, false}, {3, true}}));
+    PortVlan const absent = portVlan(9);
+    bool value = true;
+    EXPECT_EQ(onRequest.attributeOp(&value, child.ptr(), members, AttributeOp::get,
+                                    const_cast<PortVlan*>(&absent), nullptr),
+              0U);
+    EXPECT_FALSE(value); // the default
     EXPECT_EQ(onRequest.iterator(child.ptr(), nullptr, attrByName(requestType, "toCpu"), &methods),
               nullptr);
     U32 id = 77;
