@@ -88,7 +88,16 @@ void genericIfConstructFromCtorArgs(void* to, void* const* args) {
     for (Row const& row : rows)
         if (row.kind == RowKind::ctor && count++ == 0) only = &row;
     if (count == 1 && only->construct != nullptr) return only->construct(to, args[0]);
-    constructFromRows(rows, new (to) T(), args);
+    T* const made = new (to) T();
+    if constexpr (requires { typename Describe<T>::Base; }) {
+        // The arguments are those of the base: what derives from it stores nothing of its own.
+        typename Describe<T>::Base base;
+        VomoType const type = Describe<T>::type.base->type;
+        type.module->genericTable[type.index].constructFromCtorArgs(&base, args);
+        static_cast<typename Describe<T>::Base&>(*made) = base;
+    } else {
+        constructFromRows(rows, made, args);
+    }
 }
 
 template <class T>

@@ -433,6 +433,8 @@ TEST(Generic, WrappersFlagSetsAndBases) {
     args[0] = &good;
     index.generic().constructFromCtorArgs(index.get(), args);
     EXPECT_EQ(index.text(), "512");
+    object.generic().constructFromCtorArgs(object.get(), args); // a base's argument
+    EXPECT_EQ(object.text(), "512");
 }
 
 } // namespace
