@@ -289,12 +289,6 @@ std::ostream& operator<<(std::ostream& stream, IntfFlags const* v) {
     if (v->noRpf()) stream << 'R';
     return stream;
 }
-std::ostream& operator<<(std::ostream& stream, RoutePriority v) {
-    return stream << +v.value();
-}
-std::ostream& operator<<(std::ostream& stream, RpaIndex v) {
-    return stream << v.value();
-}
 
 } // namespace Routing::Multicast::Fib
 

@@ -314,8 +314,6 @@ static_assert(sizeof(RpaIndex) == 2);
 
 // For traces: "Flags: FAN" by letters for forward, accept, notify, noRpf (R); "Flags: None".
 std::ostream& operator<<(std::ostream& stream, IntfFlags const* v);
-std::ostream& operator<<(std::ostream& stream, RoutePriority v);
-std::ostream& operator<<(std::ostream& stream, RpaIndex v);
 
 // Where the FIB's mount tree begins: "routing/multicast/fib", "routing6/multicast/fib". Any other
 // family ends the process.

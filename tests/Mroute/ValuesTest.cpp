@@ -47,6 +47,10 @@ TEST(WrappedIntegers, KeepTheirRange) {
     EXPECT_TRUE(bool(RoutePriority(0)));
     EXPECT_FALSE(bool(RoutePriority(1)));
     EXPECT_EQ(read<RpaIndex>("7"), RpaIndex(7));
+    // An index streams as a number, the FIB's small values as their text.
+    std::ostringstream text;
+    text << std::hex << Tables::OifIndex(254) << ' ' << RpaIndex(254) << ' ' << RoutePriority(254);
+    EXPECT_EQ(text.str(), "fe 254 254");
 }
 
 TEST(FlagSets, BitsTextsAndOperators) {
