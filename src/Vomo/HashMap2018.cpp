@@ -405,18 +405,20 @@ void HashMap2018IteratorGeneric::leaveBucket() {
 void HashMap2018IteratorGeneric::leaveStaleBucket() {
     HashMap2018Generic::Place to;
     U32 const word = hashWord();
-    auto const at = map_->findSame(vt_, node_, word);
-    if (at.bucket != nullptr) {
-        to = map_->next(at, word);
-    } else {
-        // The member has left. Those that stood behind it with the same hash, in the bucket as we
-        // keep it, come first; they have kept their order.
-        for (U32 i = slot() + 1; i < bucket_->used() && to.bucket == nullptr; ++i) {
-            if (withoutMark(bucket_->hashWord(i)) != word) break;
-            to = map_->findSame(vt_, nodeAt(vt_, bucket_, i), word);
-        }
-        if (to.bucket == nullptr) {
-            // Then the next greater hash.
+    // Those that stood behind the member with the same hash, in the bucket as we keep it, come first.
+    // They have kept their order, but for one that left and came back: it stands at the end now, and
+    // so may the member itself.
+    for (U32 i = slot() + 1; i < bucket_->used(); ++i) {
+        if (withoutMark(bucket_->hashWord(i)) != word) break;
+        auto const at = map_->findSame(vt_, nodeAt(vt_, bucket_, i), word);
+        if (at.bucket != nullptr && (to.bucket == nullptr || at.slot < to.slot)) to = at;
+    }
+    if (to.bucket == nullptr) {
+        auto const at = map_->findSame(vt_, node_, word);
+        if (at.bucket != nullptr) {
+            to = map_->next(at, word);
+        } else {
+            // The member has left: the next greater hash.
             U32 const index = map_->bucketIndex(word);
             Bucket* const bucket = map_->table_[index];
             U32 slot = 0;

@@ -221,6 +221,20 @@ TEST(HashCollections, ARemovedMemberStaysReadable) {
     EXPECT_FALSE(map.deleteMember(key));
 }
 
+// Members of one hash stand in order of arrival, so that one which comes back stands behind the rest.
+TEST(HashCollections, AMemberThatLeftAndCameBackHidesNoOther) {
+    TextMap map;
+    for (U32 i = 0; i < 5; ++i) map.newMember(TextNode({i * 97}, String("v")));
+    TextMap::IteratorConst i(&map);
+    std::set<U32> met;
+    for (U32 const back : {i.key().number, 97U}) { // where the walk stands, and a later one
+        map.deleteMember({back});
+        map.newMember(TextNode({back}, String("w")));
+    }
+    for (++i; i; ++i) met.insert(i.key().number);
+    for (U32 const there : {2U, 3U, 4U}) EXPECT_TRUE(met.contains(there * 97)) << there;
+}
+
 TEST(HashCollections, ManyIteratorsInOneBucket) {
     PlainMap map;
     for (U32 i = 0; i < 5; ++i) map.newMember(PlainNode(i, i));
