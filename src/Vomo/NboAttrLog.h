@@ -42,6 +42,11 @@ public:
     std::span<U8 const> bytes() const { return {begin_, next_}; }
     std::size_t size() const { return static_cast<std::size_t>(next_ - begin_); }
     void clear() { next_ = begin_; }
+    // Drops the first `n` bytes.
+    void discard(std::size_t n) {
+        if (n != size()) std::memmove(begin_, begin_ + n, size() - n);
+        next_ -= n;
+    }
     void append(void const* data, std::size_t n) {
         if (n != 0) std::memcpy(room(n), data, n);
     }

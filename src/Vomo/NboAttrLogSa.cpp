@@ -455,10 +455,8 @@ void Connection::commit() {
 
 void Connection::consumed(std::size_t bytes) {
     sent_ += bytes;
-    if (sent_ == out_.size()) {
-        out_.clear();
-        sent_ = 0;
-    }
+    // What has gone is dropped though the queue never empties: it is moved over by no more than that.
+    if (sent_ >= waitingBytes()) out_.discard(std::exchange(sent_, 0));
     flow();
 }
 
