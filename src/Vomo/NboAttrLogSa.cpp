@@ -172,7 +172,10 @@ bool sendCollection(EntityAdapter& sa, Row const& row) {
 // A key, value or scalar that was read; released at the end of the scope.
 class ReadValue {
 public:
-    ReadValue(FieldType const& type, In* in) : type_(type), value_(type.readNew(in)) {}
+    ReadValue(FieldType const& type, In* in) try : type_(type), value_(type.readNew(in)) {
+    } catch (RangeException const& ex) { // a value that cannot be
+        throw AttrLogRecordException(std::string("attribute log: ") + ex.what());
+    }
     ~ReadValue() { type_.destroy(value_); }
     ReadValue(ReadValue const&) = delete;
     ReadValue& operator=(ReadValue const&) = delete;
@@ -550,11 +553,7 @@ void Connection::handleMessage(std::span<U8 const> message) {
             throwUnknown(sa, attrId);
         return;
     }
-    try {
-        sa.stream().doHandleAttrDeserialization(&sa, attrId, &in);
-    } catch (RangeException const& ex) { // a value that cannot be
-        throw AttrLogRecordException(std::string("attribute log: ") + ex.what());
-    }
+    sa.stream().doHandleAttrDeserialization(&sa, attrId, &in);
 }
 
 } // namespace Vomo::NboAttrLog
