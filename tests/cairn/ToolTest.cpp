@@ -12,6 +12,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <csignal>
 #include <fstream>
 #include <thread>
@@ -48,8 +49,9 @@ protected:
     bool written(bool wanted) {
         for (int i = 0; i < 100; ++i, std::this_thread::sleep_for(50ms)) {
             auto const tables = tool.run({"-j", "ls"}).json();
-            bool const writer = !tables.empty() && tables[0]["writer"] != "none";
-            if (writer == wanted) return true;
+            auto const owned = std::count_if(tables.begin(), tables.end(),
+                                             [](auto const& table) { return table["writer"] != "none"; });
+            if (owned == (wanted ? 4 : 0)) return true; // two for each family
         }
         return false;
     }
