@@ -58,11 +58,11 @@ TEST(Route, BitmapAndWalk) {
 
 TEST(Route, IteratorWalksACopyFromAnyIndex) {
     Route route;
-    for (unsigned const i : {3, 9, 200}) route.oifIs(oif(i), true);
+    for (unsigned const i : {3U, 9U, 200U}) route.oifIs(oif(i), true);
     route.maxOifIndexIs(oif(200));
     auto at = route.oifIteratorConst(oif(9));
     auto behind = route.oifIteratorConst(oif(4));
-    for (unsigned const i : {3, 9, 200}) route.oifDel(oif(i));
+    for (unsigned const i : {3U, 9U, 200U}) route.oifDel(oif(i));
     EXPECT_EQ((*at).value(), 9);
     EXPECT_EQ((*behind).value(), 9);
     EXPECT_EQ((*++at).value(), 200);

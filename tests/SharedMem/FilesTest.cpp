@@ -94,7 +94,7 @@ TEST_F(Files, OwnerIsSoundFromTheFirstBolsterInfoOn) {
 
 TEST_F(Files, DamagedOwnerFileIsNamedAndReplaced) {
     owner().bolsterInfoIs({"fib-1", 1});
-    for (std::size_t const offset : {0, 4, 8, 16, 20, 130, 400, 511}) {
+    for (std::size_t const offset : {0UL, 4UL, 8UL, 16UL, 20UL, 130UL, 400UL, 511UL}) {
         SCOPED_TRACE(offset);
         corrupt("owner", offset);
         EXPECT_FALSE(owner().validate());
