@@ -57,7 +57,8 @@ double measure(U32 rounds, U64 operations, std::function<void()> const& round) {
     for (U32 i = 0; i < rounds; ++i) {
         U64 const start = processorNs();
         round();
-        perOperation.push_back(static_cast<double>(processorNs() - start) / static_cast<double>(operations));
+        perOperation.push_back(static_cast<double>(processorNs() - start) /
+                               static_cast<double>(operations));
     }
     return median(perOperation);
 }
@@ -83,35 +84,43 @@ double inReader(std::function<double()> const& body, std::function<void()> const
     close(pipeEnds[0]);
     int status = 0;
     waitpid(reader, &status, 0);
-    if (!received || status != 0) fail(fmt::format("the reader process ended with status {:#x}", status));
+    if (!received || status != 0)
+        fail(fmt::format("the reader process ended with status {:#x}", status));
     return figure;
 }
 
 SharedPages::SharedPages(std::size_t size)
-    : data_(mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)), size_(size) {
+    : data_(mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)),
+      size_(size) {
     if (data_ == MAP_FAILED) fail(fmt::format("cannot map {} bytes", size));
 }
-SharedPages::~SharedPages() { munmap(data_, size_); }
+SharedPages::~SharedPages() {
+    munmap(data_, size_);
+}
 
 void print(std::vector<Row> const& rows, bool markdown) {
-    std::string const head = markdown
-        ? "| Scenario | Entries | Measured | Yardstick | | Multiple | Reach | |\n|---|--:|--:|--:|---|--:|--:|---|\n"
-        : fmt::format("{:34}{:>10}{:>14}{:>14}  {:24}{:>9}{:>8}\n", "scenario", "entries", "measured", "yardstick",
-                      "", "multiple", "reach");
+    std::string const head =
+        markdown ? "| Scenario | Entries | Measured | Yardstick | | Multiple | Reach | "
+                   "|\n|---|--:|--:|--:|---|--:|--:|---|\n"
+                 : fmt::format("{:34}{:>10}{:>14}{:>14}  {:24}{:>9}{:>8}\n", "scenario", "entries",
+                               "measured", "yardstick", "", "multiple", "reach");
     fmt::print("{}", head);
     for (auto const& row : rows) {
         double const multiple = row.yardstick > 0 ? row.value / row.yardstick : 0;
         std::string const reach = row.reach > 0 ? fmt::format("{:.2f}", row.reach) : "";
-        char const* const verdict = row.reach <= 0 ? "" : multiple <= row.reach ? "reached" : "falls short";
+        char const* const verdict = row.reach <= 0          ? ""
+                                    : multiple <= row.reach ? "reached"
+                                                            : "falls short";
         std::string const value = fmt::format("{:.1f} {}", row.value, row.unit);
-        std::string const stick = row.yardstick > 0 ? fmt::format("{:.1f} {}", row.yardstick, row.unit) : "";
+        std::string const stick =
+            row.yardstick > 0 ? fmt::format("{:.1f} {}", row.yardstick, row.unit) : "";
         std::string const times = row.yardstick > 0 ? fmt::format("{:.2f}", multiple) : "";
         if (markdown)
-            fmt::print("| {} | {:L} | {} | {} | {} | {} | {} | {} |\n", row.scenario, row.entries, value, stick,
-                       row.yardstickName, times, reach, verdict);
+            fmt::print("| {} | {:L} | {} | {} | {} | {} | {} | {} |\n", row.scenario, row.entries,
+                       value, stick, row.yardstickName, times, reach, verdict);
         else
-            fmt::print("{:34}{:>10}{:>14}{:>14}  {:24}{:>9}{:>8}  {}\n", row.scenario, row.entries, value, stick,
-                       row.yardstickName, times, reach, verdict);
+            fmt::print("{:34}{:>10}{:>14}{:>14}  {:24}{:>9}{:>8}  {}\n", row.scenario, row.entries,
+                       value, stick, row.yardstickName, times, reach, verdict);
     }
 }
 

@@ -57,7 +57,9 @@ double measure(U32 rounds, U64 operations, std::function<void()> const& round);
 double inReader(std::function<double()> const& body, std::function<void()> const& meanwhile = {});
 
 // Keeps the compiler from leaving out or moving what produced the bytes.
-inline void used(void const* bytes) { asm volatile("" : : "r"(bytes) : "memory"); }
+inline void used(void const* bytes) {
+    asm volatile("" : : "r"(bytes) : "memory");
+}
 
 // Shared pages like those of a table's files: kept in memory, mapped by writer and readers.
 class SharedPages {

@@ -43,16 +43,20 @@ std::vector<Words> wordsOf(std::vector<U32> const& list) {
 Key keyOf(Words words) {
     using Kelpie::IpAddr;
     using Kelpie::Prefix;
-    return Key(Prefix(IpAddr::fromNetworkWord(words.source), 32), Prefix(IpAddr::fromNetworkWord(words.group), 32));
+    return Key(Prefix(IpAddr::fromNetworkWord(words.source), 32),
+               Prefix(IpAddr::fromNetworkWord(words.group), 32));
 }
 // Puts another key into a record that is otherwise ready, as an agent would that keeps one at hand.
-void keyInto(Route& route, Key const& key) { std::memcpy(static_cast<void*>(&route), &key, sizeof key); }
+void keyInto(Route& route, Key const& key) {
+    std::memcpy(static_cast<void*>(&route), &key, sizeof key);
+}
 
 // The last word of every record (oifBitmap8) is 0, which the processor cannot know: the next key
 // waits for the record, as in the yardstick.
 U64 zeroOf(Route const& route) {
     U64 word;
-    std::memcpy(&word, reinterpret_cast<char const*>(&route) + sizeof(Route) - sizeof word, sizeof word);
+    std::memcpy(&word, reinterpret_cast<char const*>(&route) + sizeof(Route) - sizeof word,
+                sizeof word);
     return word;
 }
 
@@ -92,14 +96,16 @@ public:
     // As many as an agent may have at hand after one message.
     static constexpr std::size_t atOnce = 256;
     void overwriteAll(std::vector<Words> const& keys) {
-        inParts<Route>(keys, [&](Route& route, Words key) { keyInto(route, keyOf(key)); },
-                [&](std::span<Route const* const> routes) { writer_->writeAll(routes); });
+        inParts<Route>(
+            keys, [&](Route& route, Words key) { keyInto(route, keyOf(key)); },
+            [&](std::span<Route const* const> routes) { writer_->writeAll(routes); });
     }
     void removeAll(std::vector<Words> const& keys) {
-        inParts<Key>(keys, [](Key& to, Words key) { to = keyOf(key); },
-                [&](std::span<Key const* const> part) {
-                    if (writer_->removeAll(part) != part.size()) std::abort();
-                });
+        inParts<Key>(
+            keys, [](Key& to, Words key) { to = keyOf(key); },
+            [&](std::span<Key const* const> part) {
+                if (writer_->removeAll(part) != part.size()) std::abort();
+            });
     }
 
     std::unique_ptr<Reader> reader() const {
@@ -138,7 +144,8 @@ private:
     U32 entries_;
     std::vector<Words> keys_;
     std::string directory_;
-    std::shared_ptr<Dunlin::Platform::DebugHandler> trace_ = Dunlin::Platform::getDebugHandler("bench", false);
+    std::shared_ptr<Dunlin::Platform::DebugHandler> trace_ =
+        Dunlin::Platform::getDebugHandler("bench", false);
     std::unique_ptr<Writer> writer_;
     Route route_;
     Route removed_;
@@ -179,14 +186,15 @@ void walk(Reader& reader, U32 entries) {
 
 } // namespace
 
-void measureTable(U32 entries, std::size_t sizeNumber, Yardsticks const& sticks, Options const& options,
-                  std::vector<Row>& rows) {
+void measureTable(U32 entries, std::size_t sizeNumber, Yardsticks const& sticks,
+                  Options const& options, std::vector<Row>& rows) {
     // What we want to reach at the three usual sizes; another list of sizes gets no goals.
     auto const goal = [&](double small, double middle, double large) {
         double const goals[] = {small, middle, large};
         return options.sizes == Options{}.sizes ? goals[sizeNumber] : 0;
     };
-    auto const add = [&](char const* scenario, double value, double stick, char const* stickName, double reach) {
+    auto const add = [&](char const* scenario, double value, double stick, char const* stickName,
+                         double reach) {
         rows.push_back({scenario, entries, value, "ns", stick, stickName, reach});
     };
     U64 const passes = std::max<U64>(1, 300'000 / entries);
@@ -214,7 +222,8 @@ void measureTable(U32 entries, std::size_t sizeNumber, Yardsticks const& sticks,
                 if (++next == writeKeys.size()) next = 0;
             }
         });
-    add("hit under a busy writer", busy, sticks.readSeqlock, "seqlock array, writer", goal(1.8, 2.5, 2.5));
+    add("hit under a busy writer", busy, sticks.readSeqlock, "seqlock array, writer",
+        goal(1.8, 2.5, 2.5));
 
     auto absent = shuffled(entries, options.seed);
     for (U32& i : absent) i += 0x40000000U;
@@ -224,7 +233,8 @@ void measureTable(U32 entries, std::size_t sizeNumber, Yardsticks const& sticks,
         return measure(options.rounds, operations, [&] { misses(*reader, absentKeys, passes); });
     });
     // The goal of a miss is to be no dearer than a hit.
-    add("miss", miss, sticks.read, "array read", options.sizes == Options{}.sizes ? hit / sticks.read : 0);
+    add("miss", miss, sticks.read, "array read",
+        options.sizes == Options{}.sizes ? hit / sticks.read : 0);
 
     double const walked = inReader([&] {
         auto reader = bed.reader();
@@ -243,11 +253,12 @@ void measureTable(U32 entries, std::size_t sizeNumber, Yardsticks const& sticks,
     double const overwrittenAll = measure(options.rounds, operations, [&] {
         for (U64 pass = 0; pass < passes; ++pass) bed.overwriteAll(writeKeys);
     });
-    add("overwrite, 256 at once", overwrittenAll, sticks.overwrite, "array overwrite", goal(3, 2.5, 3));
+    add("overwrite, 256 at once", overwrittenAll, sticks.overwrite, "array overwrite",
+        goal(3, 2.5, 3));
 
     // At a million entries: all that the files hold, beside the records alone.
-    rows.push_back({"memory for each entry", entries, bed.fileBytes() / entries, "B", 160, "the record",
-                    options.sizes == Options{}.sizes && sizeNumber == 2 ? 1.25 : 0});
+    rows.push_back({"memory for each entry", entries, bed.fileBytes() / entries, "B", 160,
+                    "the record", options.sizes == Options{}.sizes && sizeNumber == 2 ? 1.25 : 0});
 
     auto const removal = [&](auto const& removeEach) {
         std::vector<double> removes;
@@ -274,7 +285,8 @@ void measureTable(U32 entries, std::size_t sizeNumber, Yardsticks const& sticks,
         bed.insertAll();
         if (round) inserts.push_back(static_cast<double>(processorNs() - start) / entries);
     }
-    add("insert into an empty table", median(inserts), sticks.read, "array read", goal(1.1, 1.4, 1.8));
+    add("insert into an empty table", median(inserts), sticks.read, "array read",
+        goal(1.1, 1.4, 1.8));
 }
 
 } // namespace Bench

@@ -20,9 +20,13 @@ struct Record {
 static_assert(sizeof(Record) == 176);
 
 // Each round goes over every record at least once and does at least this many operations.
-U64 passesFor(U32 entries) { return std::max<U64>(1, 300'000 / entries); }
+U64 passesFor(U32 entries) {
+    return std::max<U64>(1, 300'000 / entries);
+}
 
-void overwrite(Record& record, Value const& value) { std::memcpy(&record.value, &value, sizeof value); }
+void overwrite(Record& record, Value const& value) {
+    std::memcpy(&record.value, &value, sizeof value);
+}
 
 void overwriteLocked(Record& record, Value const& value) {
     U64 const sequence = Mem::peek(record.sequence);
@@ -32,7 +36,9 @@ void overwriteLocked(Record& record, Value const& value) {
     Mem::publish(record.sequence, sequence + 2);
 }
 
-void read(Record const& record, Value& out) { std::memcpy(&out, &record.value, sizeof out); }
+void read(Record const& record, Value& out) {
+    std::memcpy(&out, &record.value, sizeof out);
+}
 
 void readLocked(Record const& record, Value& out) {
     while (true) {
@@ -47,7 +53,8 @@ void readLocked(Record const& record, Value& out) {
 // Reads all records in `order`. The last word of each record is 0, which the processor cannot know:
 // the next index waits for the record, as the steps of a search wait for each other.
 template <class Reader>
-void readAll(Record const* records, std::vector<U32> const& order, U64 passes, Reader const& reader) {
+void readAll(Record const* records, std::vector<U32> const& order, U64 passes,
+             Reader const& reader) {
     Value out{};
     for (U64 pass = 0; pass < passes; ++pass)
         for (std::size_t i = 0; i < order.size(); i += 1 + out.words[19]) {
@@ -82,7 +89,10 @@ Yardsticks measureYardsticks(U32 entries, Options const& options) {
     });
     std::size_t next = 0;
     result.readSeqlock = inReader(
-        [&] { return measure(options.rounds, operations, [&] { readAll(records, order, passes, readLocked); }); },
+        [&] {
+            return measure(options.rounds, operations,
+                           [&] { readAll(records, order, passes, readLocked); });
+        },
         [&] {
             for (int i = 0; i < 1000; ++i) {
                 ++value.words[0];

@@ -7,7 +7,7 @@
 namespace Bench {
 
 struct Yardsticks {
-    double read;        // random read, the next index depending on what was read, 160 bytes copied out
+    double read; // random read, the next index depending on what was read, 160 bytes copied out
     double readSeqlock; // the same with a sequence lock in each record, while a writer overwrites
     double overwrite;   // random overwrite of 160 bytes
 };

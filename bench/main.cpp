@@ -9,16 +9,21 @@
 
 int main(int argc, char** argv) {
     Bench::Options options;
-    CLI::App app{"Measures the tables in several processes beside a bare array of records as large as a slot."};
-    app.add_option("--sizes", options.sizes, "numbers of entries")->delimiter(',')->capture_default_str();
-    app.add_option("--rounds", options.rounds, "rounds of which the median counts")->capture_default_str();
+    CLI::App app{"Measures the tables in several processes beside a bare array of records as large "
+                 "as a slot."};
+    app.add_option("--sizes", options.sizes, "numbers of entries")
+        ->delimiter(',')
+        ->capture_default_str();
+    app.add_option("--rounds", options.rounds, "rounds of which the median counts")
+        ->capture_default_str();
     app.add_option("--seed", options.seed, "seed of all random orders")->capture_default_str();
     bool notifyOnly = false;
     app.add_flag("--notify-only", notifyOnly, "measure what shadows are told, and nothing else");
     app.add_flag("--markdown", options.markdown, "print the table as Markdown");
     CLI11_PARSE(app, argc, argv);
 
-    fmt::print("seed {}, medians of {} rounds, processor time, reader process on processor {}, writer on processor {}\n",
+    fmt::print("seed {}, medians of {} rounds, processor time, reader process on processor {}, "
+               "writer on processor {}\n",
                options.seed, options.rounds, Bench::readerProcessor, Bench::writerProcessor);
     Bench::pinToProcessor(Bench::writerProcessor);
     std::vector<Bench::Row> rows;

@@ -41,9 +41,10 @@ Edit freshEdit(std::minstd_rand& random) {
     auto const below = [&](U32 limit) { return static_cast<U32>(random() % limit); };
     static constexpr U8 files[] = {0, 0, 1, 2, 3, 3, 3, 3, 4, 4, 4, 5};
     static constexpr U8 actions[] = {
-        DamagedTable::pokeByte, DamagedTable::pokeWord, DamagedTable::pokeWord,     DamagedTable::pokeWord,
-        DamagedTable::flipBit,  DamagedTable::add,      DamagedTable::copyWord,     DamagedTable::copyWord,
-        DamagedTable::lengthen, DamagedTable::cut,      DamagedTable::pokeTwoWords, DamagedTable::add};
+        DamagedTable::pokeByte, DamagedTable::pokeWord,     DamagedTable::pokeWord,
+        DamagedTable::pokeWord, DamagedTable::flipBit,      DamagedTable::add,
+        DamagedTable::copyWord, DamagedTable::copyWord,     DamagedTable::lengthen,
+        DamagedTable::cut,      DamagedTable::pokeTwoWords, DamagedTable::add};
     Edit edit;
     edit.file = files[below(std::size(files))];
     std::string const& name = damagedTable().files()[edit.file].name;
@@ -64,7 +65,8 @@ Edit freshEdit(std::minstd_rand& random) {
 extern "C" std::size_t LLVMFuzzerMutate(U8* data, std::size_t size, std::size_t maxSize);
 
 // Half of the time one edit is put in, replaced or taken out, else the bytes are changed blindly.
-extern "C" std::size_t LLVMFuzzerCustomMutator(U8* data, std::size_t size, std::size_t maxSize, unsigned seed) {
+extern "C" std::size_t LLVMFuzzerCustomMutator(U8* data, std::size_t size, std::size_t maxSize,
+                                               unsigned seed) {
     std::minstd_rand random(seed);
     if (random() % 2 == 0) return LLVMFuzzerMutate(data, size, maxSize);
     std::size_t const count = size / sizeof(Edit);
@@ -75,7 +77,8 @@ extern "C" std::size_t LLVMFuzzerCustomMutator(U8* data, std::size_t size, std::
         return (count - 1) * sizeof(Edit);
     }
     Edit const edit = freshEdit(random);
-    bool const insert = (place == count || random() % 2 == 0) && (count + 1) * sizeof(Edit) <= maxSize;
+    bool const insert =
+        (place == count || random() % 2 == 0) && (count + 1) * sizeof(Edit) <= maxSize;
     if (!insert && place == count) return LLVMFuzzerMutate(data, size, maxSize);
     if (insert) std::memmove(at + sizeof(Edit), at, (count - place) * sizeof(Edit));
     std::memcpy(at, &edit, sizeof edit);
@@ -86,6 +89,7 @@ extern "C" int LLVMFuzzerTestOneInput(U8 const* data, std::size_t size) {
     DamagedTable const& table = damagedTable();
     table.lay(table.editsOf(data, size));
     table.tryOut();
-    while (Dunlin::schedulerRootDunlin->runReady()) {}
+    while (Dunlin::schedulerRootDunlin->runReady()) {
+    }
     return 0;
 }

@@ -20,7 +20,9 @@ inline RouteKeyType kindOf(Kelpie::IpAddr group) {
     return nibble >= 14 ? RouteKeyType::mroute : static_cast<RouteKeyType>(nibble);
 }
 
-inline U16 vlanBits(Kelpie::IpAddr group) { return group.word() >> 16 & 0xfff; }
+inline U16 vlanBits(Kelpie::IpAddr group) {
+    return group.word() >> 16 & 0xfff;
+}
 
 inline Kelpie::EthAddr macOf(Kelpie::IpAddr source, Kelpie::IpAddr group) {
     auto const byte = [](U32 word, unsigned shift) { return static_cast<U8>(word >> shift); };
@@ -34,15 +36,22 @@ inline GroupKey groupOf(Kelpie::IpAddr source) {
 }
 
 // The text for people of any kind but a route.
-template <class Key> Vomo::String prettyFlood(Key const& key, RouteKeyType type) {
+template <class Key>
+Vomo::String prettyFlood(Key const& key, RouteKeyType type) {
     std::ostringstream text;
     switch (type) {
-    case RouteKeyType::unknownRouteKeyType: text << "Unknown Type"; break;
-    case RouteKeyType::vlanFloodset: text << "vlan" << key.vlanId() << " Floodset"; break;
+    case RouteKeyType::unknownRouteKeyType:
+        text << "Unknown Type";
+        break;
+    case RouteKeyType::vlanFloodset:
+        text << "vlan" << key.vlanId() << " Floodset";
+        break;
     case RouteKeyType::multicastFloodset:
         text << "vlan" << key.vlanId() << " Multicast Floodset";
         break;
-    case RouteKeyType::ethGroup: text << "vlan" << key.vlanId() << " " << key.ethAddr(); break;
+    case RouteKeyType::ethGroup:
+        text << "vlan" << key.vlanId() << " " << key.ethAddr();
+        break;
     case RouteKeyType::mcastGroup:
         text << "Mcast Group Kind " << key.mcastGroup().kind() << " Index "
              << key.mcastGroup().index();
@@ -56,7 +65,8 @@ template <class Key> Vomo::String prettyFlood(Key const& key, RouteKeyType type)
     case RouteKeyType::multicastV6Floodset:
         text << "vlan" << key.vlanId() << " IPv6 Multicast Floodset";
         break;
-    default: PLAINASSERT(false, "0 && \"Unexpected RouteKey type\"");
+    default:
+        PLAINASSERT(false, "0 && \"Unexpected RouteKey type\"");
     }
     return text.str();
 }

@@ -15,7 +15,9 @@ constexpr U64 mix64(U64 state, U64 word) {
 }
 
 // Both halves of a mixed word in 32 bits.
-constexpr U32 fold(U64 word) { return static_cast<U32>(word ^ (word >> 32)); }
+constexpr U32 fold(U64 word) {
+    return static_cast<U32>(word ^ (word >> 32));
+}
 
 // A running hash: depends on the values and on their order.
 class HashMix {
@@ -29,9 +31,7 @@ public:
     constexpr operator unsigned int() const { return state_; }
 
 private:
-    constexpr void step(U64 v, U64 width) {
-        state_ = fold(mix64(U64{state_} | width << 32, v));
-    }
+    constexpr void step(U64 v, U64 width) { state_ = fold(mix64(U64{state_} | width << 32, v)); }
 
     U32 state_ = 0;
 };

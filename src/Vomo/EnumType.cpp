@@ -35,13 +35,16 @@ char const* nameOf(VomoTypeBase type, U32 value) {
 
 } // namespace
 
-template <class U> U EnumType<U>::instance(VomoTypeBase type, unsigned number) {
+template <class U>
+U EnumType<U>::instance(VomoTypeBase type, unsigned number) {
     if (nameOf(type, number) == nullptr)
-        throwRangeException(fmt::format("{} has no enumerator of value {}", typeName(type), number));
+        throwRangeException(
+            fmt::format("{} has no enumerator of value {}", typeName(type), number));
     return static_cast<U>(number);
 }
 
-template <class U> U EnumType<U>::instance(VomoTypeBase type, String const& name) {
+template <class U>
+U EnumType<U>::instance(VomoTypeBase type, String const& name) {
     return static_cast<U>(valueOf(type, name));
 }
 
@@ -50,18 +53,21 @@ std::ostream& EnumType<U>::operatorLessLess(std::ostream& stream, VomoTypeBase t
     return stream << EnumType::valueToStrep(type, v);
 }
 
-template <class U> String EnumType<U>::valueToStrep(VomoTypeBase type, U v) {
+template <class U>
+String EnumType<U>::valueToStrep(VomoTypeBase type, U v) {
     char const* const name = nameOf(type, v);
     return name != nullptr ? String("'").append(name).append("'") : stringValue(type, v);
 }
 
-template <class U> U EnumType<U>::sequenceToValue(CharRange& range, VomoTypeBase type) {
+template <class U>
+U EnumType<U>::sequenceToValue(CharRange& range, VomoTypeBase type) {
     if (range.remainingSize() > 0 && *range.begin() >= '0' && *range.begin() <= '9')
         return deserializeAttr<U>(range, typeName(type));
     return static_cast<U>(valueOf(type, deserializeAttr<String>(range, typeName(type))));
 }
 
-template <class U> String EnumType<U>::stringValue(VomoTypeBase type, U v) {
+template <class U>
+String EnumType<U>::stringValue(VomoTypeBase type, U v) {
     char const* const name = nameOf(type, v);
     return name != nullptr ? String(name) : Vomo::valueToStrep(static_cast<unsigned long long>(v));
 }

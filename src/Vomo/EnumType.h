@@ -7,7 +7,8 @@ namespace Vomo {
 
 // The functions of an enum of width U. `type` is the enum's place; names and values are the
 // literals of its record.
-template <class U> struct EnumType {
+template <class U>
+struct EnumType {
     // Raises RangeException for a number that the enum does not declare.
     static U instance(VomoTypeBase type, unsigned number);
     // Raises RangeException for a name that the enum does not declare.

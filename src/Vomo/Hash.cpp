@@ -29,6 +29,8 @@ U32 HashHelper::drawSeed() {
     return static_cast<U32>(chosenSeed.compare_exchange_strong(seed, drawn) ? drawn : seed);
 }
 
-void HashHelper::hashSeed32Is(U32 seed) { chosenSeed.store(U64{1} << 32 | seed); }
+void HashHelper::hashSeed32Is(U32 seed) {
+    chosenSeed.store(U64{1} << 32 | seed);
+}
 
 } // namespace Vomo

@@ -30,8 +30,7 @@ Received receive(int fd, Message& to) {
     do {
         got = ::recv(fd, to.bytes, sizeof to.bytes, MSG_DONTWAIT | MSG_TRUNC);
     } while (got < 0 && errno == EINTR);
-    if (got < 0)
-        return errno == EAGAIN ? Received::nothing : Received::closed;
+    if (got < 0) return errno == EAGAIN ? Received::nothing : Received::closed;
     if (got < static_cast<ssize_t>(sizeof(Kind))) return Received::closed;
     return static_cast<std::size_t>(got) == sizeOf(to.kind) ? Received::message : Received::closed;
 }

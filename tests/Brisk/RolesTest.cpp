@@ -7,7 +7,6 @@
 #include "SharedMem/Bolster.h"
 #include "support/Ear.h"
 
-
 namespace {
 
 using namespace Support;

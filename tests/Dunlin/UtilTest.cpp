@@ -1,7 +1,7 @@
 // Exceptions, trace and small helpers of the platform.
+#include "Dunlin/Util.h"
 #include "Dunlin/Rdtsc.h"
 #include "Dunlin/Trace.h"
-#include "Dunlin/Util.h"
 
 namespace {
 
@@ -34,9 +34,10 @@ TEST(Assertion, EndsTheProcessWithSourceLineAndText) {
 TEST(Trace, ALineIsFormattedOnlyIfItsLevelIsOn) {
     auto const handler = Platform::getDebugHandler("UtilTest", true);
     std::vector<std::string> lines;
-    traceSinkIs([&](std::string const& name, unsigned level, std::string_view, std::string const& t) {
-        lines.push_back(name + " " + std::to_string(level) + " " + t);
-    });
+    traceSinkIs(
+        [&](std::string const& name, unsigned level, std::string_view, std::string const& t) {
+            lines.push_back(name + " " + std::to_string(level) + " " + t);
+        });
     int evaluated = 0;
     auto const count = [&] { return ++evaluated; };
     FMTRACE(*handler, 9, "off {}", count());
@@ -59,7 +60,8 @@ TEST(Util, ReverseAndSizes) {
 TEST(Rdtsc, RateAgreesWithTheClock) {
     double const rate = Rdtsc::calibrationRate();
     U64 const from = Rdtsc::ticks(), fromNs = Rdtsc::monotonicNanoseconds();
-    while (Rdtsc::monotonicNanoseconds() - fromNs < 5'000'000) {}
+    while (Rdtsc::monotonicNanoseconds() - fromNs < 5'000'000) {
+    }
     double const seconds = static_cast<double>(Rdtsc::ticks() - from) / rate;
     double const wall = static_cast<double>(Rdtsc::monotonicNanoseconds() - fromNs) * 1e-9;
     EXPECT_NEAR(seconds / wall, 1.0, 0.2);

@@ -49,8 +49,9 @@ protected:
     bool written(bool wanted) {
         for (int i = 0; i < 100; ++i, std::this_thread::sleep_for(50ms)) {
             auto const tables = tool.run({"-j", "ls"}).json();
-            auto const owned = std::count_if(tables.begin(), tables.end(),
-                                             [](auto const& table) { return table["writer"] != "none"; });
+            auto const owned = std::count_if(tables.begin(), tables.end(), [](auto const& table) {
+                return table["writer"] != "none";
+            });
             if (owned == (wanted ? 4 : 0)) return true; // two for each family
         }
         return false;

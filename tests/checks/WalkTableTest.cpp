@@ -26,7 +26,8 @@ template <class Table, class Make>
 void walkedByTheNotes(char const* name, U32 count, Make make) {
     Support::TempBase const base;
     auto trace = Dunlin::Platform::getDebugHandler("walk", false);
-    typename Table::Writer writer(*trace, name, Brisk::MapDescriptor(100'000), {}, Table::typeName, {});
+    typename Table::Writer writer(*trace, name, Brisk::MapDescriptor(100'000), {}, Table::typeName,
+                                  {});
     ASSERT_TRUE(writer.initialize("test"));
     typename Table::Value old;
     for (U32 i = 0; i < count; ++i) writer.write(make(i, 1), true);
@@ -48,7 +49,8 @@ void walkedByTheNotes(char const* name, U32 count, Make make) {
 
 Routing::Multicast::Fib::IpGenRouteKey routeKey(U32 i) {
     using namespace Kelpie;
-    return {Prefix(IpAddr::fromWord(0x0a000000 + i * 7), i % 5 ? 32 : 0), Prefix(IpAddr::fromWord(0xe8000000 + i), 32)};
+    return {Prefix(IpAddr::fromWord(0x0a000000 + i * 7), i % 5 ? 32 : 0),
+            Prefix(IpAddr::fromWord(0xe8000000 + i), 32)};
 }
 
 TEST(FormatNotes, AreEnoughToWalkRoutes) {
@@ -64,7 +66,8 @@ TEST(FormatNotes, AreEnoughToWalkRoutes) {
 TEST(FormatNotes, AreEnoughToWalkOutgoingInterfaces) {
     using Table = Mroute::OifIndexIntfTable;
     walkedByTheNotes<Table>("walk/oif", 500, [](U32 i, U32 version) {
-        Table::Value value(Brisk::Multicast::Fib::OifIndex(static_cast<U16>(i)), Kelpie::IntfId(U64{i} + 1));
+        Table::Value value(Brisk::Multicast::Fib::OifIndex(static_cast<U16>(i)),
+                           Kelpie::IntfId(U64{i} + 1));
         value.refCountIs(version);
         return value;
     });

@@ -60,15 +60,21 @@ public:
         std::int64_t word;
         return ::read(in_, &word, sizeof word) == sizeof word ? word : -1;
     }
-    int hearFd() const { return in_; }
+    int hearFd() const {
+        return in_;
+    }
     // Child: says that it has come so far, and waits for the parent's word.
     std::int64_t step(std::int64_t word = 0) {
         tell(word);
         return hear();
     }
 
-    ::pid_t pid() const { return pid_; }
-    void signal(int number) const { ::kill(pid_, number); }
+    ::pid_t pid() const {
+        return pid_;
+    }
+    void signal(int number) const {
+        ::kill(pid_, number);
+    }
     // Waits for the end: the exit code, or 1000 + the signal that ended it.
     int join() {
         int status = 0;

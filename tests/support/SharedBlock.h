@@ -17,8 +17,8 @@ template <class T>
 class SharedBlock {
 public:
     SharedBlock()
-        : block_(static_cast<T*>(
-              mmap(nullptr, sizeof(T), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))) {
+        : block_(static_cast<T*>(mmap(nullptr, sizeof(T), PROT_READ | PROT_WRITE,
+                                      MAP_SHARED | MAP_ANONYMOUS, -1, 0))) {
         if (static_cast<void*>(block_) == MAP_FAILED) std::abort();
     }
     SharedBlock(SharedBlock const&) = delete;
@@ -43,7 +43,8 @@ public:
     }
     bool any() const { return taken_; }
     std::string text() const {
-        while (taken_ && !told_) {}
+        while (taken_ && !told_) {
+        }
         return text_;
     }
 

@@ -20,7 +20,8 @@ struct Place {
 
 // Tries `count` damages of one file in a child, which a hang ends too; says at which it died.
 template <class Damage>
-void tryAll(DamagedTable const& table, DamagedTable::File const& file, std::size_t count, Damage damage) {
+void tryAll(DamagedTable const& table, DamagedTable::File const& file, std::size_t count,
+            Damage damage) {
     SharedBlock<Place> place;
     Child child([&](Child&) {
         for (std::size_t i = 0; i < count; ++i) {
@@ -31,7 +32,8 @@ void tryAll(DamagedTable const& table, DamagedTable::File const& file, std::size
         }
         return 0;
     });
-    EXPECT_EQ(child.join(), 0) << file.name << ", damage " << place->at.load() << " (byte " << place->at / 8 << ")";
+    EXPECT_EQ(child.join(), 0) << file.name << ", damage " << place->at.load() << " (byte "
+                               << place->at / 8 << ")";
 }
 
 class Damage : public ::testing::TestWithParam<char const*> {};
@@ -44,17 +46,21 @@ TEST_P(Damage, OfAnySingleBitEndsInANamedExceptionOrAResult) {
         if (file.name != GetParam()) continue;
         ++matching;
         // What a table of this size uses stands at the front; behind it the queue is all zeros.
-        std::size_t const bytes = std::min<std::size_t>(file.bytes.size(), file.name.starts_with("yarrow") ? 512 : 776 + 16 * 176);
+        std::size_t const bytes = std::min<std::size_t>(
+            file.bytes.size(), file.name.starts_with("yarrow") ? 512 : 776 + 16 * 176);
         tryAll(table, file, 8 * bytes, [&](std::size_t bit) {
             std::string damaged = file.bytes;
             damaged[bit / 8] = static_cast<char>(damaged[bit / 8] ^ 1 << bit % 8);
             return damaged;
         });
-        tryAll(table, file, bytes, [&](std::size_t length) { return file.bytes.substr(0, length); });
+        tryAll(table, file, bytes,
+               [&](std::size_t length) { return file.bytes.substr(0, length); });
     }
     EXPECT_EQ(matching, 1U);
 }
-INSTANTIATE_TEST_SUITE_P(Files, Damage, ::testing::Values("slots", "buckets", "yarrow", "yarrow2", "oriel", "owner"),
+INSTANTIATE_TEST_SUITE_P(Files, Damage,
+                         ::testing::Values("slots", "buckets", "yarrow", "yarrow2", "oriel",
+                                           "owner"),
                          [](auto const& one) { return std::string(one.param); });
 
 // Each input that the fuzzer once found something with, and a few of its kind.

@@ -21,9 +21,12 @@ public:
     enum class Weakness { none, noFences, noReleases };
 
     // `look` is called for each view.
-    DelayedStores(Weakness weakness, std::function<void()> look) : weakness_(weakness), look_(std::move(look)) {
+    DelayedStores(Weakness weakness, std::function<void()> look)
+        : weakness_(weakness), look_(std::move(look)) {
         current = this;
-        Mem::StepHooks::onOrder = [](void* at, std::size_t size, Order order) { current->next(at, size, order); };
+        Mem::StepHooks::onOrder = [](void* at, std::size_t size, Order order) {
+            current->next(at, size, order);
+        };
     }
     ~DelayedStores() { Mem::StepHooks::onOrder = nullptr; }
     DelayedStores(DelayedStores const&) = delete;
@@ -53,9 +56,11 @@ private:
         }
         if (order == Order::fence && weakness_ != Weakness::noFences) stores_.clear();
         char here;
-        if (!at || std::abs(static_cast<char*>(at) - &here) < 8 << 20) return; // a variable on the stack
+        if (!at || std::abs(static_cast<char*>(at) - &here) < 8 << 20)
+            return; // a variable on the stack
         if (order == Order::release && weakness_ == Weakness::noReleases) order = Order::relaxed;
-        bool const goesOn = order == Order::copied && !stores_.empty() && stores_.back().order == Order::copied &&
+        bool const goesOn = order == Order::copied && !stores_.empty() &&
+                            stores_.back().order == Order::copied &&
                             stores_.back().at + stores_.back().size == at;
         if (!goesOn) {
             ++unit_;
@@ -71,7 +76,9 @@ private:
     void showViews() {
         if (stores_.back().order == Order::release) return show([](Store const&) { return false; });
         for (U32 unit = stores_.front().unit; unit < stores_.back().unit; ++unit) {
-            show([&](Store const& s) { return s.unit == unit || (s.unit > unit && s.order == Order::release); });
+            show([&](Store const& s) {
+                return s.unit == unit || (s.unit > unit && s.order == Order::release);
+            });
             show([&](Store const& s) { return s.unit >= unit; });
         }
     }
@@ -148,8 +155,9 @@ TEST(DelayedStores, ThatAFenceOrAReleaseShouldForbidAreNoticed) {
     using enum DelayedStores::Weakness;
     for (char const* name : {"overwrite", "directWrite of a known key", "directUpdate"})
         EXPECT_GT(bad(name, noFences), 0U) << name << " without fences";
-    for (char const* name : {"insert", "insert into a slot used before", "overwrite", "directWrite of a new key", "remove",
-                             "slot growth", "bucket growth", "slot shrink"})
+    for (char const* name :
+         {"insert", "insert into a slot used before", "overwrite", "directWrite of a new key",
+          "remove", "slot growth", "bucket growth", "slot shrink"})
         EXPECT_GT(bad(name, noReleases), 0U) << name << " without releases";
 }
 

@@ -60,7 +60,8 @@ void judge(T::Writer& writer, Ledger& ledger) {
             ledger.stampOf[key] = stamp;
             continue;
         }
-        ledger.complaint.say("key {} holds {} and should hold {}", key, stamp, ledger.stampOf[key].load());
+        ledger.complaint.say("key {} holds {} and should hold {}", key, stamp,
+                             ledger.stampOf[key].load());
     }
     ledger.openKey = keys;
     ++ledger.kept;
@@ -92,7 +93,8 @@ int churn(Ledger& ledger, U32 seed) {
         ledger.openStamp = removing ? absent : 1 + static_cast<U32>(random()) % 0x7fffffff;
         ledger.openKey = key;
         if (removing) {
-            if (!writer->remove(TestKey(key), old)) ledger.complaint.say("key {} was not there", key);
+            if (!writer->remove(TestKey(key), old))
+                ledger.complaint.say("key {} was not there", key);
             --count;
         } else if (random() % 4 == 0) {
             writer->directWrite(Value(key, ledger.openStamp));
@@ -120,7 +122,8 @@ int readOn(Ledger& ledger) {
             Value value;
             bool found = false;
             reader->lookup(TestKey(key), found, &value);
-            if (found && (value.key().id != key || !value.whole())) ledger.complaint.say("torn record of key {}", key);
+            if (found && (value.key().id != key || !value.whole()))
+                ledger.complaint.say("torn record of key {}", key);
         }
         if (T::walked(*reader).size() > keys) ledger.complaint.say("a walk met more than there is");
         ++ledger.reads;
@@ -137,7 +140,8 @@ TEST(Crash, KilledAtRandomUnderChurnKeepsWhatTheLedgerSays) {
     // In the tests 50 kills; in a soak as many as fit, 1,000 at least.
     std::mt19937 random(11);
     U32 kills = 0;
-    while (!ledger->complaint.any() && (soaking() ? kills < 1000 || !readers.ranFor(soakSeconds(0)) : kills < 50)) {
+    while (!ledger->complaint.any() &&
+           (soaking() ? kills < 1000 || !readers.ranFor(soakSeconds(0)) : kills < 50)) {
         U64 const before = ledger->operations;
         Child writer([&](Child&) { return churn(*ledger, kills); });
         auto const patience = std::chrono::steady_clock::now() + std::chrono::seconds(20);
@@ -157,10 +161,11 @@ TEST(Crash, KilledAtRandomUnderChurnKeepsWhatTheLedgerSays) {
     });
     EXPECT_EQ(last.join(), 0);
     readers.finish();
-    counted("{} SIGKILLs of a writer in {} operations: table kept {} times, made anew {} times; a successor had it "
+    counted("{} SIGKILLs of a writer in {} operations: table kept {} times, made anew {} times; a "
+            "successor had it "
             "within 50 ms {} times, after {} ms at most; {} reading rounds",
-            kills, ledger->operations.load(), ledger->kept.load(), ledger->madeAnew.load(), ledger->in50Ms.load(),
-            ledger->slowestUs / 1000, ledger->reads.load());
+            kills, ledger->operations.load(), ledger->kept.load(), ledger->madeAnew.load(),
+            ledger->in50Ms.load(), ledger->slowestUs / 1000, ledger->reads.load());
     EXPECT_GT(ledger->kept.load(), 0U);
     EXPECT_GT(ledger->reads.load(), 0U);
 }

@@ -26,7 +26,9 @@ constexpr char const* name = "meddled";
 
 class Meddling : public ::testing::Test {
 public:
-    void poke(char const* file, std::size_t at, U32 word) const { Support::poke(pathOf(file), at, word); }
+    void poke(char const* file, std::size_t at, U32 word) const {
+        Support::poke(pathOf(file), at, word);
+    }
     U32 peek(char const* file, std::size_t at) const { return Support::peek(pathOf(file), at); }
     std::string pathOf(char const* file) const { return base_.path() + '/' + name + '/' + file; }
 
@@ -61,7 +63,8 @@ public:
             EXPECT_TRUE(code == 0 || code == 1000 + SIGABRT || code == 128 + SIGABRT) << code;
             std::ifstream told(pathOf("told"));
             for (std::string line; std::getline(told, line);)
-                texts.insert(std::regex_replace(line, std::regex("^.*:[0-9]+: (assertion failed: )?"), ""));
+                texts.insert(
+                    std::regex_replace(line, std::regex("^.*:[0-9]+: (assertion failed: )?"), ""));
             ++step_;
         }
         EXPECT_GT(step_, 20U);
@@ -78,14 +81,16 @@ TEST_F(Meddling, WithTheFilesOfANewGeneration) {
 }
 
 TEST_F(Meddling, WithTheIdThatWasJustMade) {
-    auto const texts = takingOver([](Meddling& t) { t.poke("slots", 16, t.peek("slots", 16) + 0x10000); });
+    auto const texts =
+        takingOver([](Meddling& t) { t.poke("slots", 16, t.peek("slots", 16) + 0x10000); });
     EXPECT_EQ(texts.count("failed to attach to and validate new files"), 1U);
 }
 
 TEST_F(Meddling, WithTheOwnerFile) {
     auto const texts = takingOver([](Meddling& t) { t.poke("owner.new", 16, 1); });
     std::regex const expected("wrote to owner file but validation failed: .*/owner has bad crc .*");
-    EXPECT_TRUE(std::any_of(texts.begin(), texts.end(), [&](auto& text) { return std::regex_match(text, expected); }));
+    EXPECT_TRUE(std::any_of(texts.begin(), texts.end(),
+                            [&](auto& text) { return std::regex_match(text, expected); }));
 }
 
 // The queue changes between the looks that a validation takes at it.
@@ -104,7 +109,8 @@ TEST_F(Meddling, WithTheQueueDuringAValidation) {
         for (U32 step = 0;; ++step) {
             bool sound = false;
             bool const more = interrupted(
-                Mem::StepHooks::onLoad, step, [&] { poke(file, at, slot); }, [&] { sound = writer->validate(); });
+                Mem::StepHooks::onLoad, step, [&] { poke(file, at, slot); },
+                [&] { sound = writer->validate(); });
             poke(file, at, old);
             if (!sound) texts.insert(writer->lastFinding());
             if (!more) return texts;
@@ -120,7 +126,8 @@ TEST_F(Meddling, WithTheQueueDuringAValidation) {
     U32 last = 0;
     Value value;
     Brisk::IterHint hint;
-    for (bool more = writer->first(value, hint); more; more = writer->next(value.key(), value, hint))
+    for (bool more = writer->first(value, hint); more;
+         more = writer->next(value.key(), value, hint))
         last = hint.slotIndex;
     U32 const stale = queue.position(last);
     poke("yarrow", 192 + 8 * stale + 4, 0xffffffff);

@@ -26,8 +26,10 @@ template <class Body>
 int onTinyFileSystem(U32 kilobytes, Body body) {
     TempBase const base;
     Child child([&](Child&) {
-        if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-            mount("tmpfs", base.path().c_str(), "tmpfs", 0, fmt::format("size={}k", kilobytes).c_str()) != 0)
+        if (unshare(CLONE_NEWNS) != 0 ||
+            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            mount("tmpfs", base.path().c_str(), "tmpfs", 0,
+                  fmt::format("size={}k", kilobytes).c_str()) != 0)
             return notAllowed;
         return body(base.path());
     });
@@ -74,7 +76,8 @@ TEST(NoRoom, AnyLimitOfSizeStopsGrowthAndNothingElse) {
             T::write(*writer, state, static_cast<U32>(entries), 1);
             return T::walked(*reader) == state && writer->validate() ? 0 : 7;
         });
-        if (code == notAllowed) GTEST_SKIP() << "mounting a file system of one's own needs privileges";
+        if (code == notAllowed)
+            GTEST_SKIP() << "mounting a file system of one's own needs privileges";
         EXPECT_EQ(code, 0);
     }
 }
@@ -139,8 +142,9 @@ TEST(NoRoom, AReadOnlyDirectoryIsANamedException) {
             return std::string(e.what()).find(base.path()) != std::string::npos ? 0 : 2;
         }
     });
-    std::filesystem::permissions(base.path(), std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec |
-                                                  std::filesystem::perms::others_read | std::filesystem::perms::others_exec);
+    std::filesystem::permissions(
+        base.path(), std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec |
+                         std::filesystem::perms::others_read | std::filesystem::perms::others_exec);
     int const code = child.join();
     std::filesystem::permissions(base.path(), std::filesystem::perms::owner_all);
     if (code == notAllowed) GTEST_SKIP() << "cannot become another user here";

@@ -15,7 +15,8 @@ using Value = T::Value;
 struct Read {
     char const* name;
     // Reads what it reads, and says whether that is a state the reader may see.
-    std::function<::testing::AssertionResult(T::Reader&, State const& before, State const& after)> run;
+    std::function<::testing::AssertionResult(T::Reader&, State const& before, State const& after)>
+        run;
 };
 
 inline S64 stampIn(State const& state, U32 key) {
@@ -23,10 +24,13 @@ inline S64 stampIn(State const& state, U32 key) {
     return place == state.end() ? S64{-1} : S64{place->second};
 }
 
-inline ::testing::AssertionResult oneOf(char const* what, U32 key, S64 stamp, State const& before, State const& after) {
-    if (stamp == stampIn(before, key) || stamp == stampIn(after, key)) return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure() << what << " of key " << key << " gave " << stamp << ", before "
-                                         << stampIn(before, key) << ", after " << stampIn(after, key);
+inline ::testing::AssertionResult oneOf(char const* what, U32 key, S64 stamp, State const& before,
+                                        State const& after) {
+    if (stamp == stampIn(before, key) || stamp == stampIn(after, key))
+        return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure()
+           << what << " of key " << key << " gave " << stamp << ", before " << stampIn(before, key)
+           << ", after " << stampIn(after, key);
 }
 
 // Looks up one key.
@@ -35,35 +39,41 @@ inline Read lookupOf(char const* name, U32 key) {
                 Value value;
                 bool found = false;
                 reader.lookup(TestKey(key), found, &value);
-                S64 const stamp = !found ? -1 : value.key().id == key && value.whole() ? S64{value.stamp()} : -2;
+                S64 const stamp = !found                                   ? -1
+                                  : value.key().id == key && value.whole() ? S64{value.stamp()}
+                                                                           : -2;
                 return oneOf("lookup", key, stamp, before, after);
             }};
 }
 
 // Walks the whole table: each key that stays is met once, in its state before or after.
-inline Read const walk{"walk", [](T::Reader& reader, State const& before, State const& after) {
-                    State const found = T::walked(reader);
-                    State keys = before;
-                    keys.insert(after.begin(), after.end());
-                    for (auto const& [key, stamp] : found)
-                        if (!keys.count(key)) return ::testing::AssertionFailure() << "walk met key " << key;
-                    for (auto const& [key, stamp] : keys)
-                        if (auto result = oneOf("walk", key, stampIn(found, key), before, after); !result) return result;
-                    return ::testing::AssertionSuccess();
-                }};
+inline Read const walk{
+    "walk", [](T::Reader& reader, State const& before, State const& after) {
+        State const found = T::walked(reader);
+        State keys = before;
+        keys.insert(after.begin(), after.end());
+        for (auto const& [key, stamp] : found)
+            if (!keys.count(key)) return ::testing::AssertionFailure() << "walk met key " << key;
+        for (auto const& [key, stamp] : keys)
+            if (auto result = oneOf("walk", key, stampIn(found, key), before, after); !result)
+                return result;
+        return ::testing::AssertionSuccess();
+    }};
 
 // Reads every slot by number: what is occupied is a whole record of one state or the other.
-inline Read const bySlot{"getValue", [](T::Reader& reader, State const& before, State const& after) {
-                      for (U32 slot = 0; slot < 2 * firstSlots<valueBytes>(); ++slot) {
-                          Value value;
-                          if (!reader.getValue(slot, value, nullptr)) continue;
-                          U32 const key = value.key().id;
-                          if (auto result = oneOf("getValue", key, value.whole() ? S64{value.stamp()} : -2, before, after);
-                              !result)
-                              return result;
-                      }
-                      return ::testing::AssertionSuccess();
-                  }};
+inline Read const bySlot{
+    "getValue", [](T::Reader& reader, State const& before, State const& after) {
+        for (U32 slot = 0; slot < 2 * firstSlots<valueBytes>(); ++slot) {
+            Value value;
+            if (!reader.getValue(slot, value, nullptr)) continue;
+            U32 const key = value.key().id;
+            if (auto result =
+                    oneOf("getValue", key, value.whole() ? S64{value.stamp()} : -2, before, after);
+                !result)
+                return result;
+        }
+        return ::testing::AssertionSuccess();
+    }};
 
 struct Pair {
     std::unique_ptr<T::Writer> writer;
@@ -88,11 +98,13 @@ inline Pair prepared(Scenario<valueBytes> const& scenario, std::string const& na
 inline std::vector<Read> readsFor(State const& before, State const& after) {
     std::vector<Read> reads{walk, bySlot};
     for (auto const& [key, stamp] : after)
-        if (stampIn(before, key) != S64{stamp}) reads.push_back(lookupOf("lookup of the key in flight", key));
+        if (stampIn(before, key) != S64{stamp})
+            reads.push_back(lookupOf("lookup of the key in flight", key));
     for (auto const& [key, stamp] : before)
         if (stampIn(after, key) < 0) reads.push_back(lookupOf("lookup of the key in flight", key));
     U32 const staying = before.rbegin()->first;
-    reads.push_back(lookupOf("lookup of a key that stays", stampIn(after, staying) < 0 ? before.begin()->first : staying));
+    reads.push_back(lookupOf("lookup of a key that stays",
+                             stampIn(after, staying) < 0 ? before.begin()->first : staying));
     reads.push_back(lookupOf("lookup of a key that never was", 5000));
     return reads;
 }

@@ -24,8 +24,10 @@ struct Table {
     using Writer = Brisk::BriskWriter<Ops>;
     using Reader = Brisk::BriskReader<Ops>;
 
-    static std::unique_ptr<Writer> writer(std::string const& name, Brisk::MapDescriptor const& descriptor) {
-        return std::make_unique<Writer>(quietTrace(), name, descriptor, Ops{}, "Stamped", std::function<void(bool)>{});
+    static std::unique_ptr<Writer> writer(std::string const& name,
+                                          Brisk::MapDescriptor const& descriptor) {
+        return std::make_unique<Writer>(quietTrace(), name, descriptor, Ops{}, "Stamped",
+                                        std::function<void(bool)>{});
     }
     static std::unique_ptr<Reader> reader(std::string const& name) {
         return std::make_unique<Reader>(quietTrace(), name.c_str(), Ops{}, nullptr);
@@ -36,8 +38,10 @@ struct Table {
         State state;
         Value value;
         Brisk::IterHint hint;
-        for (bool more = table.first(value, hint); more; more = table.next(value.key(), value, hint)) {
-            bool const fresh = state.emplace(value.key().id, value.whole() ? value.stamp() : 0xffffffff).second;
+        for (bool more = table.first(value, hint); more;
+             more = table.next(value.key(), value, hint)) {
+            bool const fresh =
+                state.emplace(value.key().id, value.whole() ? value.stamp() : 0xffffffff).second;
             if (!fresh) state[value.key().id] = 0xffffffff;
         }
         return state;
@@ -50,7 +54,8 @@ struct Table {
             Value value;
             bool found = false;
             table.lookup(TestKey(key), found, &value);
-            if (found) state[key] = value.key().id == key && value.whole() ? value.stamp() : 0xffffffff;
+            if (found)
+                state[key] = value.key().id == key && value.whole() ? value.stamp() : 0xffffffff;
         }
         return state;
     }
@@ -144,12 +149,14 @@ std::vector<Scenario<valueBytes>> scenarios() {
                     },
                     [](State& s) { s[5] = 1; }});
     list.push_back({"slot growth", descriptor(false, false), fill(slots),
-                    [](Writer& w) { w.write(Value(slots, 1), true); }, [](State& s) { s[slots] = 1; }});
+                    [](Writer& w) { w.write(Value(slots, 1), true); },
+                    [](State& s) { s[slots] = 1; }});
     // A table of fixed size has its slots from the start, so that only buckets grow.
     Brisk::MapDescriptor fixed(64);
     fixed.fixedSize = true;
     list.push_back({"bucket growth", fixed, fill(buckets),
-                    [](Writer& w) { w.write(Value(buckets, 1), true); }, [](State& s) { s[buckets] = 1; }});
+                    [](Writer& w) { w.write(Value(buckets, 1), true); },
+                    [](State& s) { s[buckets] = 1; }});
     // Filled to twice the first size, then emptied from the front, so that what is left stands in
     // high slots and has to be moved.
     list.push_back({"slot shrink", descriptor(true, false),
@@ -165,7 +172,8 @@ std::vector<Scenario<valueBytes>> scenarios() {
     list.push_back({"bucket shrink", descriptor(false, true),
                     [fill](Writer& w, State& s) {
                         fill(buckets + 1)(w, s);
-                        for (U32 key = 0; key < buckets + 1 - buckets / 2; ++key) T::remove(w, s, key);
+                        for (U32 key = 0; key < buckets + 1 - buckets / 2; ++key)
+                            T::remove(w, s, key);
                     },
                     [](Writer& w) {
                         Value old;

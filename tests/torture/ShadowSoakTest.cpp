@@ -241,16 +241,15 @@ TEST_F(Load, ShadowsAreExactUnderRandomLoadStopsAndOvertakes) {
     }
     crew.finish();
     counted("shadows, seed {}: {} changes, {} stops, {} overtakes, {} rests, {} slot "
-                     "grows, {} shrinks, "
-                     "{} moves",
-                     seed, board_->changes.load(), stops, overtakes, board_->rests.load(),
-                     board_->slotGrows.load(), board_->slotShrinks.load(),
-                     board_->slotMoves.load());
+            "grows, {} shrinks, "
+            "{} moves",
+            seed, board_->changes.load(), stops, overtakes, board_->rests.load(),
+            board_->slotGrows.load(), board_->slotShrinks.load(), board_->slotMoves.load());
     for (U32 i = 0; i < clients; ++i) {
         auto const& seen = board_->seen[i];
         counted("  {} shadow{}: {} updates, {} deletes, {} resyncs, {} discarded",
-                         i % 2 ? "key" : "value", i >= 2 ? ", sliced" : "", seen.updates.load(),
-                         seen.deletes.load(), seen.resyncs.load(), seen.discarded.load());
+                i % 2 ? "key" : "value", i >= 2 ? ", sliced" : "", seen.updates.load(),
+                seen.deletes.load(), seen.resyncs.load(), seen.discarded.load());
         EXPECT_GT(seen.deletes.load(), 0U);
     }
     EXPECT_GT(board_->slotShrinks.load(), 0U);

@@ -90,7 +90,8 @@ void stopEverywhere(Scenario<valueBytes> const& scenario, Outcomes& outcomes) {
     TempBase const base;
     bool more = true;
     for (U32 store = 0; more && !::testing::Test::HasFailure(); ++store) {
-        SCOPED_TRACE(fmt::format("{}, {} bytes a slot, stopped before store {}", scenario.name, valueBytes + 16, store));
+        SCOPED_TRACE(fmt::format("{}, {} bytes a slot, stopped before store {}", scenario.name,
+                                 valueBytes + 16, store));
         std::string const name = fmt::format("stop/{}", store);
         State before;
         Child child([&](Child& self) {
@@ -112,7 +113,8 @@ void stopEverywhere(Scenario<valueBytes> const& scenario, Outcomes& outcomes) {
                 [&](auto* writer) { scenario.run(*writer); });
         });
         U32 const oldId = static_cast<U32>(child.hear());
-        for (S64 key; (key = child.hear()) != -1;) before[static_cast<U32>(key)] = static_cast<U32>(child.hear());
+        for (S64 key; (key = child.hear()) != -1;)
+            before[static_cast<U32>(key)] = static_cast<U32>(child.hear());
         State after = before;
         scenario.effect(after);
         child.hear(); // ready
@@ -169,7 +171,8 @@ void stopInLife(Life life, char const* lifeName) {
     Brisk::MapDescriptor const descriptor(1024);
     bool more = true;
     for (U32 store = 0; more && !::testing::Test::HasFailure(); ++store) {
-        SCOPED_TRACE(fmt::format("{}, {} bytes a slot, stopped before store {}", lifeName, valueBytes + 16, store));
+        SCOPED_TRACE(fmt::format("{}, {} bytes a slot, stopped before store {}", lifeName,
+                                 valueBytes + 16, store));
         std::string const name = fmt::format("life/{}", store);
         State before;
         U32 oldId = 0;
@@ -199,9 +202,12 @@ void stopInLife(Life life, char const* lifeName) {
                     return writer;
                 },
                 [&](auto* writer) {
-                    if (life == Life::detach) writer->detach(false);
-                    else if (life == Life::cleanup) writer->cleanup();
-                    else writer->initialize("test");
+                    if (life == Life::detach)
+                        writer->detach(false);
+                    else if (life == Life::cleanup)
+                        writer->cleanup();
+                    else
+                        writer->initialize("test");
                 });
         });
         S64 const childId = child.hear();
@@ -217,7 +223,8 @@ void stopInLife(Life life, char const* lifeName) {
         if (reader) {
             // A table that was replaced under the reader is one to attach to anew, not damage.
             State const found = T::walked(*reader);
-            EXPECT_TRUE(found == before || (life == Life::attachUnsound && reader->replaced() && found.empty()));
+            EXPECT_TRUE(found == before ||
+                        (life == Life::attachUnsound && reader->replaced() && found.empty()));
             reader->detach(false);
         }
         auto successor = T::writer(name, descriptor);
@@ -239,9 +246,10 @@ void stopInLife(Life life, char const* lifeName) {
 }
 
 TYPED_TEST(Stop, AfterEachStoreOfFormatAttachDetachAndCleanup) {
-    for (auto const& [life, name] : {std::pair{Life::format, "format"}, std::pair{Life::attach, "attach"},
-                                     std::pair{Life::attachUnsound, "attach to an unsound table"},
-                                     std::pair{Life::detach, "detach"}, std::pair{Life::cleanup, "cleanup"}})
+    for (auto const& [life, name] :
+         {std::pair{Life::format, "format"}, std::pair{Life::attach, "attach"},
+          std::pair{Life::attachUnsound, "attach to an unsound table"},
+          std::pair{Life::detach, "detach"}, std::pair{Life::cleanup, "cleanup"}})
         stopInLife<TypeParam::value>(life, name);
 }
 

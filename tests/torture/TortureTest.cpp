@@ -31,7 +31,8 @@ protected:
     std::unique_ptr<T::Writer> begin(U32 staying, Brisk::MapDescriptor const& descriptor) {
         auto writer = T::writer("torture", descriptor);
         if (!writer->initialize("test")) throw std::runtime_error("no table");
-        if (writer->capacity() > 32) board_->complaint.say("began with {} slots", writer->capacity());
+        if (writer->capacity() > 32)
+            board_->complaint.say("began with {} slots", writer->capacity());
         for (U32 key = 0; key < staying; ++key) writer->write(Value(key, stamp_++), true);
         board_->filled = true;
         return writer;
@@ -41,7 +42,8 @@ protected:
         auto const reader = T::reader("torture");
         auto const judge = [&](char const* how, bool there, Value const& value, U32 key) {
             if (there ? value.key().id != key || !value.whole() : key < staying)
-                board_->complaint.say("{}: key {} {}", how, key, there ? "is torn or another's" : "is missed");
+                board_->complaint.say("{}: key {} {}", how, key,
+                                      there ? "is torn or another's" : "is missed");
         };
         while (goesOn() && !(board_->filled && reader->initialize("test"))) continue;
         std::mt19937 random(seed);
@@ -56,15 +58,20 @@ protected:
             board_->lookups += 5000;
             std::vector<bool> seen(keys);
             Brisk::IterHint hint;
-            for (bool more = reader->first(value, hint); more && goesOn(); more = reader->next(value.key(), value, hint)) {
+            for (bool more = reader->first(value, hint); more && goesOn();
+                 more = reader->next(value.key(), value, hint)) {
                 U32 const key = value.key().id;
                 judge("walk", true, value, key);
-                if (key >= keys || seen[key]) board_->complaint.say("walk: key {} twice", key);
-                else seen[key] = true;
+                if (key >= keys || seen[key])
+                    board_->complaint.say("walk: key {} twice", key);
+                else
+                    seen[key] = true;
             }
-            for (U32 key = 0; key < staying && goesOn(); ++key) judge("walk", seen[key], Value(key, 0), key);
+            for (U32 key = 0; key < staying && goesOn(); ++key)
+                judge("walk", seen[key], Value(key, 0), key);
             for (U32 slot = 0; slot < keys; slot += 37)
-                if (reader->getValue(slot, value, nullptr)) judge("slot", true, value, value.key().id);
+                if (reader->getValue(slot, value, nullptr))
+                    judge("slot", true, value, value.key().id);
             ++board_->walks;
         }
         return 0;
@@ -112,8 +119,10 @@ TEST_F(Torture, ReadersBesideAWriterAtFullSpeedSeeNoTornRecordAndMissNothing) {
         return crew.ranFor(soakSeconds(4)) && (board_->largest > many || crew.ranFor(120));
     });
     EXPECT_GT(board_->largest.load(), many);
-    counted("three readers beside a writer for {} seconds: {} writes, {} lookups, {} walks, at most {} entries",
-            soakSeconds(4), board_->writes.load(), board_->lookups.load(), board_->walks.load(), board_->largest.load());
+    counted("three readers beside a writer for {} seconds: {} writes, {} lookups, {} walks, at "
+            "most {} entries",
+            soakSeconds(4), board_->writes.load(), board_->lookups.load(), board_->walks.load(),
+            board_->largest.load());
 }
 
 TEST_F(Torture, ShrinkStormUnderStoppedReadersLosesNothingAndGivesTheMemoryBack) {
@@ -160,7 +169,8 @@ TEST_F(Torture, ShrinkStormUnderStoppedReadersLosesNothingAndGivesTheMemoryBack)
     // The pages go, the file's length stays (H-file-1).
     EXPECT_LT(board_->blocksEmpty.load() * 8, board_->blocksFull.load());
     EXPECT_GE(board_->sizeEmpty.load(), board_->sizeFull.load());
-    counted("shrink storm: {} times down to {} entries and up again, {} walks, {} SIGSTOPs of readers, {} blocks "
+    counted("shrink storm: {} times down to {} entries and up again, {} walks, {} SIGSTOPs of "
+            "readers, {} blocks "
             "full, {} empty",
             board_->rounds.load(), staying, board_->walks.load(), stops, board_->blocksFull.load(),
             board_->blocksEmpty.load());

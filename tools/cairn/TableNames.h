@@ -14,8 +14,8 @@ namespace Cairn {
 enum ExitCode : int {
     done = 0,
     nothingMatched = 1,
-    badUse = 2,         // or bad input
-    noTable = 3,        // or not readable, or written by someone else
+    badUse = 2,  // or bad input
+    noTable = 3, // or not readable, or written by someone else
     damaged = 4,
 };
 
