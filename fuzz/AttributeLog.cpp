@@ -1,7 +1,7 @@
 // Any bytes, in pieces of any size, as the stream of a peer: the connection takes them or raises,
 // and the entity stays whole.
 #include "Mroute/McastGroup.h"
-#include "Vomo/NboAttrLogSa.h"
+#include "Vomo/NboAttrLogDemuxer.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -10,7 +10,7 @@
 namespace {
 
 using namespace Multicast::Group;
-using Vomo::NboAttrLog::Connection;
+using Vomo::NboAttrLog::Demuxer;
 
 // What a source sends for a small tree, and for changes of it.
 std::vector<U8> const& goodStream() {
@@ -23,7 +23,7 @@ std::vector<U8> const& goodStream() {
             return member;
         };
         change(1, 1);
-        Connection end(Connection::Role::source, config);
+        Demuxer end(Demuxer::Role::source, config);
         end.connectedIs(true);
         auto const member = change(2, 7);
         config->request({19, 2})->requestIdInc(1);
@@ -61,7 +61,7 @@ extern "C" std::size_t LLVMFuzzerCustomMutator(U8* data, std::size_t size, std::
 extern "C" int LLVMFuzzerTestOneInput(U8 const* data, std::size_t size) {
     auto const config = configFactory("mirror");
     {
-        Connection connection(Connection::Role::mirror, config);
+        Demuxer connection(Demuxer::Role::mirror, config);
         connection.connectedIs(true);
         try {
             for (std::size_t at = 0; at < size;) {
@@ -70,6 +70,7 @@ extern "C" int LLVMFuzzerTestOneInput(U8 const* data, std::size_t size) {
                 at += piece;
             }
         } catch (Vomo::AttrLogRecordException const&) {
+        } catch (Vomo::TypeException const&) {
         }
     }
     for (Config::RequestMap::UnsafeIteratorConst i(&config->request()); i; ++i)

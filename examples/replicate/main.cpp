@@ -39,7 +39,7 @@ struct Changer {
 };
 
 // Prints each change of the mirror.
-struct Printer : Vomo::NotifieeConst {
+struct Printer : Vomo::PtrInterface::NotifieeConst {
     Vomo::Ptr<Config> config;
     void onAttribute(U32, void const* key) override {
         auto const& group = *static_cast<GroupKey const*>(key);

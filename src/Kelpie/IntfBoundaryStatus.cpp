@@ -5,6 +5,7 @@
 template <>
 struct Vomo::Describe<Kelpie::IntfBoundaryStatus> {
     using T = Kelpie::IntfBoundaryStatus;
+    using Argument = Vomo::String;
     static constexpr auto type = entity("Kelpie::IntfBoundaryStatus");
     static constexpr auto attributes = rows({
         notifying<&T::boundary_, &T::boundary, &T::boundaryIs>(T::boundaryAttr, "boundary"),
@@ -20,7 +21,7 @@ Vomo::Ptr<IntfBoundaryStatus> intfBoundaryStatusFactory(Vomo::String const& name
 } // namespace Kelpie
 
 namespace {
-constexpr Vomo::TypeFrame types[] = {Vomo::entityFrameOf<Kelpie::IntfBoundaryStatus, Vomo::String>};
+constexpr Vomo::TypeFrame types[] = {Vomo::entityFrameOf<Kelpie::IntfBoundaryStatus>};
 } // namespace
 constinit Vomo::VomoModule const Vomo::_IntfBoundaryStatus_6d8ffdafd8f4e068_vomoModule =
     Vomo::ModuleRecord<types>::value;

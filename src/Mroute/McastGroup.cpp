@@ -5,9 +5,11 @@
 template <>
 struct Vomo::Describe<Multicast::Group::Config> {
     using T = Multicast::Group::Config;
+    using Argument = Vomo::String;
     static constexpr auto type = entity("Multicast::Group::Config", wide);
     static constexpr auto attributes = rows({
-        children<&T::request_, &T::requestIs, &T::requestDel>(T::requestAttr, "request", "key"),
+        children<&T::request_, &T::requestIs, &T::requestDel, &T::FlowOut::vomoIsRequestDirty_,
+                 &T::FlowOut::vomoIsRequestDirtyEphemeral_>(T::requestAttr, "request", "key"),
     });
 };
 template <>
@@ -34,11 +36,13 @@ struct Vomo::Describe<Multicast::Group::McastGroupKind> {
 template <>
 struct Vomo::Describe<Multicast::Group::Request> {
     using T = Multicast::Group::Request;
+    using Argument = Multicast::Group::GroupKey;
     static constexpr auto type = entity("Multicast::Group::Request", wide);
     static constexpr bool (T::*del)(MrouteLib::PortVlan const&) = &T::portVlanDel;
     static constexpr auto attributes = rows({
         ctor<&T::key_>(T::keyAttr, "key"),
-        valueMap<&T::portVlan_, &T::portVlanIs, del>(T::portVlanAttr, "portVlan"),
+        valueMap<&T::portVlan_, &T::portVlanIs, del, &T::FlowOut::vomoIsPortVlanDirty_>(
+            T::portVlanAttr, "portVlan"),
         notifying<&T::requestId_, &T::requestId, &T::requestIdIs>(T::requestIdAttr, "requestId"),
         notifying<&T::toCpu_, &T::toCpu, &T::toCpuIs>(T::toCpuAttr, "toCpu"),
         notifying<&T::featureFlag_, &T::featureFlag, &T::featureFlagIs>(T::featureFlagAttr,
@@ -48,6 +52,7 @@ struct Vomo::Describe<Multicast::Group::Request> {
 template <>
 struct Vomo::Describe<Multicast::Group::Response> {
     using T = Multicast::Group::Response;
+    using Argument = Multicast::Group::GroupKey;
     static constexpr auto type = entity("Multicast::Group::Response");
     static constexpr auto attributes = rows({
         ctor<&T::key_>(T::keyAttr, "key"),
@@ -62,10 +67,11 @@ struct Vomo::Describe<Multicast::Group::Response> {
 template <>
 struct Vomo::Describe<Multicast::Group::Status> {
     using T = Multicast::Group::Status;
+    using Argument = Vomo::String;
     static constexpr auto type = entity("Multicast::Group::Status", wide);
     static constexpr auto attributes = rows({
-        children<&T::response_, &T::responseIs, &T::responseDel>(T::responseAttr, "response",
-                                                                 "key"),
+        children<&T::response_, &T::responseIs, &T::responseDel, &T::FlowOut::vomoIsResponseDirty_,
+                 &T::FlowOut::vomoIsResponseDirtyEphemeral_>(T::responseAttr, "response", "key"),
     });
 };
 
@@ -154,12 +160,9 @@ Vomo::Ptr<Response> responseFactory(GroupKey key) {
 namespace {
 // In order of name.
 constexpr Vomo::TypeFrame types[] = {
-    Vomo::entityFrameOf<Multicast::Group::Config, Vomo::String>,
-    Vomo::frameOf<Multicast::Group::GroupKey>,
-    Vomo::frameOf<Multicast::Group::McastGroupKind>,
-    Vomo::entityFrameOf<Multicast::Group::Request, Multicast::Group::GroupKey>,
-    Vomo::entityFrameOf<Multicast::Group::Response, Multicast::Group::GroupKey>,
-    Vomo::entityFrameOf<Multicast::Group::Status, Vomo::String>,
+    Vomo::entityFrameOf<Multicast::Group::Config>,   Vomo::frameOf<Multicast::Group::GroupKey>,
+    Vomo::frameOf<Multicast::Group::McastGroupKind>, Vomo::entityFrameOf<Multicast::Group::Request>,
+    Vomo::entityFrameOf<Multicast::Group::Response>, Vomo::entityFrameOf<Multicast::Group::Status>,
 };
 } // namespace
 constinit Vomo::VomoModule const Vomo::_McastGroup_5302ff4251cd4c04_vomoModule =

@@ -4,6 +4,7 @@
 
 #include "Mroute/PortVlan.h"
 #include "Vomo/HashMap2018.h"
+#include "Vomo/NboAttrLogFlow.h"
 #include "Vomo/RbTreeMap.h"
 
 namespace Multicast::Group {
@@ -91,6 +92,11 @@ public:
     };
     using PortVlanMap = Vomo::RbTreeMap<VomoPortVlan, MrouteLib::PortVlan, bool>;
     using PortVlanIterator = PortVlanMap::IteratorConst;
+    // What one connection has yet to send of a request.
+    struct FlowOut : Vomo::NboAttrLog::FlowOut {
+        bool hasDirtyCollKeys() const override { return vomoIsPortVlanDirty_.members() != 0; }
+        Vomo::HSet<MrouteLib::PortVlan, 0U> vomoIsPortVlanDirty_;
+    };
 
     explicit Request(GroupKey key) : key_(key) {}
     static Vomo::Ptr<Request> RequestIs(GroupKey key) { return Vomo::newEntity<Request>(key); }
@@ -177,6 +183,12 @@ public:
         using HashMap2018NodeInternalKey::HashMap2018NodeInternalKey;
     };
     using RequestMap = Vomo::HashMap2018<VomoRequest, GroupKey, Vomo::Ptr<Request>>;
+    // What one connection has yet to send of a config.
+    struct FlowOut : Vomo::NboAttrLog::FlowOut {
+        bool hasDirtyCollKeys() const override { return vomoIsRequestDirty_.members() != 0; }
+        Vomo::HSet<GroupKey, 0U> vomoIsRequestDirty_;
+        Vomo::HSet<GroupKey, 0U> vomoIsRequestDirtyEphemeral_;
+    };
 
     explicit Config(Vomo::String const& name) : name_(name) {}
     ~Config() override;
@@ -218,6 +230,12 @@ public:
         using HashMap2018NodeInternalKey::HashMap2018NodeInternalKey;
     };
     using ResponseMap = Vomo::HashMap2018<VomoResponse, GroupKey, Vomo::Ptr<Response>>;
+    // What one connection has yet to send of a status.
+    struct FlowOut : Vomo::NboAttrLog::FlowOut {
+        bool hasDirtyCollKeys() const override { return vomoIsResponseDirty_.members() != 0; }
+        Vomo::HSet<GroupKey, 0U> vomoIsResponseDirty_;
+        Vomo::HSet<GroupKey, 0U> vomoIsResponseDirtyEphemeral_;
+    };
 
     explicit Status(Vomo::String const& name) : name_(name) {}
     ~Status() override;

@@ -39,15 +39,18 @@ struct Vomo::Describe<Brisk::Multicast::Fib::IntfOifIndex> {
 template <>
 struct Vomo::Describe<Brisk::Multicast::Fib::MfibDir> {
     using T = Brisk::Multicast::Fib::MfibDir;
+    using Argument = Vomo::String;
     static constexpr auto type = entity("Brisk::Multicast::Fib::MfibDir", wide);
     static constexpr auto attributes = rows({
-        children<&T::dirColl_, &T::dirCollIs, &T::dirCollDel>(T::dirCollAttr, "dirColl", "vrfName"),
+        children<&T::dirColl_, &T::dirCollIs, &T::dirCollDel, &T::FlowOut::vomoIsDirCollDirty_,
+                 &T::FlowOut::vomoIsDirCollDirtyEphemeral_>(T::dirCollAttr, "dirColl", "vrfName"),
         statics<&T::mountPath>(259, "mountPath", {"af"}),
     });
 };
 template <>
 struct Vomo::Describe<Brisk::Multicast::Fib::MfibDirColl> {
     using T = Brisk::Multicast::Fib::MfibDirColl;
+    using Argument = L3::VrfName;
     static constexpr auto type = entity("Brisk::Multicast::Fib::MfibDirColl");
     static constexpr auto attributes = rows({
         ctor<&T::vrfName_>(T::vrfNameAttr, "vrfName"),
@@ -306,8 +309,8 @@ constexpr Vomo::TypeFrame types[] = {
     Vomo::frameOf<Brisk::Multicast::Fib::BidirGroup>,
     Vomo::frameOf<Brisk::Multicast::Fib::DfProfile>,
     Vomo::frameOf<Brisk::Multicast::Fib::IntfOifIndex>,
-    Vomo::entityFrameOf<Brisk::Multicast::Fib::MfibDir, Vomo::String>,
-    Vomo::entityFrameOf<Brisk::Multicast::Fib::MfibDirColl, L3::VrfName>,
+    Vomo::entityFrameOf<Brisk::Multicast::Fib::MfibDir>,
+    Vomo::entityFrameOf<Brisk::Multicast::Fib::MfibDirColl>,
     Vomo::frameOf<Brisk::Multicast::Fib::OifIndex>,
     Vomo::frameOf<Brisk::Multicast::Fib::OifIndexIntf>,
     Vomo::frameOf<Brisk::Multicast::Fib::Route>,

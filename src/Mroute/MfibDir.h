@@ -4,6 +4,7 @@
 #include "L3/VrfName.h"
 #include "Mroute/MfibBriskTypes.h"
 #include "Vomo/HashMap2018.h"
+#include "Vomo/NboAttrLogFlow.h"
 
 namespace Brisk::Multicast::Fib {
 
@@ -52,6 +53,12 @@ public:
         using HashMap2018NodeInternalKey::HashMap2018NodeInternalKey;
     };
     using DirCollMap = Vomo::HashMap2018<VomoDirColl, L3::VrfName, Vomo::Ptr<MfibDirColl>>;
+    // What one connection has yet to send of a directory.
+    struct FlowOut : Vomo::NboAttrLog::FlowOut {
+        bool hasDirtyCollKeys() const override { return vomoIsDirCollDirty_.members() != 0; }
+        Vomo::HSet<L3::VrfName, 0U> vomoIsDirCollDirty_;
+        Vomo::HSet<L3::VrfName, 0U> vomoIsDirCollDirtyEphemeral_;
+    };
 
     explicit MfibDir(Vomo::String const& name) : name_(name) {}
     ~MfibDir() override;

@@ -37,20 +37,20 @@ void PtrInterface::handleZeroRef() {
 
 // A visit marks the list as in use; a member that leaves meanwhile becomes null and is swept when
 // the last visit ends.
-struct NotifieeList::Members {
-    std::vector<NotifieeConst*> list;
+struct NotifieeListPtr::Members {
+    std::vector<PtrInterface::NotifieeConst*> list;
     unsigned visits = 0;
     bool swept = true;
     bool owned = true; // by the list; else by the visits that still run
 };
 
-void NotifieeList::newMember(PtrInterface* owner, NotifieeConst* notifiee) {
+void NotifieeList::newMember(PtrInterface* owner, PtrInterface::NotifieeConst* notifiee) {
     if (members_ == nullptr) members_ = new Members;
     members_->list.push_back(notifiee);
     notifiee->notifier_ = owner;
 }
 
-void NotifieeList::deleteMember(PtrInterface*, NotifieeConst* notifiee) {
+void NotifieeListPtr::deleteMember(PtrInterface*, PtrInterface::NotifieeConst* notifiee) {
     if (members_ == nullptr) return;
     auto const found = std::find(members_->list.begin(), members_->list.end(), notifiee);
     if (found == members_->list.end()) return;
@@ -66,7 +66,7 @@ void NotifieeList::deleteMember(PtrInterface*, NotifieeConst* notifiee) {
 
 void NotifieeList::deleteAll() {
     if (members_ == nullptr) return;
-    for (NotifieeConst*& notifiee : members_->list)
+    for (PtrInterface::NotifieeConst*& notifiee : members_->list)
         if (notifiee != nullptr) std::exchange(notifiee, nullptr)->notifier_ = nullptr;
     members_->owned = false;
     if (members_->visits == 0) delete members_;
@@ -99,7 +99,7 @@ void NotifieeList::visit(U32 attrId, void const* key) const {
     std::exception_ptr raised;
     // Those that attach meanwhile are not called.
     for (std::size_t i = 0, n = end.members->list.size(); i < n; ++i) try {
-            if (NotifieeConst* const notifiee = end.members->list[i])
+            if (PtrInterface::NotifieeConst* const notifiee = end.members->list[i])
                 notifiee->onAttribute(attrId, key);
         } catch (...) {
             if (!raised) raised = std::current_exception();
@@ -112,14 +112,15 @@ void NotifieeList::visitZeroReferences() const {
     ++members_->visits;
     VisitEnd<Members> const end{members_};
     for (std::size_t i = 0, n = end.members->list.size(); i < n; ++i)
-        if (NotifieeConst* const notifiee = end.members->list[i]) notifiee->onZeroReferences();
+        if (PtrInterface::NotifieeConst* const notifiee = end.members->list[i])
+            notifiee->onZeroReferences();
 }
 
-NotifieeConst::~NotifieeConst() {
+PtrInterface::NotifieeConst::~NotifieeConst() {
     notifierIs(nullptr);
 }
 
-void NotifieeConst::notifierIs(PtrInterface* object, bool wantsZeroReferences) {
+void PtrInterface::NotifieeConst::notifierIs(PtrInterface* object, bool wantsZeroReferences) {
     if (notifier_ != nullptr) notifier_->notifieeList().list->deleteMember(notifier_, this);
     if (object == nullptr) return;
     NotifieeListRecord const record = object->notifieeList();

@@ -9,17 +9,32 @@
 
 namespace Vomo {
 
-// The list of an object's notifiees, in one word: null until the first attaches.
-class NotifieeList {
+namespace Impl {
+template <auto map, auto set, auto del, auto dirty, auto ephemeral>
+struct Collection;
+} // namespace Impl
+
+// The notifiees of an object, in one word: null until the first attaches.
+class NotifieeListPtr {
 public:
-    NotifieeList() = default;
-    NotifieeList(NotifieeList const&) = delete;
-    NotifieeList& operator=(NotifieeList const&) = delete;
-    ~NotifieeList() { deleteAll(); }
+    NotifieeListPtr() = default;
+    NotifieeListPtr(NotifieeListPtr const&) = delete;
+    NotifieeListPtr& operator=(NotifieeListPtr const&) = delete;
 
     bool empty() const { return members_ == nullptr; }
-    void newMember(PtrInterface* owner, class NotifieeConst* notifiee);
-    void deleteMember(PtrInterface* owner, NotifieeConst* notifiee);
+    // Does nothing if it is no member.
+    void deleteMember(PtrInterface* owner, PtrInterface::NotifieeConst* notifiee);
+
+protected:
+    ~NotifieeListPtr() = default;
+    struct Members;
+    Members* members_ = nullptr;
+};
+class NotifieeList : public NotifieeListPtr {
+public:
+    ~NotifieeList() { deleteAll(); }
+
+    void newMember(PtrInterface* owner, PtrInterface::NotifieeConst* notifiee);
     void deleteAll();
     // Calls every notifiee that is attached when the visit begins and still is when its turn comes.
     // What the first of them raises passes on when all have been called: the others, a connection of
@@ -27,14 +42,10 @@ public:
     void visit(U32 attrId) const { visit(attrId, nullptr); }
     void visit(U32 attrId, void const* key) const;
     void visitZeroReferences() const;
-
-private:
-    struct Members;
-    Members* members_ = nullptr;
 };
 
 // What watches an object. Detaches itself when it goes.
-class NotifieeConst {
+class PtrInterface::NotifieeConst {
 public:
     NotifieeConst() = default;
     NotifieeConst(NotifieeConst const&) = delete;
@@ -51,6 +62,7 @@ public:
     PtrInterface* notifier() const { return notifier_; }
 
 private:
+    friend class NotifieeListPtr;
     friend class NotifieeList;
     PtrInterface* notifier_ = nullptr;
 };
@@ -59,6 +71,11 @@ private:
 // those of its base; the list of notifiees is the last.
 class Entity : public PtrInterface {
 public:
+    // The entity's end of a connection; Vomo/NboAttrLogSa.h.
+    class VomoNboAttrLogSa;
+    // That on the connection which `out` goes over, made if the peer has not heard of the entity.
+    VomoNboAttrLogSa& vomoNboAttrLogSa(NboAttrLog::Out& out);
+
     // The parent, which is not held; calls handleParent.
     void parentIs(Ptr<Entity> const& parent);
     Entity* parent() const { return parent_; }
@@ -106,6 +123,9 @@ protected:
     // made, inserted and told of if there is none.
     template <class Child, class Map, class Key>
     Ptr<Child> childIs(Map& map, Key const& key, U32 attrId);
+    // Inserts and tells of a child whose key is not in use.
+    template <class Child, class Map, class Key>
+    void childEnter(Map& map, Ptr<Child> const& child, Key const& key, U32 attrId);
     // The child that was removed, which has no parent any more; null if there was none.
     template <class Child, class Map, class Key>
     Ptr<Child> childDel(Map& map, Key const& key, U32 attrId);
@@ -116,6 +136,10 @@ protected:
     }
 
 private:
+    // Enters a child that the attribute log brought.
+    template <auto map, auto set, auto del, auto dirty, auto ephemeral>
+    friend struct Impl::Collection;
+
     Entity* parent_ = nullptr;
     bool notificationActive_ = false;
     U32 streamState_ = 0;
@@ -177,10 +201,14 @@ template <class Child, class Map, class Key>
 Ptr<Child> Entity::childIs(Map& map, Key const& key, U32 attrId) {
     if (auto* const node = map[key]) return node->value();
     Ptr<Child> const child = newEntity<Child>(key);
+    childEnter(map, child, key, attrId);
+    return child;
+}
+template <class Child, class Map, class Key>
+void Entity::childEnter(Map& map, Ptr<Child> const& child, Key const& key, U32 attrId) {
     map.newMember(std::remove_pointer_t<decltype(map[key])>(child));
     child->parentIs(Ptr<Entity>(this));
     notify(attrId, &key);
-    return child;
 }
 template <class Child, class Map, class Key>
 Ptr<Child> Entity::childDel(Map& map, Key const& key, U32 attrId) {

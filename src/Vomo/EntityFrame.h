@@ -5,45 +5,45 @@
 #include "Vomo/Entity.h"
 #include "Vomo/GenericIf.h"
 #include "Vomo/HashMap2018.h"
+#include "Vomo/NboAttrLogFlow.h"
 #include "Vomo/RbTreeMap.h"
 
 namespace Vomo {
-
-namespace NboAttrLog {
-class EntityAdapter;
-}
 
 inline constexpr FieldType entityBase{.builtin = 3};
 template <class T>
 inline constexpr FieldType entityType{.type = IdOf<T>::type};
 
-// A set of keys of some type: which members have changed and were not sent.
-struct DirtyKeys {
-    virtual ~DirtyKeys() = default;
-    virtual void add(void const* key) = 0;
-    virtual bool del(void const* key) = 0; // false if it was not there
-    virtual bool empty() const = 0;
-    // Any of them; not to be asked of an empty set.
-    virtual void const* any() const = 0;
+// What the engines can do with a set of keys, which is an HSet<Key, 0U>.
+struct KeySetOps {
+    void (*add)(void* set, void const* key);
+    bool (*del)(void* set, void const* key); // false if it was not there
+    bool (*has)(void const* set, void const* key);
+    // Any of them; null if it is empty.
+    void const* (*any)(void const* set);
 };
 template <class Key>
-struct DirtyKeysOf final : DirtyKeys {
-    HSet<Key, 0U> set;
-    void add(void const* key) override { set.add(*static_cast<Key const*>(key)); }
-    bool del(void const* key) override { return set.del(*static_cast<Key const*>(key)); }
-    bool empty() const override { return set.members() == 0; }
-    void const* any() const override {
-        typename HSet<Key, 0U>::IteratorConst const first(&set.map());
-        return &first.node()->fwkKey();
+struct KeySet {
+    using Set = HSet<Key, 0U>;
+    static Key const& keyAt(void const* key) { return *static_cast<Key const*>(key); }
+    static void add(void* set, void const* key) { static_cast<Set*>(set)->add(keyAt(key)); }
+    static bool del(void* set, void const* key) { return static_cast<Set*>(set)->del(keyAt(key)); }
+    static bool has(void const* set, void const* key) {
+        return static_cast<Set const*>(set)->has(keyAt(key));
     }
+    static void const* any(void const* set) {
+        typename Set::IteratorConst const first(&static_cast<Set const*>(set)->map());
+        return first ? &first.node()->fwkKey() : nullptr;
+    }
+    static constexpr KeySetOps ops{add, del, has, any};
 };
 
 // What the engines can do with a collection of an entity, without knowing its types. Keys and
 // values are passed by address.
 struct CollectionOps {
     FieldType const* key;
-    FieldType const* value; // null: a set, or children
-    bool isChildren;
+    FieldType const* value;    // null: a set, or children
+    VomoTypeBase const* child; // of children: what they are or derive from; else null
     U32 (*members)(void const* object);
     U32 (*version)(void const* object);
     // The member's value, or the child; for a set its key. Null if there is none.
@@ -51,6 +51,9 @@ struct CollectionOps {
     // By the typed mutators, which notify.
     void (*set)(void* object, void const* key, void const* value);
     void (*del)(void* object, void const* key);
+    // Enters a child under its own key, which must not be in use; null for other collections. False,
+    // and nothing is done, if that is not `key`.
+    bool (*enter)(void* object, U32 attrId, Entity* child, void const* key);
     // A safe iterator on the heap, from the key or, if that is null, from the first.
     void* (*iterNew)(void const* object, void const* key);
     void const* (*iterKey)(void* iterator); // null at the end
@@ -63,7 +66,12 @@ struct CollectionOps {
     // A copy of a key on the heap.
     void* (*keyNew)(void const* key);
     void (*keyDel)(void* key);
-    DirtyKeys* (*dirtyNew)();
+    // The sets that a connection keeps in the FlowOut of the entity's class: keys that have changed
+    // and were not sent; and, of children, those of them that the peer holds another child for, which
+    // has left here. The peer is told so before it hears of the one that stands there now.
+    KeySetOps const* keySet;
+    void* (*dirtyKeys)(NboAttrLog::FlowOut& flow);
+    void* (*ephemeralKeys)(NboAttrLog::FlowOut& flow); // null if these are no children
     // What the iterator stands on: a value, a Ptr<Entity>, or whether the set still has it.
     void (*iterObj)(void* iterator, void* out);
 };
@@ -95,7 +103,7 @@ struct ChildOf<Ptr<C>> {
     using type = C;
 };
 
-template <auto map, auto set, auto del>
+template <auto map, auto set, auto del, auto dirty, auto ephemeral>
 struct Collection {
     using T = ClassOf<map>;
     using Map = FieldOf<map>;
@@ -172,9 +180,30 @@ struct Collection {
         else
             return found->vomoMarkedForDeletion();
     }
+    static bool enterChild(void* object, U32 attrId, Entity* child, void const* key) {
+        auto& self = *static_cast<T*>(object);
+        typename Types::Node const made{Ptr<Child>(static_cast<Child*>(child))};
+        if (!(made.fwkKey() == keyAt(key))) return false;
+        static_cast<Entity&>(self).childEnter(self.*map, made.value(), Key(keyAt(key)), attrId);
+        return true;
+    }
+    static constexpr auto enter() -> bool (*)(void*, U32, Entity*, void const*) {
+        if constexpr (isChildren)
+            return enterChild;
+        else
+            return nullptr;
+    }
     static void* keyNew(void const* key) { return new Key(keyAt(key)); }
     static void keyDel(void* key) { delete static_cast<Key*>(key); }
-    static DirtyKeys* dirtyNew() { return new DirtyKeysOf<Key>; }
+    template <auto keys>
+    static void* keysOf(NboAttrLog::FlowOut& flow) {
+        if constexpr (std::is_null_pointer_v<decltype(keys)>) {
+            return nullptr;
+        } else {
+            static_assert(std::is_same_v<FieldOf<keys>, HSet<Key, 0U>>);
+            return &(static_cast<ClassOf<keys>&>(flow).*keys);
+        }
+    }
 
     // For the iterator of the generic interface: the member that it stands on.
     static void iterObj(void* iterator, void* out) {
@@ -198,10 +227,34 @@ struct Collection {
         else
             return &fieldType<Value>;
     }
-    static constexpr CollectionOps ops{
-        &fieldType<Key>, valueType(), isChildren, members,  version, find,    setMember,
-        delMember,       iterNew,     iterKey,    iterInc,  iterDel, markAll, unmark,
-        isMarked,        keyNew,      keyDel,     dirtyNew, iterObj};
+    static constexpr VomoTypeBase const* childType() {
+        if constexpr (isChildren)
+            return &IdOf<Child>::type;
+        else
+            return nullptr;
+    }
+    static constexpr CollectionOps ops{&fieldType<Key>,
+                                       valueType(),
+                                       childType(),
+                                       members,
+                                       version,
+                                       find,
+                                       setMember,
+                                       delMember,
+                                       enter(),
+                                       iterNew,
+                                       iterKey,
+                                       iterInc,
+                                       iterDel,
+                                       markAll,
+                                       unmark,
+                                       isMarked,
+                                       keyNew,
+                                       keyDel,
+                                       &KeySet<Key>::ops,
+                                       keysOf<dirty>,
+                                       keysOf<ephemeral>,
+                                       iterObj};
 };
 
 template <auto get, auto set>
@@ -229,10 +282,11 @@ consteval Row notifying(U32 number, char const* name) {
             .field = Impl::fieldAt<field>,
             .op = Impl::scalarOp<get, set>};
 }
-// A collection of values, or a set: `set(key, value)` or `set(key)`, `del(key)`.
-template <auto map, auto set, auto del>
+// A collection of values, or a set: `set(key, value)` or `set(key)`, `del(key)`. `dirty` is the set of
+// its keys in the class's FlowOut.
+template <auto map, auto set, auto del, auto dirty>
 consteval Row valueMap(U32 number, char const* name) {
-    using C = Impl::Collection<map, set, del>;
+    using C = Impl::Collection<map, set, del, dirty, nullptr>;
     constexpr bool isSet = std::is_void_v<typename C::Value>;
     return {.number = number,
             .kind = isSet ? RowKind::valueSet : RowKind::valueMap,
@@ -244,9 +298,9 @@ consteval Row valueMap(U32 number, char const* name) {
 }
 // A collection of entities that it makes: `set(key)` gives the child. `keyName` is the child's
 // attribute that is the key.
-template <auto map, auto set, auto del>
+template <auto map, auto set, auto del, auto dirty, auto ephemeral>
 consteval Row children(U32 number, char const* name, char const* keyName) {
-    using C = Impl::Collection<map, set, del>;
+    using C = Impl::Collection<map, set, del, dirty, ephemeral>;
     return {.number = number,
             .kind = RowKind::children,
             .stored = true,
@@ -284,17 +338,18 @@ constexpr auto allRows() {
 
 // The functions of an entity type that the attribute log calls.
 struct StreamTable {
+    using Sa = Entity::VomoNboAttrLogSa;
+
     Ptr<Entity> (*newEntityForAttrLog)(NboAttrLog::In* in);
-    void (*newFlowOut)(NboAttrLog::EntityAdapter* sa, bool, U32 lastSynced);
-    bool (*freeResyncState)(NboAttrLog::EntityAdapter* sa);
+    Ptr<NboAttrLog::FlowOut> (*newFlowOut)(Sa* sa, bool, U32 lastSynced);
+    bool (*freeResyncState)(Ptr<NboAttrLog::FlowOut> const& flow);
     U32 (*attrLogSizeCtorParams)(Entity const* entity);
     void (*serializeConstructorParams)(NboAttrLog::Out& out, Entity const* entity);
-    void (*vomoInstantiateSerialize)(NboAttrLog::EntityAdapter* sa);
-    U32 (*handleAttrFlowOut)(NboAttrLog::EntityAdapter* sa, U32 attrId);
-    bool (*doHandleAttrTransaction)(NboAttrLog::EntityAdapter* sa, U32 attrId, U32 kind, bool flag);
-    void (*doHandleAttrDeserialization)(NboAttrLog::EntityAdapter* sa, S32 attrId,
-                                        NboAttrLog::In* in);
-    U32 (*streamAdapterOnAttribute)(NboAttrLog::EntityAdapter* sa, U32 attrId, void const* key);
+    void (*vomoInstantiateSerialize)(Sa* sa);
+    U32 (*handleAttrFlowOut)(Sa* sa, U32 attrId);
+    bool (*doHandleAttrTransaction)(Sa* sa, U32 attrId, U32 kind, bool flag);
+    void (*doHandleAttrDeserialization)(Sa* sa, S32 attrId, NboAttrLog::In* in);
+    U32 (*streamAdapterOnAttribute)(Sa* sa, U32 attrId, void const* key);
     void const* reserved[2];
     // Of the type's collections; what `genericIfIterator` hands out.
     GenericIfRaw::Iterator::IteratorVTable iterators;
@@ -302,26 +357,29 @@ struct StreamTable {
 static_assert(offsetof(StreamTable, iterators) == 96);
 
 namespace NboAttrLog {
-// The engines behind the stream table of every entity type.
-void newFlowOut(EntityAdapter* sa, std::span<Row const> rows, U32 lastSynced);
-bool freeResyncState(EntityAdapter* sa);
-U32 handleAttrFlowOut(EntityAdapter* sa, std::span<Row const> rows, U32 attrId);
-void instantiateSerialize(EntityAdapter* sa, std::span<Row const> rows);
-bool handleAttrTransaction(EntityAdapter* sa, std::span<Row const> rows, U32 attrId, U32 kind,
-                           bool flag);
-void handleAttrDeserialization(EntityAdapter* sa, std::span<Row const> rows, S32 attrId, In* in);
-U32 onAttribute(EntityAdapter* sa, std::span<Row const> rows, U32 attrId, void const* key);
+// The engines behind the stream table of every entity type; Vomo/NboAttrLogStream.cpp. Each is told
+// where it stands.
+using Sa = Entity::VomoNboAttrLogSa;
+// Enters every attribute that is sent; those of a lower number than `lastSynced` as synced.
+void newFlowOut(FlowOut& flow, std::span<Row const> rows, U32 lastSynced);
+bool freeResyncState(Ptr<FlowOut> const& flow, std::span<Row const> rows);
+U32 handleAttrFlowOut(Sa* sa, std::span<Row const> rows, U32 attrId);
+void instantiateSerialize(Sa* sa, std::span<Row const> rows);
+bool handleAttrTransaction(Sa* sa, std::span<Row const> rows, U32 attrId, U32 kind, bool flag);
+void handleAttrDeserialization(Sa* sa, std::span<Row const> rows, S32 attrId, In* in);
+U32 onAttribute(Sa* sa, std::span<Row const> rows, U32 attrId, void const* key);
 U32 sizeOfCtorParams(std::span<Row const> rows, Entity const* entity);
 void writeCtorParams(Out& out, std::span<Row const> rows, Entity const* entity);
 } // namespace NboAttrLog
 
-// The per-type functions of an entity; each hands its rows to an engine. An entity is made from one
-// argument, its name or key; with `void` for that, by its owner alone.
-template <class T, class Argument>
+// The per-type functions of an entity; each hands its rows to an engine. An entity is made from the
+// one Argument that its Describe names, its name or key; with `void` for that, by its owner alone.
+template <class T>
 struct TypeImpl {
+    using Argument = typename Describe<T>::Argument;
     static constexpr auto allOf = allRows<T>();
     static constexpr std::span<Row const> rows() { return allOf; }
-    using Sa = NboAttrLog::EntityAdapter;
+    using Sa = Entity::VomoNboAttrLogSa;
 
     static void* newEntityForDir(String const& name, void* args) {
         if (args != nullptr) throwNewEntityArgsException(IdOf<T>::type);
@@ -381,10 +439,18 @@ struct TypeImpl {
     static void iterInc(VomoAttr attr, void* iterator) { collection(attr)->iterInc(iterator); }
     static void iterDel(VomoAttr attr, void* iterator) { collection(attr)->iterDel(iterator); }
 
-    static void newFlowOut(Sa* sa, bool, U32 lastSynced) {
-        NboAttrLog::newFlowOut(sa, rows(), lastSynced);
+    static Ptr<NboAttrLog::FlowOut> newFlowOut(Sa*, bool, U32 lastSynced) {
+        Ptr<NboAttrLog::FlowOut> flow;
+        if constexpr (requires { typename T::FlowOut; })
+            flow = Ptr<NboAttrLog::FlowOut>(new typename T::FlowOut);
+        else
+            flow = Ptr<NboAttrLog::FlowOut>(new NboAttrLog::FlowOut);
+        NboAttrLog::newFlowOut(*flow, rows(), lastSynced);
+        return flow;
     }
-    static bool freeResyncState(Sa* sa) { return NboAttrLog::freeResyncState(sa); }
+    static bool freeResyncState(Ptr<NboAttrLog::FlowOut> const& flow) {
+        return NboAttrLog::freeResyncState(flow, rows());
+    }
     static U32 attrLogSizeCtorParams(Entity const* e) {
         return NboAttrLog::sizeOfCtorParams(rows(), e);
     }

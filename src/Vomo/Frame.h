@@ -25,6 +25,8 @@ struct FieldType {
     void (*parse)(CharRange& range, void* field, char const* attrName) = nullptr;
     void (*write)(NboAttrLog::Out& out, void const* field) = nullptr;
     void (*read)(NboAttrLog::In* in, void* field) = nullptr;
+    // The bytes that `write` takes; fewer if a collection ends at its end mark.
+    U32 (*logSize)(void const* field) = nullptr;
     // Where the log form is one integer: its bytes, and the same functions on bytes that are there.
     U32 wordSize = 0;
     void (*put)(U8* at, void const* field) = nullptr;
@@ -142,6 +144,24 @@ void writeField(NboAttrLog::Out& out, void const* field) {
     else
         out << *static_cast<F const*>(field);
 }
+// A type whose size varies has a function for it; the others' is that of any value.
+template <class F>
+U32 fieldLogSize(void const* field) {
+    if constexpr (isLogWord<F>) {
+        return sizeof(LogWord<F>);
+    } else if constexpr (std::is_same_v<F, String>) {
+        return sizeof(U32) + static_cast<String const*>(field)->bytes();
+    } else if constexpr (requires(F const* v) { attrLogSize(v); }) {
+        return attrLogSize(static_cast<F const*>(field));
+    } else {
+        static U32 const size = [] {
+            NboAttrLog::Out out;
+            out << F();
+            return static_cast<U32>(out.size());
+        }();
+        return size;
+    }
+}
 // Into an object that is being made: one that cannot be read whole is dropped.
 template <class F>
 void readField(NboAttrLog::In* in, void* field) {
@@ -214,6 +234,7 @@ consteval FieldType makeFieldType() {
         type.parse = parseField<F>;
         type.write = writeField<F>;
         type.read = readField<F>;
+        type.logSize = fieldLogSize<F>;
         if constexpr (isLogWord<F>) {
             type.wordSize = sizeof(LogWord<F>);
             type.put = putField<F>;

@@ -146,22 +146,33 @@ U32 collectionOp(CollectionOps const& coll, VomoAttr attr, void* out, void* obje
     switch (op) {
     case AttributeOp::get: {
         void const* const found = coll.find(object, a);
-        if (coll.isChildren) Impl::store(out, Ptr<Entity>(static_cast<Entity*>(const_cast<void*>(found))));
-        else if (coll.value == nullptr) Impl::store(out, found != nullptr);
-        else if (found == nullptr) coll.value->reset(out);
-        else coll.value->assign(out, found);
+        if (coll.child != nullptr)
+            Impl::store(out, Ptr<Entity>(static_cast<Entity*>(const_cast<void*>(found))));
+        else if (coll.value == nullptr)
+            Impl::store(out, found != nullptr);
+        else if (found == nullptr)
+            coll.value->reset(out);
+        else
+            coll.value->assign(out, found);
         return 0;
     }
     case AttributeOp::set:
-        if (!coll.isChildren && coll.value == nullptr && b != nullptr && !*static_cast<bool const*>(b))
+        if (coll.child == nullptr && coll.value == nullptr && b != nullptr &&
+            !*static_cast<bool const*>(b))
             throwSetFalseValueException(attr);
         coll.set(object, a, b);
         return 0;
-    case AttributeOp::del: coll.del(object, a); return 0;
-    case AttributeOp::count: return Impl::store(out, coll.members(object)), 0;
-    case AttributeOp::version: return Impl::store(out, coll.version(object)), 0;
-    case AttributeOp::has: return Impl::store(out, coll.find(object, a) != nullptr), 0;
-    default: return 1;
+    case AttributeOp::del:
+        coll.del(object, a);
+        return 0;
+    case AttributeOp::count:
+        return Impl::store(out, coll.members(object)), 0;
+    case AttributeOp::version:
+        return Impl::store(out, coll.version(object)), 0;
+    case AttributeOp::has:
+        return Impl::store(out, coll.find(object, a) != nullptr), 0;
+    default:
+        return 1;
     }
 }
 
@@ -178,7 +189,8 @@ U32 rowsOp(TypeHead const& head, std::span<Row const> rows, void* out, void* obj
         return base.module->genericTable[base.index].attributeOp(out, object, attr, op, a, b);
     }
     Row const& row = *found;
-    if (row.collection != nullptr) return collectionOp(*row.collection, attr, out, object, op, a, b);
+    if (row.collection != nullptr)
+        return collectionOp(*row.collection, attr, out, object, op, a, b);
     if (row.op != nullptr) return row.op(out, object, op, a, b);
     switch (row.kind) {
     case RowKind::flag: {

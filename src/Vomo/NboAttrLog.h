@@ -9,7 +9,13 @@
 
 namespace Vomo {
 
+class Entity;
+// An entity on one connection, by the number that it was announced with; 0 is none.
+enum class EntityId : U32 {};
+
 namespace NboAttrLog {
+
+class Demuxer;
 
 // An integer, high byte first.
 template <class Int>
@@ -34,11 +40,13 @@ Int getBigEndian(U8 const* at) {
 // A growing run of bytes that values are written to.
 class Out {
 public:
-    Out() = default;
+    // `demuxer` is the connection that the bytes go over, which numbers entities.
+    explicit Out(Demuxer* demuxer = nullptr) : demuxer_(demuxer) {}
     Out(Out const&) = delete;
     Out& operator=(Out const&) = delete;
     ~Out();
 
+    Demuxer* demuxer() const { return demuxer_; }
     std::span<U8 const> bytes() const { return {begin_, next_}; }
     std::size_t size() const { return static_cast<std::size_t>(next_ - begin_); }
     void clear() { next_ = begin_; }
@@ -66,6 +74,7 @@ public:
 private:
     void grow(std::size_t n);
 
+    Demuxer* demuxer_;
     U8* begin_ = nullptr;
     U8* next_ = nullptr;
     U8* end_ = nullptr;
@@ -97,8 +106,8 @@ Out& operator<<(Out& out, String const& v);
 // Reads what Out wrote. Running out raises AttrLogRecordException.
 class In {
 public:
-    explicit In(std::span<U8 const> bytes)
-        : next_(bytes.data()), end_(bytes.data() + bytes.size()) {}
+    explicit In(std::span<U8 const> bytes, Demuxer* demuxer = nullptr)
+        : demuxer_(demuxer), next_(bytes.data()), end_(bytes.data() + bytes.size()) {}
 
     std::size_t remaining() const { return static_cast<std::size_t>(end_ - next_); }
     U8 nextU8() { return nextInt<U8>(); }
@@ -106,11 +115,15 @@ public:
     U32 nextU32() { return nextInt<U32>(); }
     S32 nextS32() { return static_cast<S32>(nextInt<U32>()); }
     U64 nextU64() { return nextInt<U64>(); }
-    bool nextBool() { return nextInt<U8>() != 0; }
+    bool nextbool() { return nextInt<U8>() != 0; }
     Seconds nextSeconds() { return std::bit_cast<Seconds>(nextInt<U64>()); }
     String nextString();
     // Raises RangeException for a string of more than `max` bytes.
     String nextValidString(U32 max);
+    // The entity whose number is next; null for none and for one that has gone. Raises for a number
+    // that the connection has not announced.
+    Entity* nextEntity();
+    EntityId peekEntityId() const { return EntityId{In(*this).nextU32()}; }
     // The next `n` bytes as they stand.
     U8 const* take(std::size_t n) {
         if (remaining() < n) [[unlikely]]
@@ -127,6 +140,7 @@ private:
     }
     [[noreturn]] void throwShort(std::size_t wanted) const;
 
+    Demuxer* demuxer_;
     U8 const* next_;
     U8 const* end_;
 };
@@ -135,7 +149,7 @@ private:
 template <class T>
 T next(In* in) {
     if constexpr (std::is_same_v<T, bool>)
-        return in->nextBool();
+        return in->nextbool();
     else if constexpr (std::is_integral_v<T>)
         return getBigEndian<T>(in->take(sizeof(T)));
     else
@@ -149,4 +163,10 @@ void failWithAttrLogValueCollectionDefaultKey();
 [[noreturn]] void failWithAttrLogValueCollectionDuplicateKey();
 
 } // namespace NboAttrLog
+
+inline NboAttrLog::Out& operator<<(NboAttrLog::Out& out, EntityId id) {
+    return NboAttrLog::operator<<(out, static_cast<U32>(id));
+}
+// Its number on the connection that `out` goes over; 0 for null and one that the peer has not.
+NboAttrLog::Out& operator<<(NboAttrLog::Out& out, Entity const* entity);
 } // namespace Vomo

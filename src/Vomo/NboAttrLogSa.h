@@ -1,198 +1,216 @@
-// The attribute log between two processes: a connection replicates a tree of entities.
+// One entity on one connection: sends its changes, and what a resync passes by.
 //
-// A message is u32 length of the whole, u32 entity, s32 attribute (negative: a member goes), u8
-// flags, payload; all big endian. A connection is symmetric: both sides hold the tree, a change on
-// either goes to the other and is not echoed. The source resyncs the mirror when they connect: each
-// collection between a begin and an end mark, at which the mirror drops what was not sent again.
-//
-// The queue to the peer has a budget. A walk that meets a full queue leaves a bookmark and goes on
-// later; changes meanwhile wait as dirty keys, so that each goes out once, as it is then.
+// Every send asks first whether it may go, with the size of what it has to say, and gets the bytes to
+// write to or null. What may not go is kept in the entity's FlowOut.
 #pragma once
 
 #include "Vomo/EntityFrame.h"
 
-#include <deque>
-#include <functional>
-#include <map>
-#include <memory>
+#include <vector>
 
-namespace Vomo::NboAttrLog {
+namespace Vomo {
+namespace NboAttrLog {
 
-class Connection;
+class EntityWatch;
 
-namespace MessageFlag {
-constexpr U8 inCollection = 1, beginMark = 2, endMark = 4, resumed = 8;
-}
-constexpr U32 messageHeaderSize = 13;
-constexpr U32 maxMessageSize = 1U << 24;
-
-// The sender's state for one entity: how far a resync is, and what has changed since.
-class FlowOut : public Tracked<FlowOut> {
-public:
-    // The key at which an interrupted walk goes on; null when none is interrupted.
-    void* bookmark() const { return bookmark_; }
-    void bookmarkIs(CollectionOps const* collection, void const* key);
-    void bookmarkDel();
-    ~FlowOut() { bookmarkDel(); }
-
-    struct Attribute {
-        bool synced = false;
-        bool dirty = false;
-        bool walking = false; // a walk has begun and not ended
-        std::unique_ptr<DirtyKeys> dirtyKeys;
-        // Of dirty children: those that the peer holds another child for, which has left here. The
-        // peer is told so before it hears of the one that stands there now.
-        std::unique_ptr<DirtyKeys> ephemeralKeys;
-    };
-    // By attribute number.
-    std::map<U32, Attribute> attributes;
-    bool vomoHasSynced(U32 attrId) { return attributes[attrId].synced; }
-    void vomoHasSyncedIs(U32 attrId, bool synced) { attributes[attrId].synced = synced; }
-    bool vomoIsDirty(U32 attrId) { return attributes[attrId].dirty; }
-    void vomoIsDirtyIs(U32 attrId, bool dirty) { attributes[attrId].dirty = dirty; }
-    bool hasDirtyCollKeys() const;
-    // Where the resync goes on: 0 from the start.
-    U32 resyncAt = 0;
-    bool resyncDone = false;
-
-private:
-    CollectionOps const* bookmarkOf_ = nullptr;
-    void* bookmark_ = nullptr;
+// The send of one member of a collection.
+struct CollSerializationCtx {
+    FlowOut* flowOut;
+    U32 attrId;
+    U8 deferred; // sent by a pass of the resync, which has asked for room
+    U32 flags;
+    static constexpr U32 isGone = 1;
 };
 
-// One entity on one connection: hears its changes and sends them.
-class EntityAdapter final : public NotifieeConst {
-public:
-    EntityAdapter(Connection& connection, Ptr<Entity> entity, U32 id);
-    void onAttribute(U32 attrId, void const* key) override;
+namespace Impl {
+// Ends the message that was begun on a connection.
+void outSmCommitMessage(Demuxer& outSm);
+} // namespace Impl
 
-    Connection& connection() const { return connection_; }
+// `entity` is a `type` or derives from it; raises TypeException otherwise.
+void ensureCorrectType(Entity const& entity, VomoTypeBase type);
+
+} // namespace NboAttrLog
+
+// What an entity's end of a connection is to the anchors below.
+class StreamAdapter {
+public:
+    // The marks around a collection in a resync.
+    enum class AttrTransactionType : U32 { begin = 0, end = 2 };
+    // Flags. Other connections hear of the entity, too; a pass of a resync is at work; a change of the
+    // peer is being applied.
+    static constexpr U32 hasSiblings = 0x4000, inPass = 0x80000, isActive = 0x100000;
+
+    StreamAdapter(StreamAdapter const&) = delete;
+    StreamAdapter& operator=(StreamAdapter const&) = delete;
+    U32 flags() const { return flags_; }
+    Ptr<NboAttrLog::FlowOut> const& flowOut() const { return flowOut_; }
+    NboAttrLog::FlowOut* vomoRawFlowOut() const { return flowOut_.ptr(); }
+
+protected:
+    StreamAdapter() = default;
+    ~StreamAdapter() = default;
+    // Sets flags as long as it lives.
+    class FlagScope {
+    public:
+        FlagScope(StreamAdapter& sa, U32 flag) : sa_(sa), old_(sa.flags_) { sa.flags_ |= flag; }
+        ~FlagScope() { sa_.flags_ = old_; }
+        FlagScope(FlagScope const&) = delete;
+        FlagScope& operator=(FlagScope const&) = delete;
+
+    private:
+        StreamAdapter& sa_;
+        U32 old_;
+    };
+
+    U32 flags_ = 0;
+    Ptr<NboAttrLog::FlowOut> flowOut_;
+
+private:
+    friend class StreamAdapterIsActiveAnchor;
+    class StreamAdapterIsActiveAnchor* active_ = nullptr;
+};
+
+// While it lives, one change of the peer is being applied. The notification of that very attribute
+// and key is not sent back, once; what a notifiee changes in answer goes out.
+class StreamAdapterIsActiveAnchor {
+public:
+    // `key` is that of the member; null for a scalar.
+    StreamAdapterIsActiveAnchor(StreamAdapter& sa, Row const& row, void const* key);
+    ~StreamAdapterIsActiveAnchor();
+    StreamAdapterIsActiveAnchor(StreamAdapterIsActiveAnchor const&) = delete;
+    StreamAdapterIsActiveAnchor& operator=(StreamAdapterIsActiveAnchor const&) = delete;
+    // Whether this is the change that is being applied on `sa`; true once.
+    static bool takes(StreamAdapter const& sa, U32 attrId, void const* key);
+
+private:
+    StreamAdapter& sa_;
+    Row const& row_;
+    void const* key_;
+    StreamAdapterIsActiveAnchor* outer_;
+    U32 outerFlags_;
+    bool taken_ = false;
+};
+
+// Keeps a child while it is looked at: a notifiee may take it out.
+class StreamAdapterAccessorAnchor {
+public:
+    explicit StreamAdapterAccessorAnchor(Entity const* entity)
+        : entity_(const_cast<Entity*>(entity)) {}
+
+private:
+    Ptr<Entity> entity_;
+};
+
+class Entity::VomoNboAttrLogSa final : public StreamAdapter {
+public:
+    // `watch` is the one of the entity. Attributes of a lower number than `lastSynced` are known to
+    // the peer.
+    VomoNboAttrLogSa(NboAttrLog::Demuxer& demuxer, NboAttrLog::EntityWatch& watch,
+                     Ptr<Entity> entity, EntityId id, U32 lastSynced);
+    ~VomoNboAttrLogSa();
+
     Entity* entity() const { return entity_.ptr(); }
     // As the rows know the object: an entity's class begins with its Entity.
     void* object() const { return entity_.ptr(); }
-    U32 id() const { return id_; }
+    EntityId id() const { return id_; }
     StreamTable const& stream() const;
-    FlowOut flow;
-    bool waiting = false; // in the connection's list of those that wait for room
+    NboAttrLog::EntityWatch& watch() const { return watch_; }
+    NboAttrLog::Demuxer& streamDemuxer() const { return demuxer_; }
+    NboAttrLog::Out& nboAttrLogOut() const;
+    // The connection has room.
+    bool continueFlowOut() const;
+    // The connection takes messages at all.
+    bool isOkToSerialize() const;
 
-private:
-    Connection& connection_;
-    Ptr<Entity> entity_;
-    U32 id_;
-};
+    // A local change.
+    void onAttribute(U32 attrId, void const* key);
+    // Sends one attribute, or one member, for a pass: whether there is room was asked.
+    void onAttributeForConnection(U32 attrId, void const* key);
+    // A scalar's turn in a pass: sent if the peer has not got it as it is. False without room.
+    bool flowOutOnAttributeForConnection(NboAttrLog::FlowOut& flow, U32 attrId);
 
-class Connection {
-public:
-    enum class Role { source, mirror };
+    // The `count` messages of `size` bytes each about a scalar may go: begins the first, and returns
+    // what to write to. Null if not; the flow then knows it. `flags` are those of the message.
+    NboAttrLog::Out* singletonSerializeCheck(U32 attrId, bool deferred, U32 count, std::size_t size,
+                                             U8 flags);
+    void handleValueSerialization(U32 attrId, FieldType const& type, void const* value,
+                                  bool deferred);
+    // Sends it on all connections that hear of the entity, encoded once. False if it did not.
+    bool doMessageMulticast(U32 attrId, FieldType const& type, void const* value, bool deferred);
 
-    // `root` stands on both sides under the same type. A source refuses changes of the mirror if
-    // the remote is read-only.
-    Connection(Role role, Ptr<Entity> root, bool readOnlyRemote = false);
-    ~Connection();
-    Connection(Connection const&) = delete;
-    Connection& operator=(Connection const&) = delete;
-
-    // Connected: the source begins a resync. Disconnected: both forget what was under way, and the
-    // entities stay as they are.
-    void connectedIs(bool connected);
-    // How many bytes may wait for the peer before walks stop; 64 KiB at first. A message that has
-    // begun is always finished.
-    void budgetIs(std::size_t bytes) { budget_ = bytes; }
-    bool continueFlowOut() const { return waitingBytes() < budget_; }
-    std::size_t waitingBytes() const { return out_.size() - sent_; }
-
-    // What waits for the peer; `consumed` tells how much of it went.
-    std::span<U8 const> waiting() const { return out_.bytes().subspan(sent_); }
-    void consumed(std::size_t bytes);
-    // Called when something begins to wait; from within a mutator, so it must not call `consumed`.
-    std::function<void()> onWaiting;
-
-    // Takes bytes of the peer, in pieces of any size. Raises AttrLogRecordException for a damaged
-    // stream, with every entity as it was before the bad message; the connection is then of no
-    // use until it has been disconnected.
-    void receive(std::span<U8 const> bytes);
-
-    // For measurements and tests: messages sent since the start.
-    U64 messagesSent() const { return messagesSent_; }
-    U64 messagesReceived() const { return messagesReceived_; }
-
-    // The rest is for the engines.
-    Out& begin(EntityAdapter const& sa, S32 attrId, U8 flags);
-    void commit();
-    // The adapter of a child, made if there is none; true if it was made.
-    std::pair<EntityAdapter*, bool> adapterOf(Entity* entity);
-    // The peer announces an entity, null for a new one, by that number. Raises AttrLogRecordException
-    // if it stands for another entity, or is not one that the peer could give.
-    void announced(U32 id, Entity const* entity);
-    EntityAdapter& bind(U32 id, Ptr<Entity> entity);
-    void wait(EntityAdapter& sa);
-    // A child has left its parent; its adapter goes when the peer has been told.
-    void childLeft() { ++left_; }
-    // Whether this source takes an attribute from a mirror that may only read; none without it.
-    std::function<bool(EntityAdapter const&, U32 attrId)> allowWriteFromReadOnlyRemote;
-    // What is being applied is not sent back: the change itself, once. What a notifiee changes in
-    // answer, be it the same attribute, goes out.
-    class ActiveAnchor {
-    public:
-        // `key` is that of the member; null for a scalar.
-        ActiveAnchor(Connection& connection, EntityAdapter const* sa, Row const& row,
-                     void const* key)
-            : connection_(connection), sa_(sa), row_(row), key_(key),
-              outer_(std::exchange(connection.applying_, this)) {}
-        ~ActiveAnchor() { connection_.applying_ = outer_; }
-        ActiveAnchor(ActiveAnchor const&) = delete;
-        ActiveAnchor& operator=(ActiveAnchor const&) = delete;
-        // The change that is told is the one being applied; true once.
-        bool takes(EntityAdapter const* sa, U32 attrId, void const* key) {
-            if (taken_ || sa != sa_ || attrId != row_.number) return false;
-            if (key_ != nullptr && !row_.collection->key->equal(key, key_)) return false;
-            return taken_ = true;
-        }
-
-    private:
-        Connection& connection_;
-        EntityAdapter const* sa_;
-        Row const& row_;
-        void const* key_;
-        ActiveAnchor* outer_;
-        bool taken_ = false;
-    };
-    bool isApplying(EntityAdapter const* sa, U32 attrId, void const* key) const {
-        return applying_ != nullptr && applying_->takes(sa, attrId, key);
+    // A walk over the collection may begin or go on.
+    bool handleSerializationOfCollCheck() const;
+    // `flag`: of a walk that goes on.
+    void handleCollSerializationTransactionMarkers(U32 attrId, AttrTransactionType kind, bool flag);
+    // A message of that size about a member may go; the second also begins it.
+    NboAttrLog::Out* collSerializeCheckNoHdr(NboAttrLog::CollSerializationCtx const& ctx,
+                                             std::size_t size) const;
+    NboAttrLog::Out* collSerializeCheck(NboAttrLog::CollSerializationCtx const& ctx,
+                                        std::size_t size);
+    void ptrCollAddHdr(NboAttrLog::CollSerializationCtx const& ctx, std::size_t size);
+    // The same for a member that is a child, null if it is gone; `size` is the key's.
+    NboAttrLog::Out* instantiatingCollSerializeCheck(NboAttrLog::CollSerializationCtx const& ctx,
+                                                     Entity const* child, std::size_t size) const;
+    void instantiatingCollAddHdr(NboAttrLog::CollSerializationCtx const& ctx, Entity const* child,
+                                 std::size_t size);
+    // Sends a child as it is now: there, with `child`, or gone. False if it may not go.
+    bool handleInstantiatingCollSerializationImpl(NboAttrLog::CollSerializationCtx const& ctx,
+                                                  CollectionOps const& coll, void const* key,
+                                                  Entity* child);
+    void handleInstantiatingEntitySerialization(NboAttrLog::CollSerializationCtx const& ctx,
+                                                CollectionOps const& coll, void const* key,
+                                                Entity* child);
+    // A key that could not be sent is kept, if no walk will come by; and is forgotten when it was.
+    void dirtyCollIs(Row const& row, void const* key);
+    void dirtyCollDel(Row const& row, void const* key);
+    // A walk over that collection has begun and waits for room.
+    bool isWalking(Row const& row) const {
+        return flowOut_->bookmark() != nullptr && flowOut_->attributeId() == row.number;
     }
 
-private:
-    // Sends what waits for room, as long as there is room.
-    void flow();
-    void handleMessage(std::span<U8 const> message);
-    void dropOrphans();
-    void retire(U32 id);
-    // Either side has given the number to an entity since they connected. One that is not there any
-    // more has gone here, while the peer may still write to it.
-    bool wasAnnounced(U32 id) const;
+    // Whether a mirror that may only read may change the attribute all the same.
+    bool allowWriteFromReadOnlyRemote(U32 attrId) const;
+    [[noreturn]] void throwWriteUpdateFromReadOnlyProxyException() const;
+    // A message about an attribute that the entity's classes have not; negative if a member goes.
+    // There is nothing below them.
+    [[noreturn]] void doBaseVomoNboAttrLogSaMsg(S32 attrId) const;
 
-    Role role_;
-    Ptr<Entity> root_;
-    bool readOnlyRemote_;
-    bool connected_ = false;
-    bool flowing_ = false;
-    std::size_t budget_ = 65536;
-    Out out_;
-    std::size_t sent_ = 0;
-    std::size_t messageStart_ = 0;
-    std::vector<U8> in_;
-    U32 nextId_;     // the number of the next child that is announced here
-    U32 peerNextId_; // and there: each side counts up
-    std::map<U32, std::unique_ptr<EntityAdapter>> adapters_;
-    std::map<Entity*, U32> ids_;
-    std::deque<U32> waiting_;
-    std::size_t left_ = 0; // children that have left since the orphans were dropped
-    ActiveAnchor* applying_ = nullptr;
-    U64 messagesSent_ = 0;
-    U64 messagesReceived_ = 0;
+    // Of the connection and the watch, which alone change them.
+    bool waiting = false; // among those that wait for room
+    U64 round = 0;        // of the watch's visit that last told this one
+    void hasSiblingsIs(bool v) { flags_ = v ? flags_ | hasSiblings : flags_ & ~hasSiblings; }
+
+private:
+    NboAttrLog::Demuxer& demuxer_;
+    NboAttrLog::EntityWatch& watch_;
+    Ptr<Entity> entity_;
+    EntityId id_;
 };
 
-// An incoming write from a peer that may only read.
-[[noreturn]] void throwWriteUpdateFromReadOnlyProxyException();
+namespace NboAttrLog {
 
-} // namespace Vomo::NboAttrLog
+// Hears an entity for the connections of one group.
+class EntityWatch final : public PtrInterface::NotifieeConst {
+public:
+    explicit EntityWatch(class ConnectionGroup& group, Entity* entity) : group_(group) {
+        notifierIs(entity);
+    }
+    void onAttribute(U32 attrId, void const* key) override;
+    void adapterIs(Sa* sa);
+    void adapterDel(Sa* sa);
+    std::vector<Sa*> const& adapters() const { return adapters_; }
+    // Of the visit that runs, 0 of none; an adapter with it has been told.
+    U64 round() const { return round_; }
+
+private:
+    void flagsUpdate();
+
+    ConnectionGroup& group_;
+    std::vector<Sa*> adapters_;
+    U64 round_ = 0;
+    U64 lastRound_ = 0;
+};
+
+} // namespace NboAttrLog
+} // namespace Vomo

@@ -43,7 +43,7 @@ int newSocket() {
 // its stream was damaged; the pump is of no use then.
 class SocketPump {
 public:
-    SocketPump(Dunlin::TaskSchedulerRoot& loop, int fd, Connection& connection,
+    SocketPump(Dunlin::TaskSchedulerRoot& loop, int fd, Demuxer& connection,
                std::function<void()> onEnd)
         : loop_(loop), fd_(fd), connection_(connection), onEnd_(std::move(onEnd)) {
         connection_.onWaiting = [this] { watch(true); };
@@ -63,8 +63,8 @@ private:
                     [this](U32 events) { ready(events); });
     }
     void ready(U32 events) {
-        bool alive = true;
-        if (events & (EPOLLIN | EPOLLHUP | EPOLLERR)) alive = receive();
+        // Without bytes, too: some may have come while the tree was at work.
+        bool alive = (events & (EPOLLIN | EPOLLHUP | EPOLLERR)) ? receive() : apply({});
         if (alive && (events & EPOLLOUT)) alive = send();
         if (!alive) onEnd_(); // destroys this
     }
@@ -72,9 +72,11 @@ private:
         U8 buffer[65536];
         ssize_t const n = ::recv(fd_, buffer, sizeof buffer, 0);
         if (n < 0) return errno == EAGAIN || errno == EINTR;
-        if (n == 0) return false;
+        return n != 0 && apply({buffer, static_cast<std::size_t>(n)});
+    }
+    bool apply(std::span<U8 const> bytes) {
         try {
-            connection_.receive({buffer, static_cast<std::size_t>(n)});
+            connection_.receive(bytes);
         } catch (Exception const& e) {
             FMTRACE(handler(), 0, "attribute log: {}; the connection is closed", e.what());
             return false;
@@ -94,7 +96,7 @@ private:
 
     Dunlin::TaskSchedulerRoot& loop_;
     int fd_;
-    Connection& connection_;
+    Demuxer& connection_;
     std::function<void()> onEnd_;
 };
 
@@ -103,7 +105,7 @@ private:
 class SocketServer::Peer {
 public:
     Peer(SocketServer& server, int fd)
-        : connection_(Connection::Role::source, server.root_, server.readOnlyRemote_),
+        : connection_(Demuxer::Role::source, server.root_, server.readOnlyRemote_, &server.group_),
           pump_(server.loop_, fd, connection_, [this, &server] {
               // Not from within the pump's own callback.
               server.loop_.taskAdd(Dunlin::TaskSchedulerRoot::Priority::normal,
@@ -115,7 +117,7 @@ public:
     }
 
 private:
-    Connection connection_;
+    Demuxer connection_;
     SocketPump pump_;
 };
 
@@ -136,7 +138,7 @@ SocketServer::SocketServer(Dunlin::TaskSchedulerRoot& loop, std::string path, Pt
     }
     if (!bound) fail();
     if (::listen(fd_, 16) != 0) fail();
-    loop_.fdAdd(fd_, EPOLLIN, [this](U32) { accept(); });
+    listen();
 }
 
 void SocketServer::fail() {
@@ -148,14 +150,26 @@ void SocketServer::fail() {
 SocketServer::~SocketServer() {
     *alive_ = false;
     peers_.clear();
+    loop_.timerDel(timer_);
     loop_.fdDel(fd_);
     ::close(fd_);
     ::unlink(path_.c_str());
 }
 
+void SocketServer::listen() {
+    loop_.fdAdd(fd_, EPOLLIN, [this](U32) { accept(); });
+}
+
 void SocketServer::accept() {
     int const fd = ::accept4(fd_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
-    if (fd >= 0) peers_.push_back(std::make_unique<Peer>(*this, fd));
+    if (fd >= 0) {
+        peers_.push_back(std::make_unique<Peer>(*this, fd));
+    } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+        // The client stays in the queue, and the socket would be ready again at once.
+        FMTRACE(handler(), 0, "attribute log: a client of {} has to wait: {}", path_, errorText());
+        loop_.fdDel(fd_);
+        timer_ = loop_.timerAdd(0.2, [this] { listen(); });
+    }
 }
 
 void SocketServer::drop(Peer const* peer) {
@@ -169,7 +183,7 @@ class SocketClient::Pump : public SocketPump {
 SocketClient::SocketClient(Dunlin::TaskSchedulerRoot& loop, std::string path, Ptr<Entity> root,
                            double retrySeconds)
     : loop_(loop), path_(std::move(path)), retrySeconds_(retrySeconds),
-      connection_(Connection::Role::mirror, std::move(root)) {
+      connection_(Demuxer::Role::mirror, std::move(root)) {
     addressOf(path_);
     connect();
 }

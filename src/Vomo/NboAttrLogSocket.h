@@ -2,7 +2,7 @@
 #pragma once
 
 #include "Dunlin/TaskSchedulerRoot.h"
-#include "Vomo/NboAttrLogSa.h"
+#include "Vomo/NboAttrLogDemuxer.h"
 
 namespace Vomo::NboAttrLog {
 
@@ -21,6 +21,7 @@ public:
 
 private:
     class Peer;
+    void listen();
     void accept();
     void drop(Peer const* peer);
     [[noreturn]] void fail();
@@ -30,6 +31,8 @@ private:
     Ptr<Entity> root_;
     bool readOnlyRemote_;
     int fd_ = -1;
+    Dunlin::TaskSchedulerRoot::TimerId timer_ = 0;
+    ConnectionGroup group_;
     std::vector<std::unique_ptr<Peer>> peers_;
     std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };
@@ -54,7 +57,7 @@ private:
     Dunlin::TaskSchedulerRoot& loop_;
     std::string path_;
     double retrySeconds_;
-    Connection connection_;
+    Demuxer connection_;
     std::unique_ptr<Pump> pump_;
     Dunlin::TaskSchedulerRoot::TimerId timer_ = 0;
     unsigned connections_ = 0;

@@ -36,6 +36,9 @@ struct NotifieeListRecord {
 // bit 31 "marked for deletion by a resync".
 class PtrInterface {
 public:
+    // What watches an object; Vomo/Entity.h.
+    class NotifieeConst;
+
     static constexpr U32 countMask = 0x5FFFFFFF;
     static constexpr U32 zeroReferencesBit = 1U << 29;
     static constexpr U32 markBit = 1U << 31;

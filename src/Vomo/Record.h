@@ -55,10 +55,10 @@ constexpr TypeFrame makeFrame() {
 template <class T>
 inline constexpr TypeFrame frameOf = makeFrame<T>();
 
-// An entity type that is made from an Argument, its name or key.
-template <class T, class Argument>
+template <class T>
 constexpr TypeFrame makeEntityFrame() {
-    using Functions = TypeImpl<T, Argument>;
+    using Functions = TypeImpl<T>;
+    using Argument = typename Functions::Argument;
     TypeFrame frame = Impl::describe<T>();
     frame.named = std::is_same_v<Argument, String>;
     if (frame.named) frame.generic.newEntityForDir = Functions::newEntityForDir;
@@ -71,8 +71,8 @@ constexpr TypeFrame makeEntityFrame() {
         if (row.collection != nullptr) frame.generic.iterator = Functions::genericIfIterator;
     return frame;
 }
-template <class T, class Argument>
-inline constexpr TypeFrame entityFrameOf = makeEntityFrame<T, Argument>();
+template <class T>
+inline constexpr TypeFrame entityFrameOf = makeEntityFrame<T>();
 
 namespace Impl {
 

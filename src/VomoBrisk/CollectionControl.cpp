@@ -15,6 +15,7 @@ struct Vomo::Describe<Mem::MountStatus> {
 template <>
 struct Vomo::Describe<VomoSharedMem::CollectionControl> {
     using T = VomoSharedMem::CollectionControl;
+    using Argument = void;
     static constexpr auto type = entity("VomoSharedMem::CollectionControl");
     static constexpr auto attributes = rows({
         notifying<&T::mountStatus_, &T::mountStatus, &T::mountStatusIs>(T::mountStatusAttr,
@@ -24,6 +25,7 @@ struct Vomo::Describe<VomoSharedMem::CollectionControl> {
 template <>
 struct Vomo::Describe<VomoBrisk::CollectionControl> {
     using T = VomoBrisk::CollectionControl;
+    using Argument = void;
     using Base = VomoSharedMem::CollectionControl;
     static constexpr auto type = derivedEntity<Base>("VomoBrisk::CollectionControl");
     static constexpr auto attributes = rows({
@@ -51,8 +53,8 @@ namespace {
 // In order of name. The controls are made by the tables' owners, by nobody else.
 constexpr Vomo::TypeFrame types[] = {
     Vomo::frameOf<Mem::MountStatus>,
-    Vomo::entityFrameOf<VomoBrisk::CollectionControl, void>,
-    Vomo::entityFrameOf<VomoSharedMem::CollectionControl, void>,
+    Vomo::entityFrameOf<VomoBrisk::CollectionControl>,
+    Vomo::entityFrameOf<VomoSharedMem::CollectionControl>,
 };
 } // namespace
 constinit Vomo::VomoModule const Vomo::_CollectionControl_9cdb198bb6e6436b_vomoModule =

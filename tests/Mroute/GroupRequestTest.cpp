@@ -17,7 +17,7 @@ PortVlan portVlan(U32 n) {
 }
 
 // Counts what it hears; may act on it.
-struct Watcher : Vomo::NotifieeConst {
+struct Watcher : Vomo::PtrInterface::NotifieeConst {
     std::vector<U32> heard;
     std::function<void(U32, void const*)> act;
     int zero = 0;

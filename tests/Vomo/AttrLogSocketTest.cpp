@@ -5,6 +5,9 @@
 #include "Vomo/NboAttrLogSocket.h"
 
 #include <csignal>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -91,6 +94,32 @@ TEST(AttrLogSocket, AMirrorFollowsThroughStopsAndRestarts) {
     ::kill(source, SIGKILL);
     ::waitpid(source, nullptr, 0);
     ::unlink(path.c_str());
+}
+
+// A client comes when the server has no descriptor left: it waits, and the server does not spin.
+TEST(AttrLogSocket, AClientWaitsForADescriptor) {
+    std::string const path = fmt::format("/tmp/attrlog-full-{}.socket", ::getpid());
+    Dunlin::TaskSchedulerRoot loop;
+    SocketServer const server(loop, path, configFactory("source"));
+    int const client = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, path.size());
+    ASSERT_EQ(::connect(client, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    rlimit before, none;
+    ::getrlimit(RLIMIT_NOFILE, &before);
+    none = before;
+    none.rlim_cur = static_cast<rlim_t>(client) + 1;
+    ::setrlimit(RLIMIT_NOFILE, &none);
+    int turns = 0;
+    for (double const end = loop.now() + 0.5; loop.now() < end; loop.runOnce(0.05)) ++turns;
+    EXPECT_LT(turns, 100);
+    EXPECT_EQ(server.clients(), 0U);
+    ::setrlimit(RLIMIT_NOFILE, &before);
+    for (double const end = loop.now() + 20; server.clients() == 0 && loop.now() < end;)
+        loop.runOnce(0.05);
+    EXPECT_EQ(server.clients(), 1U);
+    ::close(client);
 }
 
 } // namespace

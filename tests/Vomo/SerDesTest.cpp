@@ -76,7 +76,7 @@ TEST(AttributeLog, BytesAreBigEndianAndReadBack) {
     EXPECT_EQ(in.nextU16(), 0x0203);
     EXPECT_EQ(in.nextU32(), 0x04050607U);
     EXPECT_EQ(in.nextU64(), 0x08090a0b0c0d0e0fU);
-    EXPECT_TRUE(in.nextBool());
+    EXPECT_TRUE(in.nextbool());
     EXPECT_EQ(in.nextSeconds(), 1.0);
     EXPECT_EQ(in.nextString(), "hi");
     EXPECT_EQ(in.nextValidString(0), "");
