@@ -8,6 +8,7 @@
 #include "Mroute/MfibBriskTypes.h"
 #include "Vomo/GenericIf.h"
 #include "Vomo/HashMap2018.h"
+#include "Vomo/NboAttrLogDemuxer.h"
 
 #include <absl/container/flat_hash_map.h>
 #include <benchmark/benchmark.h>
@@ -356,6 +357,74 @@ void singleCalls() {
     });
 }
 
+// A source, and mirrors beside it in the same process: both ends' work, without a socket.
+class Replicated {
+public:
+    explicit Replicated(int mirrors) {
+        for (int i = 0; i < mirrors; ++i)
+            ends_.emplace_back(new Ends{
+                {NboAttrLog::Demuxer::Role::mirror, Multicast::Group::configFactory("mirror")},
+                {NboAttrLog::Demuxer::Role::source, config, false, &group_}});
+    }
+    void connectedIs(bool connected) {
+        for (auto const& ends : ends_) {
+            ends->mirror.connectedIs(connected);
+            ends->source.connectedIs(connected);
+        }
+    }
+    void carry() {
+        for (auto const& ends : ends_)
+            while (std::size_t const n = ends->source.waitingBytes()) {
+                ends->mirror.receive(ends->source.waiting());
+                ends->source.consumed(n);
+            }
+    }
+    Ptr<Multicast::Group::Config> config = Multicast::Group::configFactory("source");
+
+private:
+    struct Ends {
+        NboAttrLog::Demuxer mirror, source;
+    };
+    NboAttrLog::ConnectionGroup group_;
+    std::vector<std::unique_ptr<Ends>> ends_;
+};
+
+void replication() {
+    for (int const mirrors : {1, 8})
+        benchmark::RegisterBenchmark(
+            fmt::format("a change told to each of {}|ours", mirrors).c_str(),
+            [mirrors](benchmark::State& state) {
+                Replicated tree(mirrors);
+                auto const request = tree.config->requestIs({19, 7});
+                tree.connectedIs(true);
+                tree.carry();
+                for (auto _ : state) {
+                    request->requestIdInc(1);
+                    tree.carry();
+                }
+                state.SetItemsProcessed(state.iterations() * mirrors);
+            });
+    auto const resync = [](char const* name, U16 requests, U32 members) {
+        benchmark::RegisterBenchmark(name, [requests, members](benchmark::State& state) {
+            Replicated tree(1);
+            for (U16 r = 0; r < requests; ++r)
+                for (U32 m = 0; m < members; ++m) {
+                    MrouteLib::PortVlan member;
+                    member.outLifIs(MrouteLib::OutLif(m));
+                    tree.config->requestIs({19, r})->portVlanIs(member, true);
+                }
+            for (auto _ : state) {
+                tree.connectedIs(true);
+                tree.carry();
+                tree.connectedIs(false);
+            }
+            state.SetItemsProcessed(state.iterations() * requests * members);
+        });
+    };
+    resync("resync of a child|ours", 10000, 1);
+    resync("resync of a member|ours", 10, 1000);
+}
+
 // Keeps the medians and tells them at the end: a line for each scenario, ours beside the yardsticks.
 class Comparison final : public benchmark::BenchmarkReporter {
 public:
@@ -421,6 +490,7 @@ int main(int argc, char** argv) {
     logScenarios("Route", route());
     logScenarios("PortVlan", portVlan());
     singleCalls();
+    replication();
     // Rounds of all scenarios in random turns, so that a disturbance meets ours and the yardstick.
     std::vector<char*> args{argv[0]};
     std::string defaults[] = {"--benchmark_repetitions=9", "--benchmark_min_time=0.03",

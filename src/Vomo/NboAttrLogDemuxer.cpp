@@ -76,6 +76,8 @@ void Demuxer::connectedIs(bool connected) {
 void Demuxer::connect(bool connected) {
     while (!adapters_.empty()) retire(adapters_.begin()->first);
     announced_.clear();
+    announcedName_ = {};
+    announcedType_ = {};
     left_ = 0;
     waiting_.clear();
     in_.clear();
@@ -328,7 +330,11 @@ void Demuxer::handleAnnouncement(EntityId id, In& in) {
             "attribute log: entity {} is announced, the next is {}", static_cast<U32>(id),
             peerNextId_);
     String const name = in.nextString();
-    VomoType const type = typeByName(name);
+    if (name != announcedName_) { // mostly many of a kind
+        announcedType_ = typeByName(name);
+        announcedName_ = name;
+    }
+    VomoType const type = announcedType_;
     if (type.isNull() || !type.isPolymorphic())
         Dunlin::fmthrow<AttrLogRecordException>(
             "attribute log: entity {} is of a type that is none: {:?}", static_cast<U32>(id),

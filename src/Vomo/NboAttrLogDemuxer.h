@@ -164,6 +164,8 @@ private:
     std::map<EntityId, std::unique_ptr<Sa>> adapters_;
     std::map<Entity const*, EntityId> ids_;
     std::map<EntityId, Ptr<Entity>> announced_; // by the peer, and not yet put anywhere
+    String announcedName_; // the last type that was looked up
+    VomoType announcedType_;
     std::deque<EntityId> waiting_;
     std::size_t left_ = 0; // children that have left since the orphans were dropped
     U64 messagesSent_ = 0;
