@@ -14,6 +14,11 @@
 namespace Kelpie {
 namespace {
 
+Dunlin::Platform::DebugHandler& handler() {
+    static auto const it = Dunlin::Platform::getDebugHandler("IntfId", false);
+    return *it;
+}
+
 class File {
 public:
     File(std::string const& path, int flags) : fd_(::open(path.c_str(), flags | O_CLOEXEC, 0644)) {}
@@ -46,10 +51,11 @@ void NamesFile::follow() {
 }
 
 // Takes over the whole lines behind `offset_`. A line without its end is being written, or its
-// writer died: it is left for later.
-void NamesFile::readFrom(int fd) {
+// writer died: it is left for later. A line that is none is passed over. False if the file could not
+// be read to its end.
+bool NamesFile::readFrom(int fd) {
     struct stat status {};
-    if (::fstat(fd, &status) != 0) return;
+    if (::fstat(fd, &status) != 0) return false;
     auto const size = static_cast<U64>(status.st_size);
     if (size < offset_) { // another file stands there now
         offset_ = 0;
@@ -57,26 +63,36 @@ void NamesFile::readFrom(int fd) {
         names_.clear();
     }
     std::string text(size - offset_, '\0');
-    ssize_t const got = ::pread(fd, text.data(), text.size(), static_cast<off_t>(offset_));
-    if (got < 0) return;
-    text.resize(static_cast<std::size_t>(got));
+    std::size_t filled = 0;
+    while (filled != text.size()) {
+        ssize_t const got = ::pread(fd, text.data() + filled, text.size() - filled,
+                                    static_cast<off_t>(offset_ + filled));
+        if (got < 0 && errno == EINTR) continue;
+        if (got <= 0) return false;
+        filled += static_cast<std::size_t>(got);
+    }
     std::string_view rest = text;
-    while (rest.size() > 18) {
+    while (rest.find('\n') != rest.npos) {
         U64 word = 0;
         std::size_t length = 0;
         char const* const end = rest.data() + rest.size();
-        auto const first = std::from_chars(rest.data(), rest.data() + 16, word, 16);
-        auto const second = std::from_chars(rest.data() + 17, end, length);
+        auto const first = std::from_chars(
+            rest.data(), rest.data() + std::min<std::size_t>(16, rest.size()), word, 16);
+        auto const second = std::from_chars(std::min(first.ptr + 1, end), end, length);
         auto const head = static_cast<std::size_t>(second.ptr - rest.data()) + 1;
-        if (first.ptr != rest.data() + 16 || second.ec != std::errc() || length > rest.size() ||
-            head + length >= rest.size())
-            break;
+        if (first.ptr != rest.data() + 16 || second.ec != std::errc() || head > rest.size() ||
+            length >= rest.size() - head || rest[head + length] != '\n') {
+            FMTRACE(handler(), 0, "{}: no name: {:?}", path_, rest.substr(0, rest.find('\n')));
+            rest.remove_prefix(rest.find('\n') + 1);
+            continue;
+        }
         std::string name(rest.substr(head, length));
         words_.emplace(name, word);
         names_.emplace(word, std::move(name));
         rest.remove_prefix(head + length + 1);
     }
     offset_ += text.size() - rest.size();
+    return true;
 }
 
 // Under the file's lock: reads what others entered, then enters `name` if it is still unknown.
@@ -87,20 +103,19 @@ U64 NamesFile::append(std::string_view name, U64 proposed, U64 form) {
     bool written = false;
     U64 word = proposed;
     if (file.fd() >= 0 && ::flock(file.fd(), LOCK_EX) == 0) {
-        readFrom(file.fd());
+        bool const isRead = readFrom(file.fd());
         if (auto const known = words_.find(std::string(name)); known != words_.end())
             return known->second;
         while (names_.contains(word)) word = (word + 1) | form;
         std::string const line = fmt::format("{:016x} {} {}\n", word, name.size(), name);
         // A part of a line that a dead process left behind goes.
-        written = ::ftruncate(file.fd(), static_cast<off_t>(offset_)) == 0 &&
+        written = isRead && ::ftruncate(file.fd(), static_cast<off_t>(offset_)) == 0 &&
                   ::pwrite(file.fd(), line.data(), line.size(), static_cast<off_t>(offset_)) ==
                       static_cast<ssize_t>(line.size());
         if (written) offset_ += line.size();
     }
     if (!written) {
-        static auto const handler = Dunlin::Platform::getDebugHandler("IntfId", false);
-        FMTRACE(*handler, 0, "cannot enter the name {} in {}: {}", name, path_,
+        FMTRACE(handler(), 0, "cannot enter the name {} in {}: {}", name, path_,
                 std::system_category().message(errno));
     }
     words_.emplace(name, word);

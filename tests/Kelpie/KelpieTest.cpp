@@ -97,15 +97,19 @@ TEST_F(Names, AnotherProcessReadsAndExtendsTheSameNames) {
 TEST_F(Names, ATakenWordMovesOnAndATornLineIsDropped) {
     U64 const word = IntfId(Vomo::String("a name of some length")).word();
     std::filesystem::remove(file());
-    std::ofstream(file()) << fmt::format("{:016x} 5 other\n0123", word);
+    // A damaged line costs nobody behind it his name.
+    std::string const others = fmt::format(
+        "{:016x} 5 other\n0123 no name\n{:016x} 9 other\n{:016x} 21 one behind the damage\n", word,
+        word + 7, word + 8);
+    std::ofstream(file()) << others << "0123";
     Dunlin::Util::baseDirectoryIs(directory_ + "/.");
     IntfId const moved(Vomo::String("a name of some length"));
     EXPECT_EQ(moved.word(), word + 1);
     EXPECT_EQ(IntfId(word).stringValue(), "other");
+    EXPECT_EQ(IntfId(word + 8).stringValue(), "one behind the damage");
     std::ifstream lines(file());
     std::string const text{std::istreambuf_iterator<char>(lines), {}};
-    EXPECT_EQ(text,
-              fmt::format("{:016x} 5 other\n{:016x} 21 a name of some length\n", word, word + 1));
+    EXPECT_EQ(text, others + fmt::format("{:016x} 21 a name of some length\n", word + 1));
 }
 
 TEST(IntfId, AWordWithoutNamePrintsItself) {
