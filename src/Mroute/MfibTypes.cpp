@@ -137,7 +137,8 @@ template <>
 struct Vomo::Describe<Routing::Multicast::Fib::RpaIndex> {
     using T = Routing::Multicast::Fib::RpaIndex;
     using Base = BitMapper::BitIndex;
-    static constexpr auto type = derivedValue<Base>("Routing::Multicast::Fib::RpaIndex", wrapper);
+    static constexpr auto type = derivedValue<Base>("Routing::Multicast::Fib::RpaIndex", wrapper,
+                                                    {"value", &fieldType<U16>});
     static constexpr auto attributes = rows({constant<&T::rpaDefault>(130, "rpaDefault")});
 };
 

@@ -563,6 +563,7 @@ struct TypeHead {
     TypeKind kind;
     U8 flags = 0;
     FieldType const* base = nullptr;
+    Param lead{}; // the base's constructor parameter
 };
 // Flags of a type: a wrapped integer that prints bare; one that holds a wide address, a collection
 // or another such type.
@@ -572,9 +573,10 @@ consteval TypeHead value(char const* name, U8 flags = 0) {
     return {name, TypeKind::value, flags};
 }
 // A value derived from a value: Describe names that as Base, too.
+// `lead` is what one is made from, an attribute of the base.
 template <class Base>
-consteval TypeHead derivedValue(char const* name, U8 flags = 0) {
-    return {name, TypeKind::value, flags, &fieldType<Base>};
+consteval TypeHead derivedValue(char const* name, U8 flags, Param lead) {
+    return {name, TypeKind::value, flags, &fieldType<Base>, lead};
 }
 consteval TypeHead flagSet(char const* name) {
     return {name, TypeKind::flagSet};

@@ -22,7 +22,8 @@ struct TypeFrame {
     std::span<Row const> rows;
     GenericRow generic{};
     ValueFrame frame{}; // of a value type in a module with frames
-    bool named = false; // an entity whose constructor parameter is its name
+    // A constructor parameter that is no attribute of its own: an entity's name, a base's value.
+    Param lead{};
 };
 
 namespace Impl {
@@ -32,7 +33,8 @@ constexpr TypeFrame describe() {
             .self = IdOf<T>::type,
             .size = sizeof(T),
             .alignment = alignof(T),
-            .rows = Describe<T>::attributes};
+            .rows = Describe<T>::attributes,
+            .lead = Describe<T>::type.lead};
 }
 } // namespace Impl
 
@@ -60,8 +62,10 @@ constexpr TypeFrame makeEntityFrame() {
     using Functions = TypeImpl<T>;
     using Argument = typename Functions::Argument;
     TypeFrame frame = Impl::describe<T>();
-    frame.named = std::is_same_v<Argument, String>;
-    if (frame.named) frame.generic.newEntityForDir = Functions::newEntityForDir;
+    if (std::is_same_v<Argument, String>) {
+        frame.lead = {"name", &fieldType<String>};
+        frame.generic.newEntityForDir = Functions::newEntityForDir;
+    }
     frame.generic.stream = &Functions::stream;
     frame.generic.methods = &GenericIfImpl::GenericIfPtrInterfaceMethods<Entity>::vtable_;
     if constexpr (!std::is_void_v<Argument>)
@@ -171,10 +175,9 @@ constexpr std::size_t numParams(Row const& row) {
     return n;
 }
 
-// The constructor parameters of a type are its constructor attributes; an entity's name has no
-// number among these and is called "name".
+// The constructor parameters of a type are its constructor attributes, behind the leading one.
 constexpr std::size_t numCtorParams(TypeFrame const& type) {
-    std::size_t n = type.named;
+    std::size_t n = type.lead.name != nullptr;
     for (Row const& row : type.rows) n += row.kind == RowKind::ctor;
     return n;
 }
@@ -192,9 +195,9 @@ private:
     static constexpr Counts count() {
         Counts counts;
         for (TypeFrame const& type : types) {
-            ++counts.references;
+            counts.references += 2;
             std::size_t const ctor = Impl::numCtorParams(type);
-            counts.names += type.named;
+            counts.names += 1;
             counts.parameterRecords += ctor == 0 ? 0 : ctor + 1;
             for (Row const& row : type.rows) {
                 std::size_t const n = Impl::numParams(row);
@@ -212,7 +215,7 @@ private:
         Impl::NameList<upper.names> list;
         list.add("");
         for (TypeFrame const& type : types) {
-            if (type.named) list.add("name");
+            list.add(type.lead.name);
             for (Row const& row : type.rows) {
                 list.add(row.name);
                 list.add(row.keyName);
@@ -266,7 +269,7 @@ private:
             row.base = t.references.code(type.head.base);
             if (Impl::numCtorParams(type) != 0) {
                 row.parameters = static_cast<U16>(nextParameter);
-                if (type.named) addParameter("name", &fieldType<String>);
+                if (type.lead.name != nullptr) addParameter(type.lead.name, type.lead.type);
                 for (Row const& attribute : type.rows)
                     if (attribute.kind == RowKind::ctor)
                         addParameter(attribute.name, attribute.type);

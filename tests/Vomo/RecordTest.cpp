@@ -128,8 +128,11 @@ TEST(Record, LayoutOfEveryModule) {
             unsigned const count = number(row + 14, 2);
             U32 last = 0;
             bool const isNamed = word(raw.generic + 48 * t, 0) != 0;
-            std::string ctor = isNamed ? "name:17" : "";
-            if (isNamed) used.insert("name");
+            // What is no attribute of its own: a name; the number of a value derived from a number.
+            std::string ctor = isNamed                          ? "name:17"
+                               : kind == 0x21 && base != 0xffff ? "value:7"
+                                                                : "";
+            if (!ctor.empty()) used.insert(ctor.substr(0, ctor.find(':')));
             for (unsigned a = 0; a < count; ++a) {
                 U8 const* const attribute = raw.attributes + 20 * (nextAttribute + a);
                 U32 const id = number(attribute, 4), flags = number(attribute + 4, 3);
