@@ -67,6 +67,9 @@ private:
     RbTreeLink link_;
 };
 
+// The one way in which trees are walked.
+struct ForwardDirection {};
+
 template <class Node, class Key, class Value>
 class RbTreeMap : public RbTreeMapGeneric {
 public:
@@ -93,23 +96,27 @@ public:
 
     // A walk in order of key. The tree may change under it: a removed node stays readable while the
     // iterator stands on it, and the walk goes on behind its key.
-    class IteratorConst {
+    template <class Direction>
+    class BasicIteratorConst {
+        static_assert(std::is_same_v<Direction, ForwardDirection>);
+
     public:
-        IteratorConst() = default;
-        explicit IteratorConst(RbTreeMap const* map) : map_(map) {
+        BasicIteratorConst() = default;
+        explicit BasicIteratorConst(RbTreeMap const* map) : map_(map) {
             if (map_ == nullptr) return;
             version_ = map_->version();
             current_ = leftmost(map_->root());
         }
         // At the key, or at the next greater one.
-        IteratorConst(RbTreeMap const* map, Key const& key) : map_(map), version_(map->version()) {
+        BasicIteratorConst(RbTreeMap const* map, Key const& key)
+            : map_(map), version_(map->version()) {
             current_ = map_->above(key, true);
         }
         explicit operator bool() const { return bool(current_); }
         Node* ptr() const { return current_.ptr(); }
         Key const& key() const { return current_->fwkKey(); }
         Value const& value() const { return current_->value(); }
-        IteratorConst& operator++() {
+        BasicIteratorConst& operator++() {
             advance();
             return *this;
         }
@@ -128,6 +135,7 @@ public:
         Ptr<Node> current_;
         U32 version_ = 0;
     };
+    using IteratorConst = BasicIteratorConst<ForwardDirection>;
 
     friend bool operator==(RbTreeMap const& a, RbTreeMap const& b) {
         Node *x = leftmost(a.root()), *y = leftmost(b.root());
