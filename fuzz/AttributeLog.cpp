@@ -73,7 +73,7 @@ extern "C" int LLVMFuzzerTestOneInput(U8 const* data, std::size_t size) {
         } catch (Vomo::TypeException const&) {
         }
     }
-    for (Config::RequestMap::UnsafeIteratorConst i(&config->request()); i; ++i)
-        if (i->value()->parent() != config.ptr() || i->value()->references() != 1) std::abort();
+    for (auto const& node : config->request())
+        if (node.value()->parent() != config.ptr() || node.value()->references() != 1) std::abort();
     return 0;
 }

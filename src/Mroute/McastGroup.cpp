@@ -108,7 +108,7 @@ bool Request::portVlanDel(MrouteLib::PortVlan const& pv) {
 }
 bool Request::portVlanDel(PortVlanIterator const& at) {
     // An iterator may stand on a node that has left.
-    return at && portVlan_[at.key()] == at.ptr() && portVlanDel(MrouteLib::PortVlan(at.key()));
+    return at && portVlan_[at.key()] == at.node() && portVlanDel(MrouteLib::PortVlan(at.key()));
 }
 void Request::portVlanDelAll() {
     for (PortVlanIterator at(&portVlan_); at; ++at) portVlanDel(at);

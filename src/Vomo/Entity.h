@@ -132,7 +132,7 @@ protected:
     // For the destructor: the children may live on.
     template <class Map>
     static void orphan(Map const& map) {
-        for (typename Map::UnsafeIteratorConst i(&map); i; ++i) i->value()->parentIs(nullptr);
+        for (auto const& node : map) node.value()->parentIs(nullptr);
     }
 
 private:

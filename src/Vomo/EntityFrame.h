@@ -152,8 +152,8 @@ struct Collection {
     static void markAll(void* object) {
         Map& m = static_cast<T*>(object)->*map;
         if constexpr (isChildren) {
-            for (typename Map::UnsafeIteratorConst i(&m); i; ++i)
-                i->value()->streamStateIs(i->value()->streamState() | Entity::resyncMark);
+            for (auto const& node : m)
+                node.value()->streamStateIs(node.value()->streamState() | Entity::resyncMark);
         } else if constexpr (Types::isHash) {
             m.vomoMarkAllForDeletion();
         } else {

@@ -7,6 +7,7 @@
 #include "Vomo/HashMap2018NodeInternalKey.h"
 #include "Vomo/NboAttrLog.h"
 #include "Vomo/Ptr.h"
+#include "Vomo/StdIterator.h"
 
 #include <new>
 #include <type_traits>
@@ -166,14 +167,19 @@ public:
     public:
         explicit UnsafeIteratorConst(HashMap2018 const* map)
             : HashMap2018UnsafeIteratorConstGeneric(map, &HashMap2018::vt_) {}
+        using NodeType = Node;
         explicit operator bool() const { return currNode() != nullptr; }
-        Node const* operator->() const { return static_cast<Node const*>(currNode()); }
+        Node const* node() const { return static_cast<Node const*>(currNode()); }
+        Node const* operator->() const { return node(); }
         Node const& operator*() const { return *static_cast<Node const*>(currNode()); }
         UnsafeIteratorConst& operator++() {
             advance(sizeof(Node));
             return *this;
         }
     };
+    // The nodes, while nothing changes.
+    auto begin() const { return StdIterator(UnsafeIteratorConst(this)); }
+    std::default_sentinel_t end() const { return {}; }
 
     // Walks both in step and compares pair by pair: by position, not by key.
     friend bool operator==(HashMap2018 const& a, HashMap2018 const& b) {
@@ -190,13 +196,13 @@ public:
 
     // A member whose key is the end mark cannot be told: the collection ends in front of it.
     friend NboAttrLog::Out& operator<<(NboAttrLog::Out& out, HashMap2018 const& map) {
-        for (UnsafeIteratorConst i(&map); i; ++i) {
-            if (i->fwkKey() == Key()) {
+        for (Node const& node : map) {
+            if (node.fwkKey() == Key()) {
                 NboAttrLog::failWithAttrLogValueCollectionDefaultKey();
                 break;
             }
-            out << i->fwkKey();
-            if constexpr (!std::is_void_v<Value>) out << i->value();
+            out << node.fwkKey();
+            if constexpr (!std::is_void_v<Value>) out << node.value();
         }
         return out << Key();
     }

@@ -4,6 +4,7 @@
 
 #include "Vomo/Entity.h"
 #include "Vomo/NboAttrLog.h"
+#include "Vomo/StdIterator.h"
 
 namespace Vomo {
 
@@ -112,8 +113,9 @@ public:
             : map_(map), version_(map->version()) {
             current_ = map_->above(key, true);
         }
+        using NodeType = Node;
         explicit operator bool() const { return bool(current_); }
-        Node* ptr() const { return current_.ptr(); }
+        Node* node() const { return current_.ptr(); }
         Key const& key() const { return current_->fwkKey(); }
         Value const& value() const { return current_->value(); }
         BasicIteratorConst& operator++() {
@@ -136,6 +138,9 @@ public:
         U32 version_ = 0;
     };
     using IteratorConst = BasicIteratorConst<ForwardDirection>;
+    // The nodes, which may change meanwhile.
+    auto begin() const { return StdIterator(IteratorConst(this)); }
+    std::default_sentinel_t end() const { return {}; }
 
     friend bool operator==(RbTreeMap const& a, RbTreeMap const& b) {
         Node *x = leftmost(a.root()), *y = leftmost(b.root());
@@ -153,12 +158,12 @@ public:
         return x == nullptr && y != nullptr;
     }
     friend NboAttrLog::Out& operator<<(NboAttrLog::Out& out, RbTreeMap const& map) {
-        for (IteratorConst i(&map); i; ++i) {
-            if (i.key() == Key()) {
+        for (Node const& node : map) {
+            if (node.fwkKey() == Key()) {
                 NboAttrLog::failWithAttrLogValueCollectionDefaultKey();
                 break;
             }
-            out << i.key() << i.value();
+            out << node.fwkKey() << node.value();
         }
         return out << Key();
     }
@@ -232,7 +237,7 @@ template <class Node, class Key, class Value>
 RbTreeMap<Node, Key, Value>& RbTreeMap<Node, Key, Value>::operator=(RbTreeMap const& other) {
     if (this == &other) return *this;
     memberClearAll();
-    for (IteratorConst i(&other); i; ++i) memberIs(Ptr<Node>(new Node(*i.ptr())));
+    for (Node const& node : other) memberIs(Ptr<Node>(new Node(node)));
     return *this;
 }
 

@@ -98,6 +98,10 @@ TEST(AttrLogSocket, AMirrorFollowsThroughStopsAndRestarts) {
 
 // A client comes when the server has no descriptor left: it waits, and the server does not spin.
 TEST(AttrLogSocket, AClientWaitsForADescriptor) {
+#if defined(CAIRN_SANITIZED)
+    GTEST_SKIP()
+        << "a sanitizer looks at objects through a pipe, and would find no descriptors for it";
+#endif
     std::string const path = fmt::format("/tmp/attrlog-full-{}.socket", ::getpid());
     Dunlin::TaskSchedulerRoot loop;
     SocketServer const server(loop, path, configFactory("source"));

@@ -22,12 +22,12 @@ PortVlan portVlan(U32 n) {
 // All there is to know about a config.
 std::string content(Config const& config) {
     std::map<GroupKey, std::string> requests;
-    for (Config::RequestMap::UnsafeIteratorConst i(&config.request()); i; ++i) {
-        Request const& r = *i->value();
+    for (auto const& node : config.request()) {
+        Request const& r = *node.value();
         std::string text =
             fmt::format("{} {} {} {}:", r.key(), r.requestId(), r.toCpu(), r.featureFlag());
-        for (Request::PortVlanIterator m(&r.portVlan()); m; ++m)
-            text += fmt::format(" {}={}", m.key().outLif(), m.value());
+        for (auto const& member : r.portVlan())
+            text += fmt::format(" {}={}", member.fwkKey().outLif(), member.value());
         requests[r.key()] = text;
     }
     std::string all;
@@ -608,8 +608,8 @@ TEST_F(Replication, ADamagedStreamRaisesAndLeavesTheEntityWhole) {
             }
             // Whatever arrived stands there as a whole.
             content(*target);
-            for (Config::RequestMap::UnsafeIteratorConst i(&target->request()); i; ++i)
-                EXPECT_EQ(i->value()->parent(), target.ptr());
+            for (auto const& node : target->request())
+                EXPECT_EQ(node.value()->parent(), target.ptr());
         }
     }
     EXPECT_GT(raised, rounds / 4);

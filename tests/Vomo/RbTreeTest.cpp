@@ -23,7 +23,7 @@ void enter(Map& map, U32 key, U64 value) {
 }
 std::vector<std::pair<U32, U64>> all(Map const& map) {
     std::vector<std::pair<U32, U64>> members;
-    for (Map::IteratorConst i(&map); i; ++i) members.emplace_back(i.key(), i.value());
+    for (auto const& node : map) members.emplace_back(node.fwkKey(), node.value());
     return members;
 }
 
@@ -54,9 +54,9 @@ int checkTree(Links const* at, Links const* parent) {
 void checkTree(Map const& map) {
     Map::IteratorConst const any(&map);
     if (!any) return;
-    ASSERT_EQ(reinterpret_cast<char const*>(&any.value()) - reinterpret_cast<char*>(any.ptr()),
+    ASSERT_EQ(reinterpret_cast<char const*>(&any.value()) - reinterpret_cast<char*>(any.node()),
               valueOffset);
-    Links* root = linksOf(any.ptr());
+    Links* root = linksOf(any.node());
     while (root->up() != nullptr) root = root->up();
     checkTree(root, nullptr);
 }
