@@ -74,10 +74,10 @@ public:
 private:
     void grow(std::size_t n);
 
-    Demuxer* demuxer_;
     U8* begin_ = nullptr;
     U8* next_ = nullptr;
     U8* end_ = nullptr;
+    Demuxer* demuxer_;
 };
 
 inline Out& operator<<(Out& out, U8 v) {
@@ -107,7 +107,7 @@ Out& operator<<(Out& out, String const& v);
 class In {
 public:
     explicit In(std::span<U8 const> bytes, Demuxer* demuxer = nullptr)
-        : demuxer_(demuxer), next_(bytes.data()), end_(bytes.data() + bytes.size()) {}
+        : next_(bytes.data()), end_(bytes.data() + bytes.size()), demuxer_(demuxer) {}
 
     std::size_t remaining() const { return static_cast<std::size_t>(end_ - next_); }
     U8 nextU8() { return nextInt<U8>(); }
@@ -140,9 +140,9 @@ private:
     }
     [[noreturn]] void throwShort(std::size_t wanted) const;
 
-    Demuxer* demuxer_;
     U8 const* next_;
     U8 const* end_;
+    Demuxer* demuxer_;
 };
 
 // A key or value of a collection.
