@@ -81,6 +81,7 @@ void Demuxer::connect(bool connected) {
     left_ = 0;
     waiting_.clear();
     in_.clear();
+    inLater_.clear();
     out_.clear();
     sent_ = 0;
     connected_ = connected;
@@ -256,12 +257,15 @@ void Demuxer::flow() {
 }
 
 void Demuxer::receive(std::span<U8 const> bytes) {
-    in_.insert(in_.end(), bytes.begin(), bytes.end());
     if (group_.isBusy()) {
+        inLater_.insert(inLater_.end(), bytes.begin(), bytes.end());
         receiveNext_ = true;
         return;
     }
     ConnectionGroup::Busy const busy(group_);
+    in_.insert(in_.end(), inLater_.begin(), inLater_.end());
+    inLater_.clear();
+    in_.insert(in_.end(), bytes.begin(), bytes.end());
     std::size_t done = 0;
     struct Erase {
         std::vector<U8>& in;
@@ -269,16 +273,14 @@ void Demuxer::receive(std::span<U8 const> bytes) {
         ~Erase() { in.erase(in.begin(), in.begin() + static_cast<std::ptrdiff_t>(done)); }
     } const erase{in_, done};
     while (in_.size() - done >= sizeof(U32) && !connectedNext_) {
-        U32 const size = In(std::span<U8 const>(in_).subspan(done)).nextU32();
+        std::span<U8 const> const rest = std::span<U8 const>(in_).subspan(done);
+        U32 const size = In(rest).nextU32();
         if (size < messageHeaderSize || size > maxMessageSize)
             Dunlin::fmthrow<AttrLogRecordException>(
                 "message of the attribute log: length {}, must be {} to {}", size,
                 messageHeaderSize, maxMessageSize);
-        if (in_.size() - done < size) break;
-        // Copied: a callback may bring more.
-        std::vector<U8> const message(in_.begin() + static_cast<std::ptrdiff_t>(done),
-                                      in_.begin() + static_cast<std::ptrdiff_t>(done + size));
-        handleMessage(message);
+        if (rest.size() < size) break;
+        handleMessage(rest.first(size));
         ++messagesReceived_;
         done += size;
     }

@@ -13,9 +13,9 @@
 
 #include <deque>
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
+#include <unordered_map>
 
 namespace Vomo::NboAttrLog {
 
@@ -57,7 +57,7 @@ private:
 
     unsigned busy_ = 0;
     std::vector<Demuxer*> members_;
-    std::map<Entity*, std::unique_ptr<EntityWatch>> watches_;
+    std::unordered_map<Entity*, std::unique_ptr<EntityWatch>> watches_;
 };
 
 // One connection. Not to be destroyed from within a callback of its tree.
@@ -159,11 +159,12 @@ private:
     std::size_t messageStart_ = 0;
     std::size_t messageSize_ = 0;
     std::vector<U8> in_;
+    std::vector<U8> inLater_; // came from within a callback
     U32 nextId_;     // the number of the next child that is announced here
     U32 peerNextId_; // and there: each side counts up
-    std::map<EntityId, std::unique_ptr<Sa>> adapters_;
-    std::map<Entity const*, EntityId> ids_;
-    std::map<EntityId, Ptr<Entity>> announced_; // by the peer, and not yet put anywhere
+    std::unordered_map<EntityId, std::unique_ptr<Sa>> adapters_;
+    std::unordered_map<Entity const*, EntityId> ids_;
+    std::unordered_map<EntityId, Ptr<Entity>> announced_; // by the peer, and not yet put anywhere
     String announcedName_; // the last type that was looked up
     VomoType announcedType_;
     std::deque<EntityId> waiting_;
