@@ -160,12 +160,12 @@ private:
     std::size_t messageSize_ = 0;
     std::vector<U8> in_;
     std::vector<U8> inLater_; // came from within a callback
-    U32 nextId_;     // the number of the next child that is announced here
-    U32 peerNextId_; // and there: each side counts up
+    U32 nextId_;              // the number of the next child that is announced here
+    U32 peerNextId_;          // and there: each side counts up
     std::unordered_map<EntityId, std::unique_ptr<Sa>> adapters_;
     std::unordered_map<Entity const*, EntityId> ids_;
     std::unordered_map<EntityId, Ptr<Entity>> announced_; // by the peer, and not yet put anywhere
-    String announcedName_; // the last type that was looked up
+    String announcedName_;                                // the last type that was looked up
     VomoType announcedType_;
     std::deque<EntityId> waiting_;
     std::size_t left_ = 0; // children that have left since the orphans were dropped

@@ -569,7 +569,7 @@ TEST(ReplicationOfTexts, OneThatIsTooLongIsNotSent) {
     auto const source = mfibDirFactory("source"), mirror = mfibDirFactory("mirror");
     Demuxer sourceEnd(Demuxer::Role::source, source), mirrorEnd(Demuxer::Role::mirror, mirror);
     L3::VrfName const vrf("red");
-    for (int round = 0; round < 2; ++round) { // by the resync, then as a change
+    for (U32 round = 0; round < 2; ++round) { // by the resync, then as a change
         source->dirCollIs(vrf)->briskUrlIs(std::string(round + (1U << 24), 'x'));
         if (round == 0) {
             mirrorEnd.connectedIs(true);
