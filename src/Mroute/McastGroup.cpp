@@ -94,21 +94,20 @@ void Request::portVlanIs(MrouteLib::PortVlan const& pv, bool value) {
     }
     notify(portVlanAttr, &pv);
 }
-void Request::removeMember(VomoPortVlan* node) {
+bool Request::removeMember(VomoPortVlan* node) {
     Vomo::Ptr<VomoPortVlan> const keep(node);
+    bool const old = node->value();
     portVlan_.memberDel(node);
     notify(portVlanAttr, &node->fwkKey());
+    return old;
 }
 bool Request::portVlanDel(MrouteLib::PortVlan const& pv) {
     VomoPortVlan* const node = portVlan_[pv];
-    if (node == nullptr) return false;
-    bool const old = node->value();
-    removeMember(node);
-    return old;
+    return node != nullptr && removeMember(node);
 }
 bool Request::portVlanDel(PortVlanIterator const& at) {
-    // An iterator may stand on a node that has left.
-    return at && portVlan_[at.key()] == at.node() && portVlanDel(MrouteLib::PortVlan(at.key()));
+    VomoPortVlan* const node = portVlan_.nodeAt(at);
+    return node != nullptr && removeMember(node);
 }
 void Request::portVlanDelAll() {
     for (PortVlanIterator at(&portVlan_); at; ++at) portVlanDel(at);

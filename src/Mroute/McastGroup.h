@@ -91,7 +91,7 @@ public:
         using RbTreeNode::RbTreeNode;
     };
     using PortVlanMap = Vomo::RbTreeMap<VomoPortVlan, MrouteLib::PortVlan, bool>;
-    using PortVlanIterator = PortVlanMap::IteratorConst;
+    using PortVlanIterator = PortVlanMap::Iterator;
     // What one connection has yet to send of a request.
     struct FlowOut : Vomo::NboAttrLog::FlowOut {
         bool hasDirtyCollKeys() const override { return vomoIsPortVlanDirty_.members() != 0; }
@@ -108,6 +108,7 @@ public:
     void portVlanIs(MrouteLib::PortVlan const& pv, bool value);
     // Returns the old value; false if it was no member.
     bool portVlanDel(MrouteLib::PortVlan const& pv);
+    // The same for the member on which a walk of `portVlan()` stands.
     bool portVlanDel(PortVlanIterator const& at);
     void portVlanDelAll();
     // Raised by the agent for each new version of the request.
@@ -126,7 +127,7 @@ public:
 private:
     friend EntityOf;
     friend Vomo::Describe<Request>;
-    void removeMember(VomoPortVlan* node);
+    bool removeMember(VomoPortVlan* node);
 
     GroupKey key_;
     PortVlanMap portVlan_;

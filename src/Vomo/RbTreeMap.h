@@ -115,14 +115,15 @@ public:
         }
         using NodeType = Node;
         explicit operator bool() const { return bool(current_); }
-        Node* node() const { return current_.ptr(); }
+        Node const* node() const { return current_.ptr(); }
         Key const& key() const { return current_->fwkKey(); }
         Value const& value() const { return current_->value(); }
-        BasicIteratorConst& operator++() {
+        BasicIteratorConst& operator++() noexcept {
             advance();
             return *this;
         }
-        void advance() {
+        // A comparison of keys must not raise.
+        void advance() noexcept {
             if (!current_) return;
             if (version_ == map_->version()) {
                 current_ = successor(current_.ptr());
@@ -133,11 +134,22 @@ public:
         }
 
     private:
+        friend RbTreeMap;
         RbTreeMap const* map_ = nullptr;
         Ptr<Node> current_;
         U32 version_ = 0;
     };
     using IteratorConst = BasicIteratorConst<ForwardDirection>;
+    // What mutators take; the right to write is that of who holds the map, see `nodeAt`.
+    using Iterator = IteratorConst;
+    using TIterator = IteratorConst;
+    // The node on which a walk of this map stands; null at the end and if the node has left.
+    Node* nodeAt(Iterator const& at) {
+        Node* const node = at.current_.ptr();
+        bool const in = node != nullptr && at.map_ == this &&
+                        (at.version_ == version() || (*this)[node->fwkKey()] == node);
+        return in ? node : nullptr;
+    }
     // The nodes, which may change meanwhile.
     auto begin() const { return StdIterator(IteratorConst(this)); }
     std::default_sentinel_t end() const { return {}; }

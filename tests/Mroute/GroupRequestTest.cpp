@@ -63,6 +63,15 @@ TEST(Request, EveryMutatorTellsOnceOrNotAtAll) {
                  Request::PortVlanIterator(&request->portVlan(), portVlan(2))));
          },
          {259}},
+        {"by an iterator whose member has left and come back",
+         [&] {
+             Request::PortVlanIterator const at(&request->portVlan(), portVlan(3));
+             EXPECT_TRUE(request->portVlanDel(at));
+             EXPECT_FALSE(request->portVlanDel(at));
+             request->portVlanIs(portVlan(3), true);
+             EXPECT_FALSE(request->portVlanDel(at));
+         },
+         {259, 259}},
         {"all go", [&] { request->portVlanDelAll(); }, {259, 259}},
     };
     for (auto const& row : rows) {

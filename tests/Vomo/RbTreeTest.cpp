@@ -37,8 +37,8 @@ struct Links {
     bool red() const { return (parent & 1) != 0; }
 };
 constexpr std::size_t valueOffset = 16, linksOffset = 24; // after table, count and key
-Links* linksOf(void* node) {
-    return reinterpret_cast<Links*>(static_cast<char*>(node) + linksOffset);
+Links const* linksOf(void const* node) {
+    return reinterpret_cast<Links const*>(static_cast<char const*>(node) + linksOffset);
 }
 
 // Checks colours, parents and the number of black nodes on each way down; returns that number.
@@ -54,9 +54,10 @@ int checkTree(Links const* at, Links const* parent) {
 void checkTree(Map const& map) {
     Map::IteratorConst const any(&map);
     if (!any) return;
-    ASSERT_EQ(reinterpret_cast<char const*>(&any.value()) - reinterpret_cast<char*>(any.node()),
+    ASSERT_EQ(reinterpret_cast<char const*>(&any.value()) -
+                  reinterpret_cast<char const*>(any.node()),
               valueOffset);
-    Links* root = linksOf(any.node());
+    Links const* root = linksOf(any.node());
     while (root->up() != nullptr) root = root->up();
     checkTree(root, nullptr);
 }
