@@ -4,6 +4,8 @@
 #include "Vomo/NboAttrLog.h"
 
 #include <cmath>
+#include <random>
+#include <set>
 
 namespace {
 
@@ -84,11 +86,33 @@ TEST(AttributeLog, BytesAreBigEndianAndReadBack) {
     EXPECT_THROW(in.nextU8(), AttrLogRecordException);
 }
 
+TEST(Hashes, EveryBitOfATextCounts) {
+    std::mt19937 random(7);
+    for (std::size_t size = 0; size <= 50; ++size) {
+        std::string text(size, 'x');
+        for (char& c : text) c = static_cast<char>(random());
+        std::set<U32> hashes{hashSingleAttr(0, text), hashSingleAttr(0, text + '\0')};
+        for (std::size_t bit = 0; bit < 8 * size; ++bit) {
+            text[bit / 8] = static_cast<char>(text[bit / 8] ^ 1 << bit % 8);
+            hashes.insert(hashSingleAttr(0, text));
+            text[bit / 8] = static_cast<char>(text[bit / 8] ^ 1 << bit % 8);
+        }
+        EXPECT_EQ(hashes.size(), 2 + 8 * size) << size;
+    }
+    std::set<U32> hashes; // of names as they occur: about one pair in 100,000 meets by chance
+    for (int i = 0; i < 50000; ++i) {
+        hashes.insert(hashSingleAttr(0, fmt::format("vrf-{:x}", i)));
+        hashes.insert(hashSingleAttr(0, fmt::format("Ethernet{}/{}", i / 100, i % 100)));
+    }
+    EXPECT_GT(hashes.size(), 100000U - 10);
+}
+
 TEST(Hashes, AreTheSameInEveryBuild) {
     EXPECT_EQ(hashSingleAttr(0, U16{7}), 3967593574U);
     EXPECT_EQ(hashSingleAttr(0, U32{7}), 4107123915U);
     EXPECT_EQ(hashSingleAttr(0, U64{7}), 2176694220U);
-    EXPECT_EQ(hashSingleAttr(0, std::string_view("default")), 406444630U);
+    EXPECT_EQ(hashSingleAttr(0, std::string_view("default")), 1703484673U);
+    EXPECT_EQ(hashSingleAttr(0, std::string_view("Ethernet12/1.4094")), 1143038841U);
     EXPECT_NE(hashSingleAttr(1, U32{7}), hashSingleAttr(0, U32{7}));
     Tumbrel::HashMix mix, same;
     mix.mixBytes8(0x0123456789abcdef);
