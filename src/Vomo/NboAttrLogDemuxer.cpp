@@ -82,6 +82,8 @@ void Demuxer::connect(bool connected) {
     waiting_.clear();
     in_.clear();
     inLater_.clear();
+    damaged_ = false;
+    raised_ = nullptr;
     out_.clear();
     sent_ = 0;
     connected_ = connected;
@@ -275,16 +277,20 @@ void Demuxer::receive(std::span<U8 const> bytes) {
     while (in_.size() - done >= sizeof(U32) && !connectedNext_) {
         std::span<U8 const> const rest = std::span<U8 const>(in_).subspan(done);
         U32 const size = In(rest).nextU32();
-        if (size < messageHeaderSize || size > maxMessageSize)
+        damaged_ = size < messageHeaderSize || size > maxMessageSize;
+        if (damaged_)
             Dunlin::fmthrow<AttrLogRecordException>(
                 "message of the attribute log: length {}, must be {} to {}", size,
                 messageHeaderSize, maxMessageSize);
         if (rest.size() < size) break;
+        damaged_ = true; // unless it can be read
         handleMessage(rest.first(size));
+        damaged_ = false;
         ++messagesReceived_;
         done += size;
     }
     dropOrphans();
+    if (raised_) std::rethrow_exception(std::exchange(raised_, nullptr));
 }
 
 void Demuxer::handleMessage(std::span<U8 const> message) {

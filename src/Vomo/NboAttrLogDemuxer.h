@@ -12,8 +12,10 @@
 #include "Vomo/NboAttrLogSa.h"
 
 #include <deque>
+#include <exception>
 #include <functional>
 #include <memory>
+#include <new>
 #include <optional>
 #include <unordered_map>
 
@@ -92,9 +94,12 @@ public:
 
     // Takes bytes of the peer, in pieces of any size. Raises AttrLogRecordException for a damaged
     // stream and TypeException for a child of a wrong type, with every entity as it was before the
-    // bad message; the connection is then of no use until it has been disconnected. From within a
-    // callback of the tree the bytes are only kept: `receive` of nothing goes on with them.
+    // bad message; the connection is then damaged, and of no use until it has been disconnected. What
+    // a notifiee of the tree raises first passes on when all the bytes have been applied, and harms
+    // nothing. From within a callback of the tree the bytes are only kept: `receive` of nothing goes
+    // on with them.
     void receive(std::span<U8 const> bytes);
+    bool damaged() const { return damaged_; }
 
     // Whether this source takes an attribute from a mirror that may only read; none without it.
     std::function<bool(Sa const&, U32 attrId)> allowWriteFromReadOnlyRemote;
@@ -124,6 +129,19 @@ public:
     Ptr<Entity> announcedTake(EntityId id);
     // What the peer has announced under that number is this entity here.
     void bind(EntityId id, Ptr<Entity> entity);
+    // Changes the tree for the peer by `mutate`. What a notifiee raises waits until all that came has
+    // been applied: the change stands, and what belongs to it has yet to be noted. Without memory there
+    // may be no change, and a resync has to make it.
+    template <class Mutate>
+    void apply(Mutate&& mutate) {
+        try {
+            mutate();
+        } catch (std::bad_alloc const&) {
+            throw;
+        } catch (...) {
+            if (!raised_) raised_ = std::current_exception();
+        }
+    }
 
 private:
     friend class ConnectionGroup;
@@ -160,8 +178,10 @@ private:
     std::size_t messageSize_ = 0;
     std::vector<U8> in_;
     std::vector<U8> inLater_; // came from within a callback
-    U32 nextId_;              // the number of the next child that is announced here
-    U32 peerNextId_;          // and there: each side counts up
+    bool damaged_ = false;
+    std::exception_ptr raised_; // by a notifiee
+    U32 nextId_;                // the number of the next child that is announced here
+    U32 peerNextId_;            // and there: each side counts up
     std::unordered_map<EntityId, std::unique_ptr<Sa>> adapters_;
     std::unordered_map<Entity const*, EntityId> ids_;
     std::unordered_map<EntityId, Ptr<Entity>> announced_; // by the peer, and not yet put anywhere

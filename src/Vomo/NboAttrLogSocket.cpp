@@ -33,8 +33,11 @@ sockaddr_un addressOf(std::string const& path) {
     return address;
 }
 
+int openSocket() {
+    return ::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+}
 int newSocket() {
-    int const fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    int const fd = openSocket();
     if (fd < 0) Dunlin::fmthrow<Dunlin::InvalidInitializeException>("no socket: {}", errorText());
     return fd;
 }
@@ -77,11 +80,12 @@ private:
     bool apply(std::span<U8 const> bytes) {
         try {
             connection_.receive(bytes);
-        } catch (Exception const& e) {
-            FMTRACE(handler(), 0, "attribute log: {}; the connection is closed", e.what());
-            return false;
+        } catch (std::exception const& e) {
+            FMTRACE(handler(), 0, "attribute log: {}{}", e.what(),
+                    connection_.damaged() ? "; the connection is closed"
+                                          : ", raised by a notifiee");
         }
-        return true;
+        return !connection_.damaged();
     }
     bool send() {
         while (connection_.waitingBytes() != 0) {
@@ -200,9 +204,10 @@ void SocketClient::retry() {
 
 void SocketClient::connect() {
     sockaddr_un const address = addressOf(path_);
-    int const fd = newSocket();
-    if (::connect(fd, reinterpret_cast<sockaddr const*>(&address), sizeof address) != 0) {
-        ::close(fd);
+    int const fd = openSocket();
+    if (fd < 0) FMTRACE(handler(), 0, "attribute log: no socket for {}: {}", path_, errorText());
+    if (fd < 0 || ::connect(fd, reinterpret_cast<sockaddr const*>(&address), sizeof address) != 0) {
+        if (fd >= 0) ::close(fd);
         retry();
         return;
     }

@@ -178,13 +178,15 @@ void applyChild(Sa& sa, Row const& row, void const* key, In* in) {
         // One that was there before they connected stays the same object.
         if (present && !(present->fwkType() == made->fwkType())) {
             StreamAdapterIsActiveAnchor const anchor(sa, row, key);
-            coll.del(sa.object(), key);
+            demuxer.apply([&] { coll.del(sa.object(), key); });
             demuxer.childLeft();
             present = Ptr<Entity>(find());
         }
         if (!present) {
             StreamAdapterIsActiveAnchor const anchor(sa, row, key);
-            if (!coll.enter(sa.object(), row.number, made.ptr(), key))
+            bool isItsKey = true;
+            demuxer.apply([&] { isItsKey = coll.enter(sa.object(), row.number, made.ptr(), key); });
+            if (!isItsKey)
                 Dunlin::fmthrow<AttrLogRecordException>(
                     "attribute log: entity {} is put under a key that is not its own",
                     static_cast<U32>(id));
@@ -259,7 +261,7 @@ bool handleAttrTransaction(Sa* sa, std::span<Row const> rows, U32 attrId, U32 ki
         for (void const* key; (key = coll.iterKey(iterator)) != nullptr; coll.iterInc(iterator))
             if (coll.isMarked(sa->object(), key)) {
                 StreamAdapterIsActiveAnchor const anchor(*sa, *row, key);
-                coll.del(sa->object(), key);
+                sa->streamDemuxer().apply([&] { coll.del(sa->object(), key); });
                 if (coll.child != nullptr) sa->streamDemuxer().childLeft();
             }
         coll.iterDel(iterator);
@@ -273,11 +275,13 @@ void handleAttrDeserialization(Sa* sa, std::span<Row const> rows, S32 attrId, In
     Row const* const row = rowOf(rows, number);
     if (row == nullptr || (attrId < 0 && row->collection == nullptr))
         sa->doBaseVomoNboAttrLogSaMsg(attrId);
+    Demuxer& demuxer = sa->streamDemuxer();
     if (row->collection == nullptr) {
         ReadValue const value(*row->type, in);
         checkAllRead(*in);
         StreamAdapterIsActiveAnchor const anchor(*sa, *row, nullptr);
-        row->op(nullptr, sa->object(), AttributeOp::set, value.get(), nullptr);
+        demuxer.apply(
+            [&] { row->op(nullptr, sa->object(), AttributeOp::set, value.get(), nullptr); });
         return;
     }
     CollectionOps const& coll = *row->collection;
@@ -286,8 +290,8 @@ void handleAttrDeserialization(Sa* sa, std::span<Row const> rows, S32 attrId, In
         if (coll.child != nullptr) in->nextU16(); // whether another one follows: it comes by itself
         checkAllRead(*in);
         StreamAdapterIsActiveAnchor const anchor(*sa, *row, key.get());
-        coll.del(sa->object(), key.get());
-        if (coll.child != nullptr) sa->streamDemuxer().childLeft();
+        demuxer.apply([&] { coll.del(sa->object(), key.get()); });
+        if (coll.child != nullptr) demuxer.childLeft();
     } else if (coll.child != nullptr) {
         applyChild(*sa, *row, key.get(), in);
     } else {
@@ -295,7 +299,7 @@ void handleAttrDeserialization(Sa* sa, std::span<Row const> rows, S32 attrId, In
             coll.value == nullptr ? nullptr : new ReadValue(*coll.value, in));
         checkAllRead(*in);
         StreamAdapterIsActiveAnchor const anchor(*sa, *row, key.get());
-        coll.set(sa->object(), key.get(), value ? value->get() : nullptr);
+        demuxer.apply([&] { coll.set(sa->object(), key.get(), value ? value->get() : nullptr); });
         coll.unmark(sa->object(), key.get());
     }
 }

@@ -126,4 +126,27 @@ TEST(AttrLogSocket, AClientWaitsForADescriptor) {
     ::close(client);
 }
 
+// A client has none: it tries again until it has.
+TEST(AttrLogSocket, AClientWithoutADescriptorTriesAgain) {
+#if defined(CAIRN_SANITIZED)
+    GTEST_SKIP()
+        << "a sanitizer looks at objects through a pipe, and would find no descriptors for it";
+#endif
+    std::string const path = fmt::format("/tmp/attrlog-none-{}.socket", ::getpid());
+    Dunlin::TaskSchedulerRoot loop;
+    SocketServer const server(loop, path, configFactory("source"));
+    rlimit before, none;
+    ::getrlimit(RLIMIT_NOFILE, &before);
+    none = before;
+    none.rlim_cur = 0;
+    ::setrlimit(RLIMIT_NOFILE, &none);
+    SocketClient const client(loop, path, configFactory("mirror"), 0.01);
+    for (int i = 0; i < 5; ++i) loop.runOnce(0.02);
+    EXPECT_FALSE(client.connected());
+    ::setrlimit(RLIMIT_NOFILE, &before);
+    for (double const end = loop.now() + 20; server.clients() == 0 && loop.now() < end;)
+        loop.runOnce(0.05);
+    EXPECT_TRUE(client.connected());
+}
+
 } // namespace

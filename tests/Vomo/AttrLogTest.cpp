@@ -479,6 +479,42 @@ TEST_F(Replication, MirrorsOfOneSourceHearTheSame) {
 }
 
 // Cuts its connection when it hears of a certain request.
+// Raises for every change of a config and of its requests.
+struct Raising : Vomo::PtrInterface::NotifieeConst {
+    explicit Raising(Config* c) : config(c) { notifierIs(c); }
+    explicit Raising(Request* r) { notifierIs(r); }
+    void onAttribute(U32 attrId, void const* key) override {
+        if (config != nullptr)
+            if (auto const request = config->request(*static_cast<GroupKey const*>(key)))
+                below.push_back(std::make_unique<Raising>(request.ptr()));
+        throw std::runtime_error(fmt::format("about {}", attrId));
+    }
+    Config* config = nullptr;
+    std::vector<std::unique_ptr<Raising>> below;
+};
+
+TEST_F(Replication, AMirrorFollowsThoughItsNotifieesRaise) {
+    for (int i = 0; i < 200; ++i) {
+        change(*source);
+        change(*mirror);
+    }
+    Raising const raising(mirror.ptr());
+    connect();
+    int raised = 0;
+    for (int round = 0; round < 200; ++round) {
+        for (std::size_t n; (n = sourceEnd.waitingBytes()) != 0; sourceEnd.consumed(n)) try {
+                mirrorEnd.receive(sourceEnd.waiting());
+            } catch (std::runtime_error const&) {
+                ++raised;
+            }
+        EXPECT_FALSE(mirrorEnd.damaged());
+        ASSERT_EQ(content(*mirror), content(*source)) << round;
+        for (int i = 0; i < 5; ++i) change(*source);
+    }
+    EXPECT_GT(raised, 100);
+    EXPECT_EQ(sourceEnd.messagesReceived(), 0U);
+}
+
 struct Cutting : Vomo::PtrInterface::NotifieeConst {
     Cutting(Config* c, Demuxer& d) : demuxer(d) { notifierIs(c); }
     void onAttribute(U32, void const* key) override {
