@@ -75,8 +75,11 @@ std::string KernelNamespace::missing() {
     std::string const probe = fmt::format("cairn-probe-{}", ::getpid());
     if (runProgram({"ip", "netns", "add", probe}, "/dev/null") != 0)
         return "needs network namespaces, which this system does not allow";
+    // A chroot, or a container without the right to mount.
+    bool const enters =
+        runProgram({"ip", "netns", "exec", probe, "true"}, "/dev/null", "", "/dev/null") == 0;
     runProgram({"ip", "netns", "del", probe});
-    return {};
+    return enters ? "" : "needs to enter network namespaces, which this system does not allow";
 }
 
 KernelNamespace::KernelNamespace(unsigned routes) {
