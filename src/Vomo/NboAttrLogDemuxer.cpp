@@ -63,6 +63,7 @@ Demuxer::Demuxer(Role role, Ptr<Entity> root, bool readOnlyRemote, ConnectionGro
 }
 
 Demuxer::~Demuxer() {
+    PLAINASSERT(!group_.isBusy(), "!group_.isBusy()");
     connect(false);
     std::erase(group_.members_, this);
 }
@@ -75,7 +76,7 @@ void Demuxer::connectedIs(bool connected) {
 
 void Demuxer::connect(bool connected) {
     while (!adapters_.empty()) retire(adapters_.begin()->first);
-    announced_.clear();
+    announced_ = nullptr;
     announcedName_ = {};
     announcedType_ = {};
     left_ = 0;
@@ -83,6 +84,7 @@ void Demuxer::connect(bool connected) {
     in_.clear();
     inLater_.clear();
     damaged_ = false;
+    synced_ = false;
     raised_ = nullptr;
     out_.clear();
     sent_ = 0;
@@ -92,7 +94,7 @@ void Demuxer::connect(bool connected) {
     if (role_ == Role::mirror) std::swap(nextId_, peerNextId_);
     if (!connected) return;
     if (role_ == Role::mirror) {
-        bind(rootId, root_);
+        bind(rootId, root_, true);
         return;
     }
     wait(adapterNew(root_, rootId, 0));
@@ -106,7 +108,7 @@ void Demuxer::settle() {
 }
 
 void Demuxer::budgetIs(std::size_t bytes) {
-    budget_ = bytes;
+    budget_ = std::max<std::size_t>(bytes, 1);
     flow();
 }
 
@@ -125,11 +127,12 @@ Sa& Demuxer::adapterNew(Ptr<Entity> entity, EntityId id, U32 lastSynced) {
 }
 
 // An entity that the peer has announced: what it holds is known there.
-void Demuxer::bind(EntityId id, Ptr<Entity> entity) {
+void Demuxer::bind(EntityId id, Ptr<Entity> entity, bool wasThere) {
+    // Both sides may have made the child and numbered it. The source's number holds, and what it sends
+    // of the child; so it does not listen to the other number. Its own may have yet to come.
+    if (wasThere && role_ == Role::source) return;
     if (auto const known = ids_.find(entity.ptr()); known != ids_.end()) {
-        // Both sides may have made the child and numbered it. The source's number holds, and what it
-        // sends of the child; so it does not listen to the other number.
-        if (known->second == id || role_ == Role::source) return;
+        if (known->second == id) return;
         retire(known->second);
     }
     adapterNew(std::move(entity), id, std::numeric_limits<U32>::max());
@@ -157,18 +160,14 @@ Sa* Demuxer::adapterIfAny(Entity const* entity) const {
 
 Entity* Demuxer::entityOf(EntityId id) const {
     if (auto const at = adapters_.find(id); at != adapters_.end()) return at->second->entity();
-    if (auto const at = announced_.find(id); at != announced_.end()) return at->second.ptr();
+    if (announced_ && announcedId_ == id) return announced_.ptr();
     if (!wasAnnounced(id))
         Dunlin::fmthrow<AttrLogRecordException>("attribute log: entity {} was never announced",
                                                 static_cast<U32>(id));
     return nullptr;
 }
 Ptr<Entity> Demuxer::announcedTake(EntityId id) {
-    auto const at = announced_.find(id);
-    if (at == announced_.end()) return {};
-    Ptr<Entity> entity = at->second;
-    announced_.erase(at);
-    return entity;
+    return announcedId_ == id ? std::exchange(announced_, nullptr) : nullptr;
 }
 
 // What has left its parent is of no concern any more, with all below it. Called when no adapter is at
@@ -254,7 +253,14 @@ void Demuxer::flow() {
             sa.waiting = false;
             waiting_.pop_front(); // others were only added behind
         }
-        if (waitingBytes() == 0) dropOrphans();
+        if (role_ == Role::source && connected_ && !synced_ && waiting_.empty() &&
+            continueFlowOut()) {
+            begin(rootId, 0, MessageFlag::synced, 0);
+            commit();
+            synced_ = true;
+        }
+        // A queue may never be empty: what has left is not kept for long.
+        if (waitingBytes() == 0 || left_ > 64 + adapters_.size() / 2) dropOrphans();
     }
 }
 
@@ -299,6 +305,7 @@ void Demuxer::handleMessage(std::span<U8 const> message) {
     S32 const attrId = in.nextS32();
     U8 const flags = in.nextU8();
     if (flags == MessageFlag::announcement && attrId == 0) return handleAnnouncement(id, in);
+    if (flags == MessageFlag::synced && attrId == 0) return handleSynced(id, in);
     auto const mark = static_cast<U8>(flags & ~MessageFlag::resumed);
     bool const isMark = mark == MessageFlag::beginMark || mark == MessageFlag::endMark;
     if (!isMark && flags != 0 && flags != MessageFlag::inCollection)
@@ -310,7 +317,7 @@ void Demuxer::handleMessage(std::span<U8 const> message) {
         // message.
         if (attrId > 0 && flags == MessageFlag::inCollection && in.remaining() > sizeof(U32)) {
             in.take(in.remaining() - sizeof(U32));
-            announced_.erase(in.peekEntityId());
+            announcedTake(in.peekEntityId());
         }
         return;
     }
@@ -331,8 +338,21 @@ void Demuxer::handleMessage(std::span<U8 const> message) {
     sa.stream().doHandleAttrDeserialization(&sa, attrId, &in);
 }
 
-// The entity is made, and waits to be put somewhere.
+void Demuxer::handleSynced(EntityId id, In& in) {
+    checkAllRead(in);
+    if (role_ == Role::source || id != rootId)
+        Dunlin::fmthrow<AttrLogRecordException>(
+            "attribute log: entity {} is said to be synced by one who cannot say so",
+            static_cast<U32>(id));
+    if (!std::exchange(synced_, true) && onSynced) apply(onSynced);
+}
+
+// The entity is made, and waits for the next message to put it somewhere.
 void Demuxer::handleAnnouncement(EntityId id, In& in) {
+    if (announced_)
+        Dunlin::fmthrow<AttrLogRecordException>(
+            "attribute log: entity {} is announced while {} has no place", static_cast<U32>(id),
+            static_cast<U32>(announcedId_));
     if (id != EntityId{peerNextId_})
         Dunlin::fmthrow<AttrLogRecordException>(
             "attribute log: entity {} is announced, the next is {}", static_cast<U32>(id),
@@ -356,7 +376,8 @@ void Demuxer::handleAnnouncement(EntityId id, In& in) {
         throw AttrLogRecordException(std::string("attribute log: ") + ex.what());
     }
     checkAllRead(in);
-    announced_[id] = entity;
+    announcedId_ = id;
+    announced_ = entity;
     ++peerNextId_;
 }
 

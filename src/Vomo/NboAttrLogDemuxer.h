@@ -22,7 +22,8 @@
 namespace Vomo::NboAttrLog {
 
 namespace MessageFlag {
-constexpr U8 inCollection = 1, beginMark = 2, endMark = 4, resumed = 8, announcement = 16;
+constexpr U8 inCollection = 1, beginMark = 2, endMark = 4, resumed = 8, announcement = 16,
+             synced = 32;
 }
 constexpr U32 messageHeaderSize = 13;
 constexpr U32 maxMessageSize = 1U << 24;
@@ -62,7 +63,8 @@ private:
     std::unordered_map<Entity*, std::unique_ptr<EntityWatch>> watches_;
 };
 
-// One connection. Not to be destroyed from within a callback of its tree.
+// One connection. Not to be destroyed from within a callback of its tree: `connectedIs(false)` does what
+// can be done there.
 class Demuxer {
 public:
     enum class Role { source, mirror };
@@ -79,8 +81,13 @@ public:
     // entities stay as they are.
     void connectedIs(bool connected);
     bool connected() const { return connected_; }
-    // How many bytes may wait for the peer before walks stop; 64 KiB at first. A message that has
-    // begun is always finished.
+    // Of a mirror: all that the source held when they connected has come. What a mirror changes before
+    // that may be lost: the resync says what was there before it.
+    bool synced() const { return synced_; }
+    // Called from within `receive` when that comes true.
+    std::function<void()> onSynced;
+    // How many bytes may wait for the peer before walks stop, at least 1; 64 KiB at first. A message
+    // that has begun is always finished.
     void budgetIs(std::size_t bytes);
     bool continueFlowOut() const { return waitingBytes() < budget_; }
     std::size_t waitingBytes() const { return out_.size() - sent_; }
@@ -127,8 +134,8 @@ public:
     Entity* entityOf(EntityId id) const;
     // Takes an entity that the peer has announced, to be put somewhere; null if it is not one.
     Ptr<Entity> announcedTake(EntityId id);
-    // What the peer has announced under that number is this entity here.
-    void bind(EntityId id, Ptr<Entity> entity);
+    // What the peer has announced under that number is this entity here; `wasThere` before that.
+    void bind(EntityId id, Ptr<Entity> entity, bool wasThere);
     // Changes the tree for the peer by `mutate`. What a notifiee raises waits until all that came has
     // been applied: the change stands, and what belongs to it has yet to be noted. Without memory there
     // may be no change, and a resync has to make it.
@@ -152,6 +159,7 @@ private:
     // Sends what waits for room, as long as there is room.
     void flow();
     void handleMessage(std::span<U8 const> message);
+    void handleSynced(EntityId id, In& in);
     void handleAnnouncement(EntityId id, In& in);
     Sa& adapterNew(Ptr<Entity> entity, EntityId id, U32 lastSynced);
     void dropOrphans();
@@ -179,13 +187,15 @@ private:
     std::vector<U8> in_;
     std::vector<U8> inLater_; // came from within a callback
     bool damaged_ = false;
+    bool synced_ = false;       // of a source: it has said so
     std::exception_ptr raised_; // by a notifiee
     U32 nextId_;                // the number of the next child that is announced here
     U32 peerNextId_;            // and there: each side counts up
     std::unordered_map<EntityId, std::unique_ptr<Sa>> adapters_;
     std::unordered_map<Entity const*, EntityId> ids_;
-    std::unordered_map<EntityId, Ptr<Entity>> announced_; // by the peer, and not yet put anywhere
-    String announcedName_;                                // the last type that was looked up
+    EntityId announcedId_{}; // by the peer, and not yet put anywhere
+    Ptr<Entity> announced_;  // null if none is
+    String announcedName_;   // the last type that was looked up
     VomoType announcedType_;
     std::deque<EntityId> waiting_;
     std::size_t left_ = 0; // children that have left since the orphans were dropped

@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <system_error>
 #include <unistd.h>
@@ -84,6 +85,8 @@ private:
             FMTRACE(handler(), 0, "attribute log: {}{}", e.what(),
                     connection_.damaged() ? "; the connection is closed"
                                           : ", raised by a notifiee");
+        } catch (...) {
+            FMTRACE(handler(), 0, "attribute log: a notifiee raised what is no exception");
         }
         return !connection_.damaged();
     }
@@ -134,8 +137,10 @@ SocketServer::SocketServer(Dunlin::TaskSchedulerRoot& loop, std::string path, Pt
     bool bound = ::bind(fd_, where, sizeof address) == 0;
     if (!bound && errno == EADDRINUSE) {
         // Nobody listens at a socket that is left over.
+        struct stat file {};
         int const probe = newSocket();
-        bool const dead = ::connect(probe, where, sizeof address) != 0 && errno == ECONNREFUSED;
+        bool const dead = ::lstat(path_.c_str(), &file) == 0 && S_ISSOCK(file.st_mode) &&
+                          ::connect(probe, where, sizeof address) != 0 && errno == ECONNREFUSED;
         ::close(probe);
         errno = EADDRINUSE;
         if (dead && ::unlink(path_.c_str()) == 0) bound = ::bind(fd_, where, sizeof address) == 0;

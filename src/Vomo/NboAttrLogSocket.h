@@ -7,7 +7,7 @@
 namespace Vomo::NboAttrLog {
 
 // Serves `root` at a socket of the file system; each client has a connection of its own. All calls
-// come from the loop's thread.
+// come from the loop's thread. Not to be destroyed from within a callback of the tree, but by a task.
 class SocketServer {
 public:
     // Raises Dunlin::InvalidInitializeException if the path cannot be bound. A socket that a dead
@@ -37,7 +37,8 @@ private:
     std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };
 
-// Keeps `root` a mirror of what a server serves; connects again when it was cut off.
+// Keeps `root` a mirror of what a server serves; connects again when it was cut off. Not to be
+// destroyed from within a callback of the tree, but by a task.
 class SocketClient {
 public:
     SocketClient(Dunlin::TaskSchedulerRoot& loop, std::string path, Ptr<Entity> root,
@@ -46,6 +47,10 @@ public:
     SocketClient(SocketClient const&) = delete;
     SocketClient& operator=(SocketClient const&) = delete;
     bool connected() const { return pump_ != nullptr; }
+    // All that the server held when they connected has come; what is changed here before may be lost.
+    bool synced() const { return connection_.synced(); }
+    // Called each time that comes true.
+    void onSyncedIs(std::function<void()> f) { connection_.onSynced = std::move(f); }
     // How often it has connected.
     unsigned connections() const { return connections_; }
 

@@ -171,6 +171,7 @@ void applyChild(Sa& sa, Row const& row, void const* key, In* in) {
     Ptr<Entity> present(find());
     Ptr<Entity> const made = demuxer.announcedTake(id);
     if (!made) { // stands somewhere: here, or the message is wrong
+        if (announced->parent() == nullptr) return; // has gone here, too
         if (announced != present.ptr())
             Dunlin::fmthrow<AttrLogRecordException>(
                 "attribute log: entity {} is put under another key", static_cast<U32>(id));
@@ -182,7 +183,8 @@ void applyChild(Sa& sa, Row const& row, void const* key, In* in) {
             demuxer.childLeft();
             present = Ptr<Entity>(find());
         }
-        if (!present) {
+        bool const wasThere = bool(present);
+        if (!wasThere) {
             StreamAdapterIsActiveAnchor const anchor(sa, row, key);
             bool isItsKey = true;
             demuxer.apply([&] { isItsKey = coll.enter(sa.object(), row.number, made.ptr(), key); });
@@ -193,7 +195,7 @@ void applyChild(Sa& sa, Row const& row, void const* key, In* in) {
             if (find() != made.ptr()) return; // a notifiee has removed it again
             present = made;
         }
-        demuxer.bind(id, present);
+        demuxer.bind(id, present, wasThere);
     }
     coll.unmark(sa.object(), key);
 }

@@ -5,6 +5,7 @@
 #include "Vomo/NboAttrLogSocket.h"
 
 #include <csignal>
+#include <fstream>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -124,6 +125,18 @@ TEST(AttrLogSocket, AClientWaitsForADescriptor) {
         loop.runOnce(0.05);
     EXPECT_EQ(server.clients(), 1U);
     ::close(client);
+}
+
+TEST(AttrLogSocket, AFileThatIsNoSocketStays) {
+    std::string const path = fmt::format("/tmp/attrlog-file-{}", ::getpid());
+    std::ofstream(path) << "kept";
+    Dunlin::TaskSchedulerRoot loop;
+    EXPECT_THROW(SocketServer(loop, path, configFactory("source")),
+                 Dunlin::InvalidInitializeException);
+    std::string text;
+    std::ifstream(path) >> text;
+    EXPECT_EQ(text, "kept");
+    ::unlink(path.c_str());
 }
 
 // A client has none: it tries again until it has.
