@@ -68,7 +68,11 @@ int main(int argc, char** argv) {
             Printer printer;
             printer.config = config;
             printer.notifierIs(config.ptr());
-            Vomo::NboAttrLog::SocketClient const client(loop, argv[2], config);
+            Vomo::NboAttrLog::SocketClient client(loop, argv[2], config);
+            client.onSyncedIs([&] {
+                fmt::print("synced: {} requests\n", config->request().members());
+                std::fflush(stdout);
+            });
             loop.run();
         }
     } catch (std::exception const& e) {
