@@ -2,6 +2,7 @@
 
 #include "Dunlin/Trace.h"
 #include "Dunlin/Util.h"
+#include "Kelpie/IntfId.h"
 
 #include <cerrno>
 #include <charconv>
@@ -51,9 +52,10 @@ void NamesFile::follow() {
 }
 
 // Takes over the whole lines behind `offset_`. A line without its end is being written, or its
-// writer died: it is left for later. A line that is none is passed over. False if the file could not
-// be read to its end.
-bool NamesFile::readFrom(int fd) {
+// writer died: it is left for later. So is, unless the file is locked, one that ends before the length
+// that it tells: the line's end may be of the name. What stands behind it is taken all the same. A line
+// that is none is passed over. False if the file could not be read to its end.
+bool NamesFile::readFrom(int fd, bool isLocked) {
     struct stat status {};
     if (::fstat(fd, &status) != 0) return false;
     auto const size = static_cast<U64>(status.st_size);
@@ -72,6 +74,7 @@ bool NamesFile::readFrom(int fd) {
         filled += static_cast<std::size_t>(got);
     }
     std::string_view rest = text;
+    std::size_t left = text.npos; // where the first line begins that is left for later
     while (rest.find('\n') != rest.npos) {
         U64 word = 0;
         std::size_t length = 0;
@@ -80,9 +83,15 @@ bool NamesFile::readFrom(int fd) {
             rest.data(), rest.data() + std::min<std::size_t>(16, rest.size()), word, 16);
         auto const second = std::from_chars(std::min(first.ptr + 1, end), end, length);
         auto const head = static_cast<std::size_t>(second.ptr - rest.data()) + 1;
-        if (first.ptr != rest.data() + 16 || second.ec != std::errc() || head > rest.size() ||
-            length >= rest.size() - head || rest[head + length] != '\n') {
-            FMTRACE(handler(), 0, "{}: no name: {:?}", path_, rest.substr(0, rest.find('\n')));
+        bool const isHead =
+            first.ptr == rest.data() + 16 && second.ec == std::errc() && head <= rest.size();
+        bool const isWhole = isHead && length < rest.size() - head;
+        if (!isWhole || rest[head + length] != '\n') {
+            bool const isBegun = isHead && !isWhole && length <= IntfId::maxLength && !isLocked;
+            if (isBegun)
+                left = std::min(left, text.size() - rest.size());
+            else if (left == text.npos) // of what is left is told when it is read again
+                FMTRACE(handler(), 0, "{}: no name: {:?}", path_, rest.substr(0, rest.find('\n')));
             rest.remove_prefix(rest.find('\n') + 1);
             continue;
         }
@@ -91,7 +100,7 @@ bool NamesFile::readFrom(int fd) {
         names_.emplace(word, std::move(name));
         rest.remove_prefix(head + length + 1);
     }
-    offset_ += text.size() - rest.size();
+    offset_ += std::min(left, text.size() - rest.size());
     return true;
 }
 
@@ -103,7 +112,7 @@ U64 NamesFile::append(std::string_view name, U64 proposed, U64 form) {
     bool written = false;
     U64 word = proposed;
     if (file.fd() >= 0 && ::flock(file.fd(), LOCK_EX) == 0) {
-        bool const isRead = readFrom(file.fd());
+        bool const isRead = readFrom(file.fd(), true);
         if (auto const known = words_.find(std::string(name)); known != words_.end())
             return known->second;
         while (names_.contains(word)) word = (word + 1) | form;
@@ -129,7 +138,7 @@ U64 NamesFile::wordOf(std::string_view name, U64 proposed, U64 form) {
     if (auto const known = words_.find(std::string(name)); known != words_.end())
         return known->second;
     if (File const file(path_, O_RDONLY); file.fd() >= 0) {
-        readFrom(file.fd());
+        readFrom(file.fd(), false);
         if (auto const known = words_.find(std::string(name)); known != words_.end())
             return known->second;
     }
@@ -141,7 +150,7 @@ std::string NamesFile::nameOf(U64 word) {
     follow();
     auto known = names_.find(word);
     if (known == names_.end()) {
-        if (File const file(path_, O_RDONLY); file.fd() >= 0) readFrom(file.fd());
+        if (File const file(path_, O_RDONLY); file.fd() >= 0) readFrom(file.fd(), false);
         known = names_.find(word);
     }
     return known == names_.end() ? std::string() : known->second;

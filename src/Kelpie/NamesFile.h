@@ -27,7 +27,7 @@ public:
 
 private:
     void follow();
-    bool readFrom(int fd);
+    bool readFrom(int fd, bool isLocked);
     U64 append(std::string_view name, U64 proposed, U64 form);
 
     std::mutex mutex_;

@@ -19,7 +19,7 @@ namespace L3 {
 
 // The network namespace of a VRF is named by this and the VRF's name. Each source file has its own,
 // made before the file's module registers: whoever reads the types from then on can name namespaces.
-static Vomo::String const netnsPrefix("ns-");
+[[maybe_unused]] static Vomo::String const netnsPrefix("ns-");
 
 // At most 100 bytes; a longer name raises RangeException "Vomo::String::bytes > maxLength() not
 // allowed". Empty by default. Text: quoted.
@@ -33,8 +33,8 @@ public:
     VrfName(Vomo::NboAttrLog::In* in, Vomo::StreamBogon);
 
     Vomo::String const& stringValue() const { return name_; }
-    // The network namespace of the VRF.
-    Vomo::String netnsName() const { return netnsPrefix + name_; }
+    // The network namespace of the VRF; before any static object is made, too.
+    Vomo::String netnsName() const { return "ns-" + name_; }
     U32 hash(U32 seed) const;
 
     friend bool operator==(VrfName const& a, VrfName const& b) { return a.name_ == b.name_; }

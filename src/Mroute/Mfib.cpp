@@ -95,6 +95,7 @@ Kelpie::IpGenAddr RouteKey::evpnTepIp() const {
 
 Vomo::String RouteKey::pretty() const {
     RouteKeyType const type = kind();
+    PLAINASSERT(type <= RouteKeyType::mroute, "0 && \"Unexpected RouteKey type\"");
     if (type != RouteKeyType::mroute) return prettyFlood(*this, type);
     if (s_.len() == 0) return fmt::format("(*,{})", g_.address());
     auto const text = [](Kelpie::Prefix p) {

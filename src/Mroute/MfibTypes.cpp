@@ -1,6 +1,7 @@
 #include "Mroute/MfibTypes.h"
 
 #include "Mroute/RouteKeyBits.h"
+#include "Vomo/PlacedRangeException.h"
 #include "Vomo/Record.h"
 
 #include <ostream>
@@ -70,7 +71,7 @@ struct Vomo::Describe<Routing::Multicast::Fib::RouteKey> {
     static constexpr auto attributes = rows({
         mutates<&T::s_>(2, "s"),
         mutates<&T::g_>(3, "g"),
-        derived<&T::hash>(4, "hash"),
+        function<&T::hash>(4, "hash"),
         function<&T::pretty>(5, "pretty"),
         function<&T::kind>(6, "kind"),
         function<&T::vlanId>(7, "vlanId"),
@@ -253,9 +254,9 @@ IpGenRouteKey makeRouteKeyMroute(Kelpie::Prefix const& s, Kelpie::Prefix const& 
 
 IpGenRouteKey::IpGenRouteKey(RouteKey const& key) : s_(key.s()), g_(key.g()) {}
 IpGenRouteKey::IpGenRouteKey(Vomo::CharRange& range) {
-    s_ = Vomo::deserializeAttr<Kelpie::IpGenPrefix>(range, "s");
+    s_ = Vomo::deserializePlacedAttr<Kelpie::IpGenPrefix>(range, "s");
     range.needString(",");
-    g_ = Vomo::deserializeAttr<Kelpie::IpGenPrefix>(range, "g");
+    g_ = Vomo::deserializePlacedAttr<Kelpie::IpGenPrefix>(range, "g");
 }
 
 IpGenRouteKey sequenceToValue(Vomo::CharRange& range, IpGenRouteKey*) {
@@ -273,6 +274,7 @@ std::ostream& operator<<(std::ostream& stream, IpGenRouteKey const* v) {
 
 Vomo::String IpGenRouteKey::pretty() const {
     RouteKeyType const type = kind();
+    PLAINASSERT(type <= RouteKeyType::mroute, "0 && \"Unexpected RouteKey type\"");
     if (type != RouteKeyType::mroute) return prettyFlood(*this, type);
     if (s_.len() == 0) return fmt::format("(*,{})", g_.address());
     auto const text = [](Kelpie::IpGenPrefix const& p) {

@@ -399,9 +399,9 @@ struct TypeImpl {
         else
             return newEntity<T>(Argument(in, StreamBogon{}));
     }
-    // `to` is a Ptr<Entity>.
+    // `to` is room for a Ptr<Entity>.
     static void genericIfConstructFromCtorArgs(void* to, void* const* args) {
-        *static_cast<Ptr<Entity>*>(to) = newEntity<T>(*static_cast<Argument const*>(args[0]));
+        new (to) Ptr<Entity>(newEntity<T>(*static_cast<Argument const*>(args[0])));
     }
     // `object` is the entity as Entity.
     static U32 genericIfAttributeOp(void* out, void* object, VomoAttr attr, AttributeOp op, void* a,

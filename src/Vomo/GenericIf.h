@@ -41,28 +41,28 @@ U32 flagSetHash(U8 bits);
 template <class T>
 U32 typeOp(void* out, void const* object, AttributeOp op, void const* other) {
     [[maybe_unused]] auto const& a = *static_cast<T const*>(object);
-    [[maybe_unused]] auto const& b = *static_cast<T const*>(other);
+    [[maybe_unused]] auto const* const b = static_cast<T const*>(other); // null of unary operators
     switch (op) {
     case AttributeOp::truth:
         if constexpr (requires { a.operator bool(); }) return Impl::store(out, bool(a)), 0;
         break;
     case AttributeOp::equal:
-        if constexpr (requires { bool(a == b); }) return Impl::store(out, bool(a == b)), 0;
+        if constexpr (requires { bool(a == *b); }) return Impl::store(out, bool(a == *b)), 0;
         break;
     case AttributeOp::less:
-        if constexpr (requires { bool(a < b); }) return Impl::store(out, bool(a < b)), 0;
+        if constexpr (requires { bool(a < *b); }) return Impl::store(out, bool(a < *b)), 0;
         break;
     case AttributeOp::andNot:
-        if constexpr (requires { T(a - b); }) return Impl::store(out, T(a - b)), 0;
+        if constexpr (requires { T(a - *b); }) return Impl::store(out, T(a - *b)), 0;
         break;
     case AttributeOp::bitAnd:
-        if constexpr (requires { T(a & b); }) return Impl::store(out, T(a & b)), 0;
+        if constexpr (requires { T(a & *b); }) return Impl::store(out, T(a & *b)), 0;
         break;
     case AttributeOp::bitOr:
-        if constexpr (requires { T(a | b); }) return Impl::store(out, T(a | b)), 0;
+        if constexpr (requires { T(a | *b); }) return Impl::store(out, T(a | *b)), 0;
         break;
     case AttributeOp::bitXor:
-        if constexpr (requires { T(a ^ b); }) return Impl::store(out, T(a ^ b)), 0;
+        if constexpr (requires { T(a ^ *b); }) return Impl::store(out, T(a ^ *b)), 0;
         break;
     case AttributeOp::complement:
         if constexpr (requires { T(~a); }) return Impl::store(out, T(~a)), 0;

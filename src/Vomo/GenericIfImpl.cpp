@@ -228,6 +228,9 @@ template <class U>
 U32 GenericIfEnumMethods<U>::genericIfAttributeOp(void* out, void* object, VomoAttr attr,
                                                   AttributeOp op, void* a, void*) {
     if (!attr.isNull()) {
+        // One function serves all enums of a width, and cannot tell whose literal it is.
+        constexpr U8 literal = 0x88;
+        if (attr.row().flags[0] != literal) return 2;
         if (op != AttributeOp::get) return 1;
         return Impl::store(out, static_cast<U>(attr.row().keyOrValue)), 0;
     }

@@ -1,7 +1,7 @@
 // Where in a text form a value out of range stands.
 #pragma once
 
-#include "Vomo/Exception.h"
+#include "Vomo/SerDes.h"
 
 namespace Vomo {
 
@@ -16,5 +16,18 @@ public:
 private:
     U32 position_;
 };
+
+// `deserializeAttr`, for a text form of a type's own: says where the attribute begins.
+template <class T>
+T deserializePlacedAttr(CharRange& range, char const* attrName) {
+    U32 const position = range.position();
+    try {
+        return deserializeAttr<T>(range, attrName);
+    } catch (PlacedRangeException const&) {
+        throw;
+    } catch (RangeException const& ex) {
+        throw PlacedRangeException(ex.what(), position);
+    }
+}
 
 } // namespace Vomo

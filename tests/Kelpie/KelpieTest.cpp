@@ -112,6 +112,25 @@ TEST_F(Names, ATakenWordMovesOnAndATornLineIsDropped) {
     EXPECT_EQ(text, others + fmt::format("{:016x} 21 a name of some length\n", word + 1));
 }
 
+// A name may hold a line's end, at which the writer was stopped or died.
+TEST_F(Names, ALineThatIsBegunIsReadWhenItEnds) {
+    std::filesystem::create_directories(std::filesystem::path(file()).parent_path());
+    std::ofstream lines(file());
+    lines << "c000000000000123 18 first\nsecond" << std::flush;
+    EXPECT_EQ(IntfId(0xc000000000000123).stringValue(), "Intf-c000000000000123");
+    lines << "\nthird\n"
+          << "c000000000000124 5 other\n"
+          << std::flush;
+    EXPECT_EQ(IntfId(0xc000000000000123).stringValue(), "first\nsecond\nthird");
+    EXPECT_EQ(IntfId(0xc000000000000124).stringValue(), "other");
+    lines << "c000000000000125 200 dead\nc000000000000126 5 alive\n" << std::flush;
+    EXPECT_EQ(IntfId(0xc000000000000126).stringValue(), "alive");
+    IntfId const entered(Vomo::String("a name of some length"));
+    Dunlin::Util::baseDirectoryIs(directory_ + "/.");
+    EXPECT_EQ(IntfId(entered.word()).stringValue(), "a name of some length");
+    EXPECT_EQ(IntfId(0xc000000000000126).stringValue(), "alive");
+}
+
 TEST(IntfId, AWordWithoutNamePrintsItself) {
     EXPECT_EQ(IntfId(5).stringValue(), "Intf-0000000000000005");
     EXPECT_EQ(IntfId(Vomo::String("Intf-0000000000000005")).word(), 5U);

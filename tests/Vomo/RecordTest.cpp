@@ -277,7 +277,7 @@ TEST(Record, TypesOfThreeModulesStayAsTheyAre) {
         "Routing::Multicast::Fib::RouteFlags; 18 082800 virtualRoute_ "
         "Routing::Multicast::Fib::RouteFlags",
         "Routing::Multicast::Fib::RouteKey 21 0 16/4; 2 009c01 *s Kelpie::Prefix; 3 009c01 *g "
-        "Kelpie::Prefix; 4 002800 hash 9; 5 100800 pretty 17; 6 100800 kind "
+        "Kelpie::Prefix; 4 100800 hash 9; 5 100800 pretty 17; 6 100800 kind "
         "Routing::Multicast::Fib::RouteKeyType; 7 100800 vlanId Bridging::VlanId; 8 100800 "
         "ethAddr Kelpie::EthAddr; 9 100800 mcastGroup Multicast::Group::GroupKey; 10 100800 "
         "evpnTepIp Kelpie::IpGenAddr",

@@ -79,6 +79,16 @@ TEST(TypeTool, ReadsValuesOrSaysWhereTheyAreWrong) {
          "at character 86: vlanId: Bridging::VlanId::value < 1 or > 4094 not allowed"},
         {{"value", "Value('Routing::Multicast::Fib::IpGenRouteKey', ** {'kind': 'none'})"},
          "at character 60: wanted a kind of route key"},
+        {{"value", "Value('Routing::Multicast::Fib::IpGenRouteKey', ** {'kind': '\\mroute', "
+                   "'s': 10.0.0.0/8, 'g': 239.1.1.1/32})"},
+         "at character 60: wanted a kind of route key"},
+        {{"value",
+          fmt::format("Value('Routing::Multicast::Fib::IpGenRouteKey', ** {{'kind': 'mroute', 's': "
+                      "10.0.0.0/{:070}, 'g': 239.1.1.1/32}})",
+                      8)},
+         "at character 75: wanted at most 63 characters"},
+        {{"value", "--type", "Routing::Multicast::Fib::IpGenRouteKey", "10.0.0.0/8,1.1.1.1/33"},
+         "at character 11: g: prefix length 33 exceeds 32"},
         {{"value", "--type", "Multicast::Group::Config", "x"}, "entity"},
     };
     for (auto const& row : rows) {
