@@ -59,12 +59,16 @@ TEST(Util, ReverseAndSizes) {
 
 TEST(Rdtsc, RateAgreesWithTheClock) {
     double const rate = Rdtsc::calibrationRate();
-    U64 const from = Rdtsc::ticks(), fromNs = Rdtsc::monotonicNanoseconds();
-    while (Rdtsc::monotonicNanoseconds() - fromNs < 5'000'000) {
+    double best = 1; // of several: the process may be put aside between two clocks
+    for (int i = 0; i < 20 && best > 0.01; ++i) {
+        U64 const from = Rdtsc::ticks(), fromNs = Rdtsc::monotonicNanoseconds();
+        while (Rdtsc::monotonicNanoseconds() - fromNs < 5'000'000) {
+        }
+        double const seconds = static_cast<double>(Rdtsc::ticks() - from) / rate;
+        double const wall = static_cast<double>(Rdtsc::monotonicNanoseconds() - fromNs) * 1e-9;
+        best = std::min(best, std::abs(seconds / wall - 1));
     }
-    double const seconds = static_cast<double>(Rdtsc::ticks() - from) / rate;
-    double const wall = static_cast<double>(Rdtsc::monotonicNanoseconds() - fromNs) * 1e-9;
-    EXPECT_NEAR(seconds / wall, 1.0, 0.2);
+    EXPECT_LT(best, 0.05);
 }
 
 } // namespace

@@ -302,10 +302,10 @@ TEST(AllTypes, EveryAttributeAnswersItsOperationsAndNoOthers) {
                 return 0U; // a VLAN of a target that has none
             }
         };
-        if (type.row().kind == TypeKind::enumeration) return;
         if (type.row().numAttributes < 30) {
             EXPECT_EQ(answer(foreign, Op::get, nullptr, nullptr, nullptr), 2U);
         }
+        if (type.row().kind == TypeKind::enumeration) return;
         for (U16 i = 0; i < type.row().numAttributes; ++i) {
             VomoAttr const attr{type.module, static_cast<U16>(type.row().firstAttribute + i)};
             AttributeRow const& row = attr.row();
