@@ -52,14 +52,15 @@ struct Printer : Vomo::PtrInterface::NotifieeConst {
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 3) {
+    std::string_view const role = argc == 3 ? argv[1] : "";
+    if (role != "serve" && role != "follow") {
         fmt::print(stderr, "usage: replicate serve|follow SOCKET\n");
         return 2;
     }
     try {
         Dunlin::TaskSchedulerRoot loop;
         auto const config = configFactory("replicated");
-        if (argv[1] == std::string_view("serve")) {
+        if (role == "serve") {
             Vomo::NboAttrLog::SocketServer const server(loop, argv[2], config, true);
             Changer changer{loop, config};
             changer();

@@ -6,7 +6,7 @@
     3   Kelpie Bridging L3 Interface Tunnel Cell   |   Brisk -> BriskCore
     2   Vomo                                       |   Yarrow -> Wren
     1                                              |   SharedMem
-    0   Dunlin Tumbrel Gantry Lumenlog Duolog Ember
+    0   Dunlin Tumbrel Gantry Lumenlog
 
 Types (left) know nothing of tables, tables (right) nothing of entities. The libraries use the
 standard library, the system and {fmt}; other libraries belong to layer 6.
@@ -16,7 +16,7 @@ import re
 import sys
 import tempfile
 
-BASE = {"Dunlin", "Tumbrel", "Gantry", "Lumenlog", "Duolog", "Ember"}
+BASE = {"Dunlin", "Tumbrel", "Gantry", "Lumenlog"}
 VALUES = {"Kelpie", "Bridging", "L3", "Interface", "Tunnel", "Cell"}
 LEFT = BASE | {"Vomo"} | VALUES
 RIGHT = BASE | {"SharedMem", "Yarrow", "Wren", "Brisk", "BriskCore"}

@@ -2,12 +2,16 @@
 #include "AnyTable.h"
 #include "Commands.h"
 #include "KernelFeed.h"
+#include "Output.h"
 #include "RouteFile.h"
 
 #include "Dunlin/Util.h"
 
 #include <CLI/CLI.hpp>
+#include <cmath>
+#include <cstdio>
 #include <fmt/format.h>
+#include <iostream>
 
 namespace {
 
@@ -44,6 +48,14 @@ int main(int argc, char** argv) {
     app.footer(footer);
     app.require_subcommand(1);
     app.fallthrough(false);
+
+    CLI::Validator const isFinite(
+        [](std::string& text) {
+            double value = 0;
+            bool const isNumber = CLI::detail::lexical_cast(text, value);
+            return isNumber && !std::isfinite(value) ? text + " is no number" : std::string();
+        },
+        "");
 
     Common common;
     bool only4 = false, only6 = false;
@@ -97,6 +109,7 @@ int main(int argc, char** argv) {
         mirrorApp->add_option("--churn", mirror.churn, "Change N routes a second, of a file's")
             ->type_name("N")
             ->check(CLI::Range(0.0, 1e7))
+            ->check(isFinite)
             ->needs(from)
             ->excludes(once);
     mirrorApp->add_option("--seed", mirror.seed, "Seed of the changes (1)")
@@ -107,12 +120,14 @@ int main(int argc, char** argv) {
                      "Gather the kernel's changes for so many milliseconds before writing (0)")
         ->type_name("MS")
         ->check(CLI::Range(0.0, 3.6e6))
+        ->check(isFinite)
         ->excludes(from);
     mirrorApp
         ->add_option("--hold", mirror.holdSeconds,
                      "Keep the routes of a dead routing daemon so many seconds, not valid (0)")
         ->type_name("SECONDS")
         ->check(CLI::Range(0.0, 86400.0))
+        ->check(isFinite)
         ->excludes(from);
     mirrorApp
         ->add_option("--receive-buffer", mirror.receiveBuffer,
@@ -145,9 +160,10 @@ int main(int argc, char** argv) {
     watchApp->add_option("filter", watch.words, "Keyword and value pairs")->type_name("");
     watchApp->add_flag("--initial", watch.initial, "Print what is there at first");
     watchApp->add_flag("--keys", watch.keys, "Keep keys alone, not routes; says that, not how");
-    watchApp->add_option("--seconds", watch.seconds, "Leave after so long")
+    watchApp->add_option("--seconds", watch.seconds, "Leave after so many seconds (0: never)")
         ->type_name("N")
-        ->check(CLI::Range(0.0, 1e6));
+        ->check(CLI::Range(0.0, 1e6))
+        ->check(isFinite);
 
     TopArguments top;
     auto* const topApp =
@@ -156,7 +172,8 @@ int main(int argc, char** argv) {
     topApp->add_flag("--once", top.once, "Measure once, print lines, leave");
     topApp->add_option("--interval", top.interval, "Seconds between two looks (1)")
         ->type_name("N")
-        ->check(CLI::Range(0.1, 3600.0));
+        ->check(CLI::Range(0.1, 3600.0))
+        ->check(isFinite);
 
     std::string table;
     bool headers = false;
@@ -183,7 +200,8 @@ int main(int argc, char** argv) {
         ->type_name("TABLE");
     probeApp->add_option("--seconds", probe.seconds, "How long (10)")
         ->type_name("N")
-        ->check(CLI::Range(0.1, 1e6));
+        ->check(CLI::Range(0.1, 1e6))
+        ->check(isFinite);
     probeApp->add_flag("--walk", probe.walk, "Walk over and over instead of looking up");
     probeApp->add_option("--seed", probe.seed, "Seed of the order of lookups (1)")->type_name("N");
 
@@ -207,14 +225,20 @@ int main(int argc, char** argv) {
         ->type_name("NAME");
 
     auto const say = [](ExitCode code, char const* text) {
-        fmt::print(stderr, "cairn: {}\n", text);
+        complain(fmt::format("cairn: {}", text));
         return code;
+    };
+    // What was printed has to arrive.
+    auto const flushed = [&](int code) -> int {
+        std::cout.flush();
+        bool const failed = std::fflush(stdout) != 0 || std::ferror(stdout) != 0;
+        return failed ? say(badUse, "cannot write the output") : code;
     };
     try {
         app.parse(arguments(argc, argv));
-        return result;
+        return flushed(result);
     } catch (CLI::ParseError const& e) {
-        return app.exit(e) == 0 ? done : badUse;
+        return app.exit(e) == 0 ? flushed(done) : badUse;
     } catch (CommandError const& e) {
         return say(e.code, e.what());
     } catch (RouteFileError const& e) {

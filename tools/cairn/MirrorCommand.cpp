@@ -9,6 +9,7 @@
 
 #include "Dunlin/TaskSchedulerRoot.h"
 
+#include <csignal>
 #include <fmt/format.h>
 
 #include <cmath>
@@ -45,8 +46,7 @@ private:
     template <class... A>
     void say(fmt::format_string<A...> format, A&&... args) {
         if (!arguments_.quiet)
-            fmt::print(stderr, "cairn mirror: {}\n",
-                       fmt::vformat(format, fmt::make_format_args(args...)));
+            complain("cairn mirror: " + fmt::vformat(format, fmt::make_format_args(args...)));
     }
 
     void fromKernel() {
@@ -153,8 +153,9 @@ int mirrorCommand(Common const& common, MirrorArguments const& arguments) {
         throw CommandError(badUse, fmt::format("--name \"{}\": not a name", arguments.name));
     // What the tables say of trouble (files that had to be given up, say) is for the operator.
     keepTrace([&](std::string const& line) {
-        if (!arguments.quiet) fmt::print(stderr, "cairn mirror: {}\n", line);
+        if (!arguments.quiet) complain("cairn mirror: " + line);
     });
+    std::signal(SIGPIPE, SIG_IGN); // who reads stderr may go, and the tables be written on
     EndBySignal const endBySignal;
     Mirror(arguments, common).run();
     return done;

@@ -34,6 +34,10 @@ bool wantsColour(Colour colour, std::FILE* stream) {
            ::isatty(::fileno(stream));
 }
 
+void complain(std::string const& line) {
+    std::fputs((line + "\n").c_str(), stderr);
+}
+
 std::string printable(std::string_view text) {
     std::string safe;
     for (char const c : text) {

@@ -21,6 +21,9 @@ bool wantsColour(Colour colour, std::FILE* stream);
 // process may have written.
 std::string printable(std::string_view text);
 
+// Writes a line to stderr. A stderr that cannot be written to stops nobody.
+void complain(std::string const& line);
+
 class Row {
 public:
     using List = std::vector<std::string>;

@@ -190,7 +190,7 @@ int probeCommand(Common const& common, ProbeArguments const& arguments) {
         report("running", tally, now - then);
     }
     report("total", all, seconds() - begin);
-    if (!probe.fault.empty()) fmt::print(stderr, "cairn probe: {}: {}\n", table, probe.fault);
+    if (!probe.fault.empty()) complain(fmt::format("cairn probe: {}: {}", table, probe.fault));
     return all.wrong || all.faults ? damaged : done;
 }
 
