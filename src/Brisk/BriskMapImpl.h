@@ -414,10 +414,11 @@ template <class Ops>
 std::string BriskMap<Ops>::owner() const {
     SharedMem::BolsterName name;
     try {
-        SharedMem::OwnerFile const file(*handler_, Mem::RootPath(name_), descriptor_.localMem);
+        Mem::RootPath const path(name_);
+        SharedMem::OwnerFile const file(*handler_, path, descriptor_.localMem);
         std::string const socket = file.bolsterInfo().socketName;
         std::string error;
-        if (Mem::WriterLock::ownerIsAlive(*handler_, socket, error))
+        if (Mem::WriterLock::ownerIsAlive(*handler_, socket, error, &path))
             name = SharedMem::BolsterName::BolsterNameIs(socket).value_or(name);
     } catch (Dunlin::CorruptionDetectedException const& error) {
         FMTRACE(*handler_, 1, "corruption detected: {}", error.message());

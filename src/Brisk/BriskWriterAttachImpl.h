@@ -88,7 +88,8 @@ void BriskWriter<Ops>::attach() {
                        (!force && attachAndValidate(true, ownerFile, bolsterInfo));
     FMASSERT(ready, "failed to attach to and validate new files");
     removeCorruptionFile();
-    if (!localMem_) queue_.wren().doEnableListen();
+    if (!localMem_)
+        queue_.wren().doEnableListen(Mem::permissionsOf(rootPath_.file(Table::Base::fileName)));
     // Last: who finds this id finds the files it stands for.
     orielFile.write(orielId_);
     writerLock_ = std::move(writerLock);

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace Mem {
@@ -49,6 +50,11 @@ void replaceFile(std::string const& fileName, void const* from, std::size_t size
     file.reset();
     StepHooks::store();
     if (::rename(temporary.c_str(), fileName.c_str()) != 0) failed("rename", errno);
+}
+
+unsigned permissionsOf(std::string const& fileName) {
+    struct stat status;
+    return ::stat(fileName.c_str(), &status) == 0 ? status.st_mode & 0777 : 0;
 }
 
 unsigned crc32(void const* data, std::size_t size) {

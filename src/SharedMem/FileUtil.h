@@ -31,6 +31,8 @@ long readFile(std::string const& fileName, void* to, std::size_t size);
 // Writes a temporary file beside `fileName` and renames it. Raises InvalidInitializeException
 // naming the file and the reason; the old file is then untouched.
 void replaceFile(std::string const& fileName, void const* from, std::size_t size);
+// The file's permission bits; 0 if there is no such file.
+unsigned permissionsOf(std::string const& fileName);
 // CRC-32 (IEEE 802.3, reflected polynomial 0xEDB88320).
 unsigned crc32(void const* data, std::size_t size);
 // The kernel's id of this boot (/proc/sys/kernel/random/boot_id); empty if it cannot be read.

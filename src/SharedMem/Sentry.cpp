@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <cstring>
 #include <sys/epoll.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -60,12 +62,22 @@ ReaderSentry::~ReaderSentry() {
     loop().timerDel(retry_);
 }
 
+// What this user lacks the permission for stays so: it is reported once.
+void ReaderSentry::complain(std::string const& what) const {
+    if (what != complaint_) FMTRACE(debugHandler(), 0, "{}", what);
+    complaint_ = what;
+}
+
 // The writer stores its oriel file last and names itself in the owner file before, so once the id
 // is there the rest is.
 ReaderSentry::Seen ReaderSentry::look() const {
     Seen seen;
-    for (char const* name : {"slots", "buckets"})
-        if (::access(rootPath_.file(name).c_str(), R_OK) != 0) return {};
+    for (char const* name : {"slots", "buckets"}) {
+        std::string const file = rootPath_.file(name);
+        if (::access(file.c_str(), R_OK) == 0) continue;
+        if (errno != ENOENT) complain("cannot read " + file + ": " + std::strerror(errno));
+        return {};
+    }
     try {
         seen.owner = SharedMem::OwnerFile(debugHandler(), rootPath_, false).bolsterInfo();
     } catch (Dunlin::CorruptionDetectedException const& error) {
@@ -74,8 +86,9 @@ ReaderSentry::Seen ReaderSentry::look() const {
     }
     std::string error;
     if (seen.owner.empty() ||
-        !WriterLock::ownerIsAlive(debugHandler(), seen.owner.socketName, error))
+        !WriterLock::ownerIsAlive(debugHandler(), seen.owner.socketName, error, &rootPath_))
         return {};
+    if (!error.empty()) complain(error);
     seen.orielId = SharedMem::OrielFile(debugHandler(), rootPath_, false).read();
     return seen;
 }

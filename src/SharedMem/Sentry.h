@@ -86,12 +86,14 @@ private:
         friend bool operator==(Seen const&, Seen const&) = default;
     };
     Seen look() const;
+    void complain(std::string const& what) const;
     void watchOwner(SharedMem::BolsterInfo const& owner);
     void retryLater();
 
     Notifiee& notifiee_;
     Seen attachedTo_;
     SharedMem::BolsterInfo watchedOwner_;
+    mutable std::string complaint_;
     Fd pidfd_;
     Dunlin::TaskSchedulerRoot::TimerId retry_ = 0;
     bool looking_ = false;

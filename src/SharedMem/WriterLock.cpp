@@ -165,7 +165,8 @@ bool WriterLock::ownerIsMe(Dunlin::Platform::DebugHandler& handler, std::string 
 }
 
 bool WriterLock::ownerIsAlive(Dunlin::Platform::DebugHandler& handler,
-                              std::string const& socketName, std::string& error) {
+                              std::string const& socketName, std::string& error,
+                              RootPath const* table) {
     if (socketName.empty()) {
         error = "no owner";
         return false;
@@ -179,10 +180,17 @@ bool WriterLock::ownerIsAlive(Dunlin::Platform::DebugHandler& handler,
         return false;
     }
     // A full backlog answers EAGAIN: somebody listens all the same.
-    bool const alive =
+    bool alive =
         ::connect(probe.get(), reinterpret_cast<sockaddr const*>(&address), sizeof address) == 0 ||
         errno == EAGAIN;
-    if (!alive) error = std::strerror(errno);
+    if (!alive) {
+        bool const forbidden = errno == EACCES || errno == EPERM;
+        error = std::strerror(errno);
+        if (forbidden) {
+            error = std::string("cannot connect to ") + address.sun_path + ": " + error;
+            alive = table && writerExists(*table);
+        }
+    }
     FMTRACE(handler, 5, "socketName:{} alive:{}", socketName, alive);
     return alive;
 }

@@ -36,9 +36,11 @@ public:
     static bool writerExists(RootPath const& rootPath);
     // True if `socketName` is this process's own.
     static bool ownerIsMe(Dunlin::Platform::DebugHandler& handler, std::string const& socketName);
-    // True if a process listens on that socket; `error` receives the reason if not.
+    // True if a process listens on that socket; `error` receives the reason if not. A socket that
+    // this user may not connect to proves nothing: the lock on `table` then decides, where one is
+    // given, and `error` names the path in either case.
     static bool ownerIsAlive(Dunlin::Platform::DebugHandler& handler, std::string const& socketName,
-                             std::string& error);
+                             std::string& error, RootPath const* table = nullptr);
 
     // How long to wait for a held lock, in seconds; 2 at first.
     static void waitIs(double seconds);

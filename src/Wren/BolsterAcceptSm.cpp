@@ -12,6 +12,7 @@
 #include <cstring>
 #include <sys/epoll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -46,6 +47,7 @@ void BolsterAcceptSm::leaveParents() {
     strangers_.clear();
     tables_.clear();
     path_.clear();
+    filesMode_ = 0;
     socketName_ = SharedMem::BolsterName::own();
 }
 
@@ -89,13 +91,25 @@ void BolsterAcceptSm::ensureListening() {
     if (::bind(listening_.get(), reinterpret_cast<sockaddr const*>(&address), sizeof address) != 0)
         failed("bind");
     path_ = path;
+    if (!permit()) failed("chmod");
     if (::listen(listening_.get(), 1024) != 0) failed("listen");
     loop().fdAdd(listening_.get(), EPOLLIN, [this](U32) { acceptAll(); });
 }
 
-void BolsterAcceptSm::tableAdd(U32 tableId, Acceptor acceptor) {
+// To connect takes the right to write to the socket. Who may read a table may ask for its doorbell.
+bool BolsterAcceptSm::permit() const {
+    constexpr U32 readers = 0444;
+    return ::chmod(path_.c_str(), 0600 | (filesMode_ & readers) | (filesMode_ & readers) >> 1) == 0;
+}
+
+void BolsterAcceptSm::tableAdd(U32 tableId, U32 filesMode, Acceptor acceptor) {
     leaveParents();
+    bool const wider = (filesMode & ~filesMode_) != 0;
+    filesMode_ |= filesMode;
     ensureListening();
+    if (wider && !permit())
+        Dunlin::fmthrow<Dunlin::InvalidInitializeException>("cannot let readers in by {}: {}",
+                                                            path_, std::strerror(errno));
     tables_[tableId] = std::move(acceptor);
 }
 

@@ -28,13 +28,15 @@ public:
     // The name under which readers find it, "<process>-<pid>".
     std::string const& socketName();
 
-    // Offers a table. Raises InvalidInitializeException if the socket cannot be made.
-    void tableAdd(U32 tableId, Acceptor acceptor);
+    // Offers a table whose files have the given permission bits: each class of users that may read
+    // them may connect from now on. Raises InvalidInitializeException if the socket cannot be made.
+    void tableAdd(U32 tableId, U32 filesMode, Acceptor acceptor);
     void tableDel(U32 tableId);
 
 private:
     BolsterAcceptSm() = default;
     void ensureListening();
+    bool permit() const;
     void leaveParents();
     void stopListening(bool removePath);
     void acceptAll();
@@ -43,6 +45,7 @@ private:
     std::string socketName_;
     std::string path_;
     U32 generation_ = ~0U;
+    U32 filesMode_ = 0; // of all tables that were offered
     Mem::Fd listening_;
     std::map<U32, Acceptor> tables_;
     std::map<int, Mem::Fd> strangers_; // connected, no Hello yet

@@ -58,7 +58,8 @@ bool ReaderWrenSm::connect(SharedMem::BolsterInfo const& writer) {
     Mem::Fd fd(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!fd) return false;
     if (::connect(fd.get(), reinterpret_cast<sockaddr const*>(&address), sizeof address) != 0) {
-        FMTRACE(debugHandler(), 1, "{}: {}", writer.socketName, std::strerror(errno));
+        FMTRACE(debugHandler(), 1, "cannot connect to {}: {}", address.sun_path,
+                std::strerror(errno));
         return false;
     }
     Hello hello;

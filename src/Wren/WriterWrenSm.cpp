@@ -49,10 +49,10 @@ WriterWrenSm::~WriterWrenSm() {
     onDetach();
 }
 
-void WriterWrenSm::doEnableListen() {
+void WriterWrenSm::doEnableListen(U32 filesMode) {
     if (impl_->localMem) return;
     BolsterAcceptSm::bolsterAcceptSm().tableAdd(
-        tableId_,
+        tableId_, filesMode,
         [this](Mem::Fd connection, Hello const& hello) { accept(std::move(connection), hello); });
     impl_->listening = true;
     impl_->queue.listening();

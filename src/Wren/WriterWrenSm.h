@@ -43,9 +43,9 @@ public:
     // The number by which readers ask for this table on the process's endpoint. Never 0, never the
     // same for two tables of a process.
     U32 tableId() const { return tableId_; }
-    // From now on readers are let in. Raises InvalidInitializeException if the process's endpoint
-    // cannot be made.
-    void doEnableListen();
+    // From now on readers are let in: those of the users who may read files of the given permission
+    // bits. Raises InvalidInitializeException if the process's endpoint cannot be made.
+    void doEnableListen(U32 filesMode = 0600);
     // Closes the connections of all readers and lets in no more.
     void onDetach();
 

@@ -1,0 +1,81 @@
+// Followers in processes of their own: they hear every change of a writer that may have another user,
+// never turn its loop, leave them behind, or lose its directory.
+#include "FrontFixture.h"
+
+#include "SharedMem/WriterLock.h"
+
+#include <sys/stat.h>
+
+namespace {
+
+using namespace Support;
+
+class Followers : public Fronts {};
+
+// A writer that runs as root with the usual umask, and clients of another user: every kind of front
+// mounts and follows. A socket that they may not connect to does not make the writer dead.
+TEST_F(Followers, AClientOfAnotherUser) {
+    if (::getuid() != 0) GTEST_SKIP() << "cannot become another user here";
+    constexpr int otherUser = 65534;
+    ::chmod(base_.path().c_str(), 0755);
+    struct {
+        mode_t umask;
+        bool closed; // the socket, by hand
+        mode_t socketMode;
+    } const rows[] = {
+        {022, false, 0666}, {027, false, 0660}, {077, false, 0600}, {022, true, 0600}};
+    for (auto const& row : rows) {
+        SCOPED_TRACE(fmt::format("umask {:o} closed {}", row.umask, row.closed));
+        name_ = fmt::format("users/{:o}{}", row.umask, row.closed);
+        // Each process has one endpoint, for all of its tables.
+        Child writing([&](Child& self) {
+            ::umask(row.umask);
+            auto const w = writer();
+            std::string const socket = SharedMem::BolsterName::path(SharedMem::BolsterName::own());
+            if (row.closed) ::chmod(socket.c_str(), 0600);
+            if ((Mem::permissionsOf(socket)) != row.socketMode) return 1;
+            ::chmod((base_.path() + "/users").c_str(), 0755);
+            ::chmod((base_.path() + "/" + name_).c_str(), 0755);
+            ::chmod((base_.path() + "/sockets").c_str(), 0755);
+            put(*w, 1, 1);
+            self.tell(1);
+            loop().fdAdd(self.hearFd(), 1, [&](U32) {
+                if (self.hear() < 0) _exit(0);
+                put(*w, 1, 2);
+            });
+            loop().run();
+            return 0;
+        });
+        ASSERT_EQ(writing.hear(), 1);
+        Child reading([&](Child& self) {
+            if (::setgid(otherUser) != 0 || ::setuid(otherUser) != 0) return 1;
+            std::string traced;
+            Dunlin::traceSinkIs(
+                [&](auto&&, unsigned level, std::string_view, std::string const& text) {
+                    if (level == 0) traced += text + '\n';
+                });
+            Client shadow(name_, shadowSettings(BriskType::valueShadow));
+            Client keys(name_, shadowSettings(BriskType::keyShadow));
+            Client plain(name_, shadowSettings(BriskType::reader));
+            for (Client* const c : {&shadow, &keys, &plain}) c->init();
+            bool const mayRead = (0777 & ~row.umask & 04) != 0;
+            bool const mayConnect = mayRead && !row.closed;
+            bool const mounts =
+                plain.front->ready() && shadow.synchronised() && keys.synchronised();
+            if (mounts != mayRead) return 2;
+            // Once, with the path.
+            std::string const path = mayRead ? "/sockets/" : name_ + "/slots";
+            auto const told = traced.find(path);
+            if ((told == traced.npos) != mayConnect) return 3;
+            if (!mayConnect) return traced.find("Permission denied") == traced.npos ? 4 : 0;
+            if (!pump([&] { return shadow.asleep() && keys.asleep(); })) return 5;
+            self.tell(1);
+            if (!pump([&] { return shadow.known[1] == 2 && keys.known[1] == 2; }, 5)) return 6;
+            return 0;
+        });
+        if (reading.hear() == 1) writing.tell(1);
+        EXPECT_EQ(reading.join(), 0);
+    }
+}
+
+} // namespace
