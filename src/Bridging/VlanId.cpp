@@ -54,14 +54,8 @@ std::ostream& operator<<(std::ostream& stream, VlanIdOrNone v) {
 
 } // namespace Bridging
 
-namespace {
-// In order of name.
-constexpr Vomo::TypeFrame types[] = {
-    Vomo::frameOf<Bridging::VlanId>,
-    Vomo::frameOf<Bridging::VlanIdOrNone>,
-};
-} // namespace
-constinit Vomo::VomoModule const Vomo::_VlanId_c2b91fe4f92f5433_vomoModule =
-    Vomo::ModuleRecord<types>::value;
-constinit Vomo::ValueFrames<2> const Vomo::VlanIdFrames = Vomo::ModuleRecord<types>::frames;
-static Vomo::ModuleRegistration const registration(&Vomo::_VlanId_c2b91fe4f92f5433_vomoModule);
+namespace Vomo {
+constinit decltype(VlanIdModule::frames) VlanIdModule::frames = ModuleRecord<VlanIdModule>::frames;
+constinit VomoModule const _VlanId_c2b91fe4f92f5433_vomoModule = ModuleRecord<VlanIdModule>::value;
+static ModuleRegistration const registration(VlanIdModule::record);
+} // namespace Vomo

@@ -9,16 +9,13 @@ class VlanIdOrNone;
 } // namespace Bridging
 
 namespace Vomo {
-extern "C" {
-extern VomoModule const _VlanId_c2b91fe4f92f5433_vomoModule;
-}
-extern ValueFrames<2> const VlanIdFrames;
-template <U16 index>
-struct InVlanId : InFramedModule<&_VlanId_c2b91fe4f92f5433_vomoModule, &VlanIdFrames, index> {};
-template <>
-struct IdOf<Bridging::VlanId> : InVlanId<0> {};
-template <>
-struct IdOf<Bridging::VlanIdOrNone> : InVlanId<1> {};
+extern "C" VomoModule const _VlanId_c2b91fe4f92f5433_vomoModule;
+struct VlanIdModule : TypeList<Bridging::VlanId, Bridging::VlanIdOrNone> {
+    static constexpr VomoModule const* record = &_VlanId_c2b91fe4f92f5433_vomoModule;
+    static ValueFrames<size> const frames;
+};
+template <TypeOf<VlanIdModule> T>
+struct IdOf<T> : PlaceIn<T, VlanIdModule> {};
 } // namespace Vomo
 
 namespace Bridging {

@@ -14,10 +14,8 @@ struct Vomo::Describe<Interface::LoadInterval> {
     });
 };
 
-namespace {
-constexpr Vomo::TypeFrame types[] = {Vomo::frameOf<Interface::LoadInterval>};
-} // namespace
-constinit Vomo::VomoModule const Vomo::_Intf_ddf23f8cba610f0b_vomoModule =
-    Vomo::ModuleRecord<types>::value;
-constinit Vomo::ValueFrames<1> const Vomo::IntfFrames = Vomo::ModuleRecord<types>::frames;
-static Vomo::ModuleRegistration const registration(&Vomo::_Intf_ddf23f8cba610f0b_vomoModule);
+namespace Vomo {
+constinit decltype(IntfModule::frames) IntfModule::frames = ModuleRecord<IntfModule>::frames;
+constinit VomoModule const _Intf_ddf23f8cba610f0b_vomoModule = ModuleRecord<IntfModule>::value;
+static ModuleRegistration const registration(IntfModule::record);
+} // namespace Vomo

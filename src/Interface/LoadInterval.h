@@ -8,14 +8,13 @@ class LoadInterval;
 } // namespace Interface
 
 namespace Vomo {
-extern "C" {
-extern VomoModule const _Intf_ddf23f8cba610f0b_vomoModule;
-}
-extern ValueFrames<1> const IntfFrames;
-template <U16 index>
-struct InIntf : InFramedModule<&_Intf_ddf23f8cba610f0b_vomoModule, &IntfFrames, index> {};
-template <>
-struct IdOf<Interface::LoadInterval> : InIntf<0> {};
+extern "C" VomoModule const _Intf_ddf23f8cba610f0b_vomoModule;
+struct IntfModule : TypeList<Interface::LoadInterval> {
+    static constexpr VomoModule const* record = &_Intf_ddf23f8cba610f0b_vomoModule;
+    static ValueFrames<size> const frames;
+};
+template <TypeOf<IntfModule> T>
+struct IdOf<T> : PlaceIn<T, IntfModule> {};
 } // namespace Vomo
 
 namespace Interface {

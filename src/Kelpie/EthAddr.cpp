@@ -53,12 +53,8 @@ Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, EthAddr const& v) 
 
 } // namespace Kelpie
 
-namespace {
-// In order of name.
-constexpr Vomo::TypeFrame types[] = {
-    Vomo::frameOf<Kelpie::EthAddr>,
-};
-} // namespace
-constinit Vomo::VomoModule const Vomo::_EthAddr_5ea519cab6df4342_vomoModule =
-    Vomo::ModuleRecord<types>::value;
-static Vomo::ModuleRegistration const registration(&Vomo::_EthAddr_5ea519cab6df4342_vomoModule);
+namespace Vomo {
+constinit VomoModule const _EthAddr_5ea519cab6df4342_vomoModule =
+    ModuleRecord<EthAddrModule>::value;
+static ModuleRegistration const registration(EthAddrModule::record);
+} // namespace Vomo

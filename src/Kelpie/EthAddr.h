@@ -10,11 +10,12 @@ class EthAddr;
 } // namespace Kelpie
 
 namespace Vomo {
-extern "C" {
-extern VomoModule const _EthAddr_5ea519cab6df4342_vomoModule;
-}
-template <>
-struct IdOf<Kelpie::EthAddr> : InModule<&_EthAddr_5ea519cab6df4342_vomoModule, 0> {};
+extern "C" VomoModule const _EthAddr_5ea519cab6df4342_vomoModule;
+struct EthAddrModule : TypeList<Kelpie::EthAddr> {
+    static constexpr VomoModule const* record = &_EthAddr_5ea519cab6df4342_vomoModule;
+};
+template <TypeOf<EthAddrModule> T>
+struct IdOf<T> : PlaceIn<T, EthAddrModule> {};
 } // namespace Vomo
 
 namespace Kelpie {

@@ -20,10 +20,8 @@ Vomo::Ptr<IntfBoundaryStatus> intfBoundaryStatusFactory(Vomo::String const& name
 
 } // namespace Kelpie
 
-namespace {
-constexpr Vomo::TypeFrame types[] = {Vomo::entityFrameOf<Kelpie::IntfBoundaryStatus>};
-} // namespace
-constinit Vomo::VomoModule const Vomo::_IntfBoundaryStatus_6d8ffdafd8f4e068_vomoModule =
-    Vomo::ModuleRecord<types>::value;
-static Vomo::ModuleRegistration const
-    registration(&Vomo::_IntfBoundaryStatus_6d8ffdafd8f4e068_vomoModule);
+namespace Vomo {
+constinit VomoModule const _IntfBoundaryStatus_6d8ffdafd8f4e068_vomoModule =
+    ModuleRecord<IntfBoundaryStatusModule>::value;
+static ModuleRegistration const registration(IntfBoundaryStatusModule::record);
+} // namespace Vomo

@@ -9,12 +9,12 @@ class IntfBoundaryStatus;
 } // namespace Kelpie
 
 namespace Vomo {
-extern "C" {
-extern VomoModule const _IntfBoundaryStatus_6d8ffdafd8f4e068_vomoModule;
-}
-template <>
-struct IdOf<Kelpie::IntfBoundaryStatus>
-    : InModule<&_IntfBoundaryStatus_6d8ffdafd8f4e068_vomoModule, 0> {};
+extern "C" VomoModule const _IntfBoundaryStatus_6d8ffdafd8f4e068_vomoModule;
+struct IntfBoundaryStatusModule : TypeList<Kelpie::IntfBoundaryStatus> {
+    static constexpr VomoModule const* record = &_IntfBoundaryStatus_6d8ffdafd8f4e068_vomoModule;
+};
+template <TypeOf<IntfBoundaryStatusModule> T>
+struct IdOf<T> : PlaceIn<T, IntfBoundaryStatusModule> {};
 } // namespace Vomo
 
 namespace Kelpie {

@@ -182,12 +182,7 @@ Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, IntfId v) {
 
 } // namespace Kelpie
 
-namespace {
-// In order of name.
-constexpr Vomo::TypeFrame types[] = {
-    Vomo::frameOf<Kelpie::IntfId>,
-};
-} // namespace
-constinit Vomo::VomoModule const Vomo::_IntfId_638f3da9b062f5a9_vomoModule =
-    Vomo::ModuleRecord<types>::value;
-static Vomo::ModuleRegistration const registration(&Vomo::_IntfId_638f3da9b062f5a9_vomoModule);
+namespace Vomo {
+constinit VomoModule const _IntfId_638f3da9b062f5a9_vomoModule = ModuleRecord<IntfIdModule>::value;
+static ModuleRegistration const registration(IntfIdModule::record);
+} // namespace Vomo

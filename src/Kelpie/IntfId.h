@@ -9,11 +9,12 @@ class IntfId;
 } // namespace Kelpie
 
 namespace Vomo {
-extern "C" {
-extern VomoModule const _IntfId_638f3da9b062f5a9_vomoModule;
-}
-template <>
-struct IdOf<Kelpie::IntfId> : InModule<&_IntfId_638f3da9b062f5a9_vomoModule, 0> {};
+extern "C" VomoModule const _IntfId_638f3da9b062f5a9_vomoModule;
+struct IntfIdModule : TypeList<Kelpie::IntfId> {
+    static constexpr VomoModule const* record = &_IntfId_638f3da9b062f5a9_vomoModule;
+};
+template <TypeOf<IntfIdModule> T>
+struct IdOf<T> : PlaceIn<T, IntfIdModule> {};
 } // namespace Vomo
 
 namespace Kelpie {

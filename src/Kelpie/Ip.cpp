@@ -23,13 +23,7 @@ struct Vomo::Describe<Kelpie::Prefix> {
     });
 };
 
-namespace {
-// In order of name.
-constexpr Vomo::TypeFrame types[] = {
-    Vomo::frameOf<Kelpie::IpAddr>,
-    Vomo::frameOf<Kelpie::Prefix>,
-};
-} // namespace
-constinit Vomo::VomoModule const Vomo::_Ip_df105a5f51aead53_vomoModule =
-    Vomo::ModuleRecord<types>::value;
-static Vomo::ModuleRegistration const registration(&Vomo::_Ip_df105a5f51aead53_vomoModule);
+namespace Vomo {
+constinit VomoModule const _Ip_df105a5f51aead53_vomoModule = ModuleRecord<IpModule>::value;
+static ModuleRegistration const registration(IpModule::record);
+} // namespace Vomo

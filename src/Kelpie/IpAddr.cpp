@@ -154,14 +154,8 @@ Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, IpGenAddr const& v
 
 } // namespace Kelpie
 
-namespace {
-// In order of name.
-constexpr Vomo::TypeFrame types[] = {
-    Vomo::frameOf<Kelpie::AddressFamily>,
-    Vomo::frameOf<Kelpie::Ip6Addr>,
-    Vomo::frameOf<Kelpie::IpGenAddr>,
-};
-} // namespace
-constinit Vomo::VomoModule const Vomo::_IpGenAddr_115cb65b3d99135e_vomoModule =
-    Vomo::ModuleRecord<types>::value;
-static Vomo::ModuleRegistration const registration(&Vomo::_IpGenAddr_115cb65b3d99135e_vomoModule);
+namespace Vomo {
+constinit VomoModule const _IpGenAddr_115cb65b3d99135e_vomoModule =
+    ModuleRecord<IpGenAddrModule>::value;
+static ModuleRegistration const registration(IpGenAddrModule::record);
+} // namespace Vomo

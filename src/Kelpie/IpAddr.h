@@ -16,22 +16,18 @@ class Prefix;
 } // namespace Kelpie
 
 namespace Vomo {
-extern "C" {
-// IpAddr, Prefix.
-extern VomoModule const _Ip_df105a5f51aead53_vomoModule;
-// AddressFamily, Ip6Addr, IpGenAddr.
-extern VomoModule const _IpGenAddr_115cb65b3d99135e_vomoModule;
-}
-template <>
-struct IdOf<Kelpie::IpAddr> : InModule<&_Ip_df105a5f51aead53_vomoModule, 0> {};
-template <>
-struct IdOf<Kelpie::Prefix> : InModule<&_Ip_df105a5f51aead53_vomoModule, 1> {};
-template <>
-struct IdOf<Kelpie::AddressFamily> : InModule<&_IpGenAddr_115cb65b3d99135e_vomoModule, 0> {};
-template <>
-struct IdOf<Kelpie::Ip6Addr> : InModule<&_IpGenAddr_115cb65b3d99135e_vomoModule, 1> {};
-template <>
-struct IdOf<Kelpie::IpGenAddr> : InModule<&_IpGenAddr_115cb65b3d99135e_vomoModule, 2> {};
+extern "C" VomoModule const _Ip_df105a5f51aead53_vomoModule;
+extern "C" VomoModule const _IpGenAddr_115cb65b3d99135e_vomoModule;
+struct IpModule : TypeList<Kelpie::IpAddr, Kelpie::Prefix> {
+    static constexpr VomoModule const* record = &_Ip_df105a5f51aead53_vomoModule;
+};
+template <TypeOf<IpModule> T>
+struct IdOf<T> : PlaceIn<T, IpModule> {};
+struct IpGenAddrModule : TypeList<Kelpie::AddressFamily, Kelpie::Ip6Addr, Kelpie::IpGenAddr> {
+    static constexpr VomoModule const* record = &_IpGenAddr_115cb65b3d99135e_vomoModule;
+};
+template <TypeOf<IpGenAddrModule> T>
+struct IdOf<T> : PlaceIn<T, IpGenAddrModule> {};
 } // namespace Vomo
 
 namespace Kelpie {

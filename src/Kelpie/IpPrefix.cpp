@@ -112,12 +112,8 @@ Vomo::NboAttrLog::Out& operator<<(Vomo::NboAttrLog::Out& out, IpGenPrefix const&
 
 } // namespace Kelpie
 
-namespace {
-// In order of name.
-constexpr Vomo::TypeFrame types[] = {
-    Vomo::frameOf<Kelpie::IpGenPrefix>,
-};
-} // namespace
-constinit Vomo::VomoModule const Vomo::_IpGenPrefix_d4a8d99ed5f09fc7_vomoModule =
-    Vomo::ModuleRecord<types>::value;
-static Vomo::ModuleRegistration const registration(&Vomo::_IpGenPrefix_d4a8d99ed5f09fc7_vomoModule);
+namespace Vomo {
+constinit VomoModule const _IpGenPrefix_d4a8d99ed5f09fc7_vomoModule =
+    ModuleRecord<IpGenPrefixModule>::value;
+static ModuleRegistration const registration(IpGenPrefixModule::record);
+} // namespace Vomo

@@ -12,11 +12,12 @@ class IpGenPrefix;
 } // namespace Kelpie
 
 namespace Vomo {
-extern "C" {
-extern VomoModule const _IpGenPrefix_d4a8d99ed5f09fc7_vomoModule;
-}
-template <>
-struct IdOf<Kelpie::IpGenPrefix> : InModule<&_IpGenPrefix_d4a8d99ed5f09fc7_vomoModule, 0> {};
+extern "C" VomoModule const _IpGenPrefix_d4a8d99ed5f09fc7_vomoModule;
+struct IpGenPrefixModule : TypeList<Kelpie::IpGenPrefix> {
+    static constexpr VomoModule const* record = &_IpGenPrefix_d4a8d99ed5f09fc7_vomoModule;
+};
+template <TypeOf<IpGenPrefixModule> T>
+struct IdOf<T> : PlaceIn<T, IpGenPrefixModule> {};
 } // namespace Vomo
 
 namespace Kelpie {

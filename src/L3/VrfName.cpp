@@ -47,9 +47,8 @@ U32 attrLogSize(VrfName const* v) {
 
 } // namespace L3
 
-namespace {
-constexpr Vomo::TypeFrame types[] = {Vomo::frameOf<L3::VrfName>};
-} // namespace
-constinit Vomo::VomoModule const Vomo::_VrfName_24b4c36c4490e7d8_vomoModule =
-    Vomo::ModuleRecord<types>::value;
-static Vomo::ModuleRegistration const registration(&Vomo::_VrfName_24b4c36c4490e7d8_vomoModule);
+namespace Vomo {
+constinit VomoModule const _VrfName_24b4c36c4490e7d8_vomoModule =
+    ModuleRecord<VrfNameModule>::value;
+static ModuleRegistration const registration(VrfNameModule::record);
+} // namespace Vomo

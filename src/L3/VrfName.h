@@ -8,11 +8,12 @@ class VrfName;
 } // namespace L3
 
 namespace Vomo {
-extern "C" {
-extern VomoModule const _VrfName_24b4c36c4490e7d8_vomoModule;
-}
-template <>
-struct IdOf<L3::VrfName> : InModule<&_VrfName_24b4c36c4490e7d8_vomoModule, 0> {};
+extern "C" VomoModule const _VrfName_24b4c36c4490e7d8_vomoModule;
+struct VrfNameModule : TypeList<L3::VrfName> {
+    static constexpr VomoModule const* record = &_VrfName_24b4c36c4490e7d8_vomoModule;
+};
+template <TypeOf<VrfNameModule> T>
+struct IdOf<T> : PlaceIn<T, VrfNameModule> {};
 } // namespace Vomo
 
 namespace L3 {

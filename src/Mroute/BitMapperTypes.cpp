@@ -80,16 +80,10 @@ std::ostream& operator<<(std::ostream& stream, BitIndex v) {
 
 } // namespace BitMapper
 
-namespace {
-// In order of name.
-constexpr Vomo::TypeFrame types[] = {
-    Vomo::frameOf<BitMapper::BitIndex>,     Vomo::frameOf<BitMapper::BitIndexMap>,
-    Vomo::frameOf<BitMapper::BitMapperKey>, Vomo::frameOf<BitMapper::TableInfo>,
-    Vomo::frameOf<BitMapper::WaitlistMap>,
-};
-} // namespace
-constinit Vomo::VomoModule const Vomo::_BitMapperTypes_f5722ab7f2af9957_vomoModule =
-    Vomo::ModuleRecord<types>::value;
-constinit Vomo::ValueFrames<5> const Vomo::BitMapperTypesFrames = Vomo::ModuleRecord<types>::frames;
-static Vomo::ModuleRegistration const
-    registration(&Vomo::_BitMapperTypes_f5722ab7f2af9957_vomoModule);
+namespace Vomo {
+constinit decltype(BitMapperTypesModule::frames) BitMapperTypesModule::frames =
+    ModuleRecord<BitMapperTypesModule>::frames;
+constinit VomoModule const _BitMapperTypes_f5722ab7f2af9957_vomoModule =
+    ModuleRecord<BitMapperTypesModule>::value;
+static ModuleRegistration const registration(BitMapperTypesModule::record);
+} // namespace Vomo

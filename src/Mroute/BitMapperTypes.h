@@ -15,23 +15,15 @@ class TableInfo;
 } // namespace BitMapper
 
 namespace Vomo {
-extern "C" {
-extern VomoModule const _BitMapperTypes_f5722ab7f2af9957_vomoModule;
-}
-extern ValueFrames<5> const BitMapperTypesFrames;
-template <U16 index>
-struct InBitMapperTypes
-    : InFramedModule<&_BitMapperTypes_f5722ab7f2af9957_vomoModule, &BitMapperTypesFrames, index> {};
-template <>
-struct IdOf<BitMapper::BitIndex> : InBitMapperTypes<0> {};
-template <>
-struct IdOf<BitMapper::BitIndexMap> : InBitMapperTypes<1> {};
-template <>
-struct IdOf<BitMapper::BitMapperKey> : InBitMapperTypes<2> {};
-template <>
-struct IdOf<BitMapper::TableInfo> : InBitMapperTypes<3> {};
-template <>
-struct IdOf<BitMapper::WaitlistMap> : InBitMapperTypes<4> {};
+extern "C" VomoModule const _BitMapperTypes_f5722ab7f2af9957_vomoModule;
+struct BitMapperTypesModule
+    : TypeList<BitMapper::BitIndex, BitMapper::BitIndexMap, BitMapper::BitMapperKey,
+               BitMapper::TableInfo, BitMapper::WaitlistMap> {
+    static constexpr VomoModule const* record = &_BitMapperTypes_f5722ab7f2af9957_vomoModule;
+    static ValueFrames<size> const frames;
+};
+template <TypeOf<BitMapperTypesModule> T>
+struct IdOf<T> : PlaceIn<T, BitMapperTypesModule> {};
 } // namespace Vomo
 
 namespace BitMapper {

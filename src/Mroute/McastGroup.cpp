@@ -23,14 +23,15 @@ struct Vomo::Describe<Multicast::Group::GroupKey> {
 };
 template <>
 struct Vomo::Describe<Multicast::Group::McastGroupKind> {
+    using T = Multicast::Group::McastGroupKind;
     static constexpr auto type = enumeration<U32>("Multicast::Group::McastGroupKind");
     static constexpr auto attributes = rows({
-        literal(2, "mcastGroupKindTapAgg", 19),
-        literal(3, "mcastGroupKindTapAggLimitRange", 20),
-        literal(4, "mcastGroupKindMpls", 21),
-        literal(5, "mcastGroupKindMirror", 22),
-        literal(6, "mcastGroupKindSflowAccel", 23),
-        literal(7, "mcastGroupKindNexthopGroup", 24),
+        literal(2, "mcastGroupKindTapAgg", T::mcastGroupKindTapAgg),
+        literal(3, "mcastGroupKindTapAggLimitRange", T::mcastGroupKindTapAggLimitRange),
+        literal(4, "mcastGroupKindMpls", T::mcastGroupKindMpls),
+        literal(5, "mcastGroupKindMirror", T::mcastGroupKindMirror),
+        literal(6, "mcastGroupKindSflowAccel", T::mcastGroupKindSflowAccel),
+        literal(7, "mcastGroupKindNexthopGroup", T::mcastGroupKindNexthopGroup),
     });
 };
 template <>
@@ -156,15 +157,10 @@ Vomo::Ptr<Response> responseFactory(GroupKey key) {
 
 } // namespace Multicast::Group
 
-namespace {
-// In order of name.
-constexpr Vomo::TypeFrame types[] = {
-    Vomo::entityFrameOf<Multicast::Group::Config>,   Vomo::frameOf<Multicast::Group::GroupKey>,
-    Vomo::frameOf<Multicast::Group::McastGroupKind>, Vomo::entityFrameOf<Multicast::Group::Request>,
-    Vomo::entityFrameOf<Multicast::Group::Response>, Vomo::entityFrameOf<Multicast::Group::Status>,
-};
-} // namespace
-constinit Vomo::VomoModule const Vomo::_McastGroup_5302ff4251cd4c04_vomoModule =
-    Vomo::ModuleRecord<types>::value;
-constinit Vomo::ValueFrames<6> const Vomo::McastGroupFrames = Vomo::ModuleRecord<types>::frames;
-static Vomo::ModuleRegistration const registration(&Vomo::_McastGroup_5302ff4251cd4c04_vomoModule);
+namespace Vomo {
+constinit decltype(McastGroupModule::frames) McastGroupModule::frames =
+    ModuleRecord<McastGroupModule>::frames;
+constinit VomoModule const _McastGroup_5302ff4251cd4c04_vomoModule =
+    ModuleRecord<McastGroupModule>::value;
+static ModuleRegistration const registration(McastGroupModule::record);
+} // namespace Vomo

@@ -17,25 +17,15 @@ class Status;
 } // namespace Multicast::Group
 
 namespace Vomo {
-extern "C" {
-extern VomoModule const _McastGroup_5302ff4251cd4c04_vomoModule;
-}
-extern ValueFrames<6> const McastGroupFrames;
-template <U16 index>
-struct InMcastGroup
-    : InFramedModule<&_McastGroup_5302ff4251cd4c04_vomoModule, &McastGroupFrames, index> {};
-template <>
-struct IdOf<Multicast::Group::Config> : InMcastGroup<0> {};
-template <>
-struct IdOf<Multicast::Group::GroupKey> : InMcastGroup<1> {};
-template <>
-struct IdOf<Multicast::Group::McastGroupKind> : InMcastGroup<2> {};
-template <>
-struct IdOf<Multicast::Group::Request> : InMcastGroup<3> {};
-template <>
-struct IdOf<Multicast::Group::Response> : InMcastGroup<4> {};
-template <>
-struct IdOf<Multicast::Group::Status> : InMcastGroup<5> {};
+extern "C" VomoModule const _McastGroup_5302ff4251cd4c04_vomoModule;
+struct McastGroupModule : TypeList<Multicast::Group::Config, Multicast::Group::GroupKey,
+                                   Multicast::Group::McastGroupKind, Multicast::Group::Request,
+                                   Multicast::Group::Response, Multicast::Group::Status> {
+    static constexpr VomoModule const* record = &_McastGroup_5302ff4251cd4c04_vomoModule;
+    static ValueFrames<size> const frames;
+};
+template <TypeOf<McastGroupModule> T>
+struct IdOf<T> : PlaceIn<T, McastGroupModule> {};
 } // namespace Vomo
 
 namespace Multicast::Group {

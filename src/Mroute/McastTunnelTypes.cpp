@@ -24,14 +24,15 @@ struct Vomo::Describe<Multicast::Tunnel::TunnelTable::McastTunnelEncapInfo> {
 };
 template <>
 struct Vomo::Describe<Multicast::Tunnel::TunnelType> {
+    using T = Multicast::Tunnel::TunnelType;
     static constexpr auto type = enumeration<U8>("Multicast::Tunnel::TunnelType");
     static constexpr auto attributes = rows({
-        literal(2, "invalid", 0),
-        literal(3, "vxlanMcast", 1),
-        literal(4, "vxlanIR", 2),
-        literal(5, "vpls", 3),
-        literal(6, "mpls", 4),
-        literal(7, "vxlanBum", 5),
+        literal(2, "invalid", T::invalid),
+        literal(3, "vxlanMcast", T::vxlanMcast),
+        literal(4, "vxlanIR", T::vxlanIR),
+        literal(5, "vpls", T::vpls),
+        literal(6, "mpls", T::mpls),
+        literal(7, "vxlanBum", T::vxlanBum),
     });
 };
 
@@ -43,17 +44,10 @@ std::ostream& operator<<(std::ostream& stream, FecIndex v) {
 
 } // namespace Multicast::Tunnel::TunnelTable
 
-namespace {
-// In order of name.
-constexpr Vomo::TypeFrame types[] = {
-    Vomo::frameOf<Multicast::Tunnel::TunnelTable::FecIndex>,
-    Vomo::frameOf<Multicast::Tunnel::TunnelTable::McastTunnelEncapInfo>,
-    Vomo::frameOf<Multicast::Tunnel::TunnelType>,
-};
-} // namespace
-constinit Vomo::VomoModule const Vomo::_McastTunnelTypes_30f62c28a09469df_vomoModule =
-    Vomo::ModuleRecord<types>::value;
-constinit Vomo::ValueFrames<3> const Vomo::McastTunnelTypesFrames =
-    Vomo::ModuleRecord<types>::frames;
-static Vomo::ModuleRegistration const
-    registration(&Vomo::_McastTunnelTypes_30f62c28a09469df_vomoModule);
+namespace Vomo {
+constinit decltype(McastTunnelTypesModule::frames) McastTunnelTypesModule::frames =
+    ModuleRecord<McastTunnelTypesModule>::frames;
+constinit VomoModule const _McastTunnelTypes_30f62c28a09469df_vomoModule =
+    ModuleRecord<McastTunnelTypesModule>::value;
+static ModuleRegistration const registration(McastTunnelTypesModule::record);
+} // namespace Vomo

@@ -13,19 +13,15 @@ class McastTunnelEncapInfo;
 } // namespace Multicast::Tunnel
 
 namespace Vomo {
-extern "C" {
-extern VomoModule const _McastTunnelTypes_30f62c28a09469df_vomoModule;
-}
-extern ValueFrames<3> const McastTunnelTypesFrames;
-template <U16 index>
-struct InMcastTunnelTypes : InFramedModule<&_McastTunnelTypes_30f62c28a09469df_vomoModule,
-                                           &McastTunnelTypesFrames, index> {};
-template <>
-struct IdOf<Multicast::Tunnel::TunnelTable::FecIndex> : InMcastTunnelTypes<0> {};
-template <>
-struct IdOf<Multicast::Tunnel::TunnelTable::McastTunnelEncapInfo> : InMcastTunnelTypes<1> {};
-template <>
-struct IdOf<Multicast::Tunnel::TunnelType> : InMcastTunnelTypes<2> {};
+extern "C" VomoModule const _McastTunnelTypes_30f62c28a09469df_vomoModule;
+struct McastTunnelTypesModule : TypeList<Multicast::Tunnel::TunnelTable::FecIndex,
+                                         Multicast::Tunnel::TunnelTable::McastTunnelEncapInfo,
+                                         Multicast::Tunnel::TunnelType> {
+    static constexpr VomoModule const* record = &_McastTunnelTypes_30f62c28a09469df_vomoModule;
+    static ValueFrames<size> const frames;
+};
+template <TypeOf<McastTunnelTypesModule> T>
+struct IdOf<T> : PlaceIn<T, McastTunnelTypesModule> {};
 } // namespace Vomo
 
 namespace Multicast::Tunnel {

@@ -13,12 +13,10 @@ struct Vomo::Describe<MrouteLib::VplsPwEncapInfo> {
     });
 };
 
-namespace {
-constexpr Vomo::TypeFrame types[] = {Vomo::frameOf<MrouteLib::VplsPwEncapInfo>};
-} // namespace
-constinit Vomo::VomoModule const Vomo::_McastVplsPwTypes_46bcb70d7f81f4f2_vomoModule =
-    Vomo::ModuleRecord<types>::value;
-constinit Vomo::ValueFrames<1> const Vomo::McastVplsPwTypesFrames =
-    Vomo::ModuleRecord<types>::frames;
-static Vomo::ModuleRegistration const
-    registration(&Vomo::_McastVplsPwTypes_46bcb70d7f81f4f2_vomoModule);
+namespace Vomo {
+constinit decltype(McastVplsPwTypesModule::frames) McastVplsPwTypesModule::frames =
+    ModuleRecord<McastVplsPwTypesModule>::frames;
+constinit VomoModule const _McastVplsPwTypes_46bcb70d7f81f4f2_vomoModule =
+    ModuleRecord<McastVplsPwTypesModule>::value;
+static ModuleRegistration const registration(McastVplsPwTypesModule::record);
+} // namespace Vomo

@@ -9,13 +9,13 @@ class VplsPwEncapInfo;
 } // namespace MrouteLib
 
 namespace Vomo {
-extern "C" {
-extern VomoModule const _McastVplsPwTypes_46bcb70d7f81f4f2_vomoModule;
-}
-extern ValueFrames<1> const McastVplsPwTypesFrames;
-template <>
-struct IdOf<MrouteLib::VplsPwEncapInfo>
-    : InFramedModule<&_McastVplsPwTypes_46bcb70d7f81f4f2_vomoModule, &McastVplsPwTypesFrames, 0> {};
+extern "C" VomoModule const _McastVplsPwTypes_46bcb70d7f81f4f2_vomoModule;
+struct McastVplsPwTypesModule : TypeList<MrouteLib::VplsPwEncapInfo> {
+    static constexpr VomoModule const* record = &_McastVplsPwTypes_46bcb70d7f81f4f2_vomoModule;
+    static ValueFrames<size> const frames;
+};
+template <TypeOf<McastVplsPwTypesModule> T>
+struct IdOf<T> : PlaceIn<T, McastVplsPwTypesModule> {};
 } // namespace Vomo
 
 namespace MrouteLib {

@@ -3,15 +3,14 @@
 #include "Vomo/Record.h"
 
 namespace Vomo {
-extern "C" {
-extern VomoModule const _McastVxlanTypes_639bdfcf9008dd06_vomoModule;
-}
+extern "C" VomoModule const _McastVxlanTypes_639bdfcf9008dd06_vomoModule;
+struct McastVxlanTypesModule : TypeList<> {
+    static constexpr VomoModule const* record = &_McastVxlanTypes_639bdfcf9008dd06_vomoModule;
+};
 } // namespace Vomo
 
-namespace {
-constexpr std::array<Vomo::TypeFrame, 0> types{};
-} // namespace
-constinit Vomo::VomoModule const Vomo::_McastVxlanTypes_639bdfcf9008dd06_vomoModule =
-    Vomo::ModuleRecord<types>::value;
-static Vomo::ModuleRegistration const
-    registration(&Vomo::_McastVxlanTypes_639bdfcf9008dd06_vomoModule);
+namespace Vomo {
+constinit VomoModule const _McastVxlanTypes_639bdfcf9008dd06_vomoModule =
+    ModuleRecord<McastVxlanTypesModule>::value;
+static ModuleRegistration const registration(McastVxlanTypesModule::record);
+} // namespace Vomo

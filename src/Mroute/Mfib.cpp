@@ -22,11 +22,12 @@ struct Vomo::Describe<Routing::Multicast::Fib::Counter> {
 };
 template <>
 struct Vomo::Describe<Routing::Multicast::Fib::CounterMode> {
+    using T = Routing::Multicast::Fib::CounterMode;
     static constexpr auto type = enumeration<U32>("Routing::Multicast::Fib::CounterMode");
     static constexpr auto attributes = rows({
-        literal(2, "None", 0),
-        literal(3, "packetMode", 1),
-        literal(4, "byteMode", 2),
+        literal(2, "None", T::None),
+        literal(3, "packetMode", T::packetMode),
+        literal(4, "byteMode", T::byteMode),
     });
 };
 template <>
@@ -263,16 +264,8 @@ bool operator<(Counter const& a, Counter const& b) {
 
 } // namespace Routing::Multicast::Fib
 
-namespace {
-// In order of name.
-constexpr Vomo::TypeFrame types[] = {
-    Vomo::frameOf<Routing::Multicast::Fib::Counter>,
-    Vomo::frameOf<Routing::Multicast::Fib::CounterMode>,
-    Vomo::frameOf<Routing::Multicast::Fib::Intf>,
-    Vomo::frameOf<Routing::Multicast::Fib::RouteKeyTypeConverter>,
-};
-} // namespace
-constinit Vomo::VomoModule const Vomo::_Mfib_81f0b1a1b6aa3812_vomoModule =
-    Vomo::ModuleRecord<types>::value;
-constinit Vomo::ValueFrames<4> const Vomo::MfibFrames = Vomo::ModuleRecord<types>::frames;
-static Vomo::ModuleRegistration const registration(&Vomo::_Mfib_81f0b1a1b6aa3812_vomoModule);
+namespace Vomo {
+constinit decltype(MfibModule::frames) MfibModule::frames = ModuleRecord<MfibModule>::frames;
+constinit VomoModule const _Mfib_81f0b1a1b6aa3812_vomoModule = ModuleRecord<MfibModule>::value;
+static ModuleRegistration const registration(MfibModule::record);
+} // namespace Vomo

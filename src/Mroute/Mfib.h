@@ -12,20 +12,15 @@ class RouteKeyTypeConverter;
 } // namespace Routing::Multicast::Fib
 
 namespace Vomo {
-extern "C" {
-extern VomoModule const _Mfib_81f0b1a1b6aa3812_vomoModule;
-}
-extern ValueFrames<4> const MfibFrames;
-template <U16 index>
-struct InMfib : InFramedModule<&_Mfib_81f0b1a1b6aa3812_vomoModule, &MfibFrames, index> {};
-template <>
-struct IdOf<Routing::Multicast::Fib::Counter> : InMfib<0> {};
-template <>
-struct IdOf<Routing::Multicast::Fib::CounterMode> : InMfib<1> {};
-template <>
-struct IdOf<Routing::Multicast::Fib::Intf> : InMfib<2> {};
-template <>
-struct IdOf<Routing::Multicast::Fib::RouteKeyTypeConverter> : InMfib<3> {};
+extern "C" VomoModule const _Mfib_81f0b1a1b6aa3812_vomoModule;
+struct MfibModule
+    : TypeList<Routing::Multicast::Fib::Counter, Routing::Multicast::Fib::CounterMode,
+               Routing::Multicast::Fib::Intf, Routing::Multicast::Fib::RouteKeyTypeConverter> {
+    static constexpr VomoModule const* record = &_Mfib_81f0b1a1b6aa3812_vomoModule;
+    static ValueFrames<size> const frames;
+};
+template <TypeOf<MfibModule> T>
+struct IdOf<T> : PlaceIn<T, MfibModule> {};
 } // namespace Vomo
 
 namespace Routing::Multicast::Fib {

@@ -303,22 +303,10 @@ std::ostream& operator<<(std::ostream& stream, OifIndex v) {
 
 } // namespace Brisk::Multicast::Fib
 
-namespace {
-// In order of name.
-constexpr Vomo::TypeFrame types[] = {
-    Vomo::frameOf<Brisk::Multicast::Fib::BidirGroup>,
-    Vomo::frameOf<Brisk::Multicast::Fib::DfProfile>,
-    Vomo::frameOf<Brisk::Multicast::Fib::IntfOifIndex>,
-    Vomo::entityFrameOf<Brisk::Multicast::Fib::MfibDir>,
-    Vomo::entityFrameOf<Brisk::Multicast::Fib::MfibDirColl>,
-    Vomo::frameOf<Brisk::Multicast::Fib::OifIndex>,
-    Vomo::frameOf<Brisk::Multicast::Fib::OifIndexIntf>,
-    Vomo::frameOf<Brisk::Multicast::Fib::Route>,
-    Vomo::frameOf<Brisk::Multicast::Fib::TableInfo>,
-};
-} // namespace
-constinit Vomo::VomoModule const Vomo::_MfibBriskTypes_aaea5100197a8ed6_vomoModule =
-    Vomo::ModuleRecord<types>::value;
-constinit Vomo::ValueFrames<9> const Vomo::MfibBriskTypesFrames = Vomo::ModuleRecord<types>::frames;
-static Vomo::ModuleRegistration const
-    registration(&Vomo::_MfibBriskTypes_aaea5100197a8ed6_vomoModule);
+namespace Vomo {
+constinit decltype(MfibBriskTypesModule::frames) MfibBriskTypesModule::frames =
+    ModuleRecord<MfibBriskTypesModule>::frames;
+constinit VomoModule const _MfibBriskTypes_aaea5100197a8ed6_vomoModule =
+    ModuleRecord<MfibBriskTypesModule>::value;
+static ModuleRegistration const registration(MfibBriskTypesModule::record);
+} // namespace Vomo

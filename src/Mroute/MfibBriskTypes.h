@@ -21,31 +21,18 @@ class TableInfo;
 } // namespace Brisk::Multicast::Fib
 
 namespace Vomo {
-extern "C" {
-extern VomoModule const _MfibBriskTypes_aaea5100197a8ed6_vomoModule;
-}
-extern ValueFrames<9> const MfibBriskTypesFrames;
-template <U16 index>
-struct InMfibBriskTypes
-    : InFramedModule<&_MfibBriskTypes_aaea5100197a8ed6_vomoModule, &MfibBriskTypesFrames, index> {};
-template <>
-struct IdOf<Brisk::Multicast::Fib::BidirGroup> : InMfibBriskTypes<0> {};
-template <>
-struct IdOf<Brisk::Multicast::Fib::DfProfile> : InMfibBriskTypes<1> {};
-template <>
-struct IdOf<Brisk::Multicast::Fib::IntfOifIndex> : InMfibBriskTypes<2> {};
-template <>
-struct IdOf<Brisk::Multicast::Fib::MfibDir> : InMfibBriskTypes<3> {};
-template <>
-struct IdOf<Brisk::Multicast::Fib::MfibDirColl> : InMfibBriskTypes<4> {};
-template <>
-struct IdOf<Brisk::Multicast::Fib::OifIndex> : InMfibBriskTypes<5> {};
-template <>
-struct IdOf<Brisk::Multicast::Fib::OifIndexIntf> : InMfibBriskTypes<6> {};
-template <>
-struct IdOf<Brisk::Multicast::Fib::Route> : InMfibBriskTypes<7> {};
-template <>
-struct IdOf<Brisk::Multicast::Fib::TableInfo> : InMfibBriskTypes<8> {};
+extern "C" VomoModule const _MfibBriskTypes_aaea5100197a8ed6_vomoModule;
+struct MfibBriskTypesModule
+    : TypeList<Brisk::Multicast::Fib::BidirGroup, Brisk::Multicast::Fib::DfProfile,
+               Brisk::Multicast::Fib::IntfOifIndex, Brisk::Multicast::Fib::MfibDir,
+               Brisk::Multicast::Fib::MfibDirColl, Brisk::Multicast::Fib::OifIndex,
+               Brisk::Multicast::Fib::OifIndexIntf, Brisk::Multicast::Fib::Route,
+               Brisk::Multicast::Fib::TableInfo> {
+    static constexpr VomoModule const* record = &_MfibBriskTypes_aaea5100197a8ed6_vomoModule;
+    static ValueFrames<size> const frames;
+};
+template <TypeOf<MfibBriskTypesModule> T>
+struct IdOf<T> : PlaceIn<T, MfibBriskTypesModule> {};
 } // namespace Vomo
 
 namespace Brisk::Multicast::Fib {

@@ -11,30 +11,21 @@ template <>
 struct Vomo::Describe<Routing::Multicast::Fib::IifFlags> {
     using T = Routing::Multicast::Fib::IifFlags;
     static constexpr auto type = flagSet("Routing::Multicast::Fib::IifFlags");
-    static constexpr auto attributes = rows({
-        flag(2, "noRpf"),
-        raw(3, "value"),
-        constant<&T::noRpf_>(4, "noRpf_"),
+    static constexpr auto attributes = flags({
+        {"noRpf", "noRpf_", T::noRpf_},
     });
 };
 template <>
 struct Vomo::Describe<Routing::Multicast::Fib::IntfFlags> {
     using T = Routing::Multicast::Fib::IntfFlags;
     static constexpr auto type = flagSet("Routing::Multicast::Fib::IntfFlags");
-    static constexpr auto attributes = rows({
-        flag(2, "forward"),
-        flag(3, "accept"),
-        flag(4, "notify"),
-        flag(5, "noRpf"),
-        flag(6, "fastdrop"),
-        flag(7, "frr"),
-        raw(8, "value"),
-        constant<&T::forward_>(9, "forward_"),
-        constant<&T::accept_>(10, "accept_"),
-        constant<&T::notify_>(11, "notify_"),
-        constant<&T::noRpf_>(12, "noRpf_"),
-        constant<&T::fastdrop_>(13, "fastdrop_"),
-        constant<&T::frr_>(14, "frr_"),
+    static constexpr auto attributes = flags({
+        {"forward", "forward_", T::forward_},
+        {"accept", "accept_", T::accept_},
+        {"notify", "notify_", T::notify_},
+        {"noRpf", "noRpf_", T::noRpf_},
+        {"fastdrop", "fastdrop_", T::fastdrop_},
+        {"frr", "frr_", T::frr_},
     });
 };
 template <>
@@ -84,39 +75,31 @@ template <>
 struct Vomo::Describe<Routing::Multicast::Fib::RouteFlags> {
     using T = Routing::Multicast::Fib::RouteFlags;
     static constexpr auto type = flagSet("Routing::Multicast::Fib::RouteFlags");
-    static constexpr auto attributes = rows({
-        flag(2, "valid"),
-        flag(3, "toCpu"),
-        flag(4, "iifRegister"),
-        flag(5, "oifRegister"),
-        flag(6, "programmable"),
-        flag(7, "skipSoftwareProgramming"),
-        flag(8, "iifPmsi"),
-        flag(9, "virtualRoute"),
-        raw(10, "value"),
-        constant<&T::valid_>(11, "valid_"),
-        constant<&T::toCpu_>(12, "toCpu_"),
-        constant<&T::iifRegister_>(13, "iifRegister_"),
-        constant<&T::oifRegister_>(14, "oifRegister_"),
-        constant<&T::programmable_>(15, "programmable_"),
-        constant<&T::skipSoftwareProgramming_>(16, "skipSoftwareProgramming_"),
-        constant<&T::iifPmsi_>(17, "iifPmsi_"),
-        constant<&T::virtualRoute_>(18, "virtualRoute_"),
+    static constexpr auto attributes = flags({
+        {"valid", "valid_", T::valid_},
+        {"toCpu", "toCpu_", T::toCpu_},
+        {"iifRegister", "iifRegister_", T::iifRegister_},
+        {"oifRegister", "oifRegister_", T::oifRegister_},
+        {"programmable", "programmable_", T::programmable_},
+        {"skipSoftwareProgramming", "skipSoftwareProgramming_", T::skipSoftwareProgramming_},
+        {"iifPmsi", "iifPmsi_", T::iifPmsi_},
+        {"virtualRoute", "virtualRoute_", T::virtualRoute_},
     });
 };
 template <>
 struct Vomo::Describe<Routing::Multicast::Fib::RouteKeyType> {
+    using T = Routing::Multicast::Fib::RouteKeyType;
     static constexpr auto type = enumeration<U32>("Routing::Multicast::Fib::RouteKeyType");
     static constexpr auto attributes = rows({
-        literal(2, "unknownRouteKeyType", 0),
-        literal(3, "vlanFloodset", 1),
-        literal(4, "multicastFloodset", 2),
-        literal(5, "ethGroup", 3),
-        literal(6, "mcastGroup", 4),
-        literal(7, "vxlanCoreSideFloodset", 5),
-        literal(8, "evpnMultihomeFloodset", 6),
-        literal(9, "multicastV6Floodset", 7),
-        literal(10, "mroute", 8),
+        literal(2, "unknownRouteKeyType", T::unknownRouteKeyType),
+        literal(3, "vlanFloodset", T::vlanFloodset),
+        literal(4, "multicastFloodset", T::multicastFloodset),
+        literal(5, "ethGroup", T::ethGroup),
+        literal(6, "mcastGroup", T::mcastGroup),
+        literal(7, "vxlanCoreSideFloodset", T::vxlanCoreSideFloodset),
+        literal(8, "evpnMultihomeFloodset", T::evpnMultihomeFloodset),
+        literal(9, "multicastV6Floodset", T::multicastV6Floodset),
+        literal(10, "mroute", T::mroute),
     });
 };
 template <>
@@ -295,20 +278,10 @@ std::ostream& operator<<(std::ostream& stream, IntfFlags const* v) {
 
 } // namespace Routing::Multicast::Fib
 
-namespace {
-// In order of name.
-constexpr Vomo::TypeFrame types[] = {
-    Vomo::frameOf<Routing::Multicast::Fib::IifFlags>,
-    Vomo::frameOf<Routing::Multicast::Fib::IntfFlags>,
-    Vomo::frameOf<Routing::Multicast::Fib::IpGenRouteKey>,
-    Vomo::frameOf<Routing::Multicast::Fib::RouteFlags>,
-    Vomo::frameOf<Routing::Multicast::Fib::RouteKey>,
-    Vomo::frameOf<Routing::Multicast::Fib::RouteKeyType>,
-    Vomo::frameOf<Routing::Multicast::Fib::RoutePriority>,
-    Vomo::frameOf<Routing::Multicast::Fib::RpaIndex>,
-};
-} // namespace
-constinit Vomo::VomoModule const Vomo::_MfibTypes_bf6f8d1799ee26b7_vomoModule =
-    Vomo::ModuleRecord<types>::value;
-constinit Vomo::ValueFrames<8> const Vomo::MfibTypesFrames = Vomo::ModuleRecord<types>::frames;
-static Vomo::ModuleRegistration const registration(&Vomo::_MfibTypes_bf6f8d1799ee26b7_vomoModule);
+namespace Vomo {
+constinit decltype(MfibTypesModule::frames) MfibTypesModule::frames =
+    ModuleRecord<MfibTypesModule>::frames;
+constinit VomoModule const _MfibTypes_bf6f8d1799ee26b7_vomoModule =
+    ModuleRecord<MfibTypesModule>::value;
+static ModuleRegistration const registration(MfibTypesModule::record);
+} // namespace Vomo

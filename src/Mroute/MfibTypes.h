@@ -21,29 +21,17 @@ class RpaIndex;
 } // namespace Routing::Multicast::Fib
 
 namespace Vomo {
-extern "C" {
-extern VomoModule const _MfibTypes_bf6f8d1799ee26b7_vomoModule;
-}
-extern ValueFrames<8> const MfibTypesFrames;
-template <U16 index>
-struct InMfibTypes
-    : InFramedModule<&_MfibTypes_bf6f8d1799ee26b7_vomoModule, &MfibTypesFrames, index> {};
-template <>
-struct IdOf<Routing::Multicast::Fib::IifFlags> : InMfibTypes<0> {};
-template <>
-struct IdOf<Routing::Multicast::Fib::IntfFlags> : InMfibTypes<1> {};
-template <>
-struct IdOf<Routing::Multicast::Fib::IpGenRouteKey> : InMfibTypes<2> {};
-template <>
-struct IdOf<Routing::Multicast::Fib::RouteFlags> : InMfibTypes<3> {};
-template <>
-struct IdOf<Routing::Multicast::Fib::RouteKey> : InMfibTypes<4> {};
-template <>
-struct IdOf<Routing::Multicast::Fib::RouteKeyType> : InMfibTypes<5> {};
-template <>
-struct IdOf<Routing::Multicast::Fib::RoutePriority> : InMfibTypes<6> {};
-template <>
-struct IdOf<Routing::Multicast::Fib::RpaIndex> : InMfibTypes<7> {};
+extern "C" VomoModule const _MfibTypes_bf6f8d1799ee26b7_vomoModule;
+struct MfibTypesModule
+    : TypeList<Routing::Multicast::Fib::IifFlags, Routing::Multicast::Fib::IntfFlags,
+               Routing::Multicast::Fib::IpGenRouteKey, Routing::Multicast::Fib::RouteFlags,
+               Routing::Multicast::Fib::RouteKey, Routing::Multicast::Fib::RouteKeyType,
+               Routing::Multicast::Fib::RoutePriority, Routing::Multicast::Fib::RpaIndex> {
+    static constexpr VomoModule const* record = &_MfibTypes_bf6f8d1799ee26b7_vomoModule;
+    static ValueFrames<size> const frames;
+};
+template <TypeOf<MfibTypesModule> T>
+struct IdOf<T> : PlaceIn<T, MfibTypesModule> {};
 } // namespace Vomo
 
 namespace Routing::Multicast::Fib {
@@ -213,22 +201,22 @@ public:
 
     using FlagSet::FlagSet;
 
-    constexpr bool valid() const { return bit(0); }
-    constexpr void validIs(bool v) { bitIs(0, v); }
-    constexpr bool toCpu() const { return bit(1); }
-    constexpr void toCpuIs(bool v) { bitIs(1, v); }
-    constexpr bool iifRegister() const { return bit(2); }
-    constexpr void iifRegisterIs(bool v) { bitIs(2, v); }
-    constexpr bool oifRegister() const { return bit(3); }
-    constexpr void oifRegisterIs(bool v) { bitIs(3, v); }
-    constexpr bool programmable() const { return bit(4); }
-    constexpr void programmableIs(bool v) { bitIs(4, v); }
-    constexpr bool skipSoftwareProgramming() const { return bit(5); }
-    constexpr void skipSoftwareProgrammingIs(bool v) { bitIs(5, v); }
-    constexpr bool iifPmsi() const { return bit(6); }
-    constexpr void iifPmsiIs(bool v) { bitIs(6, v); }
-    constexpr bool virtualRoute() const { return bit(7); }
-    constexpr void virtualRouteIs(bool v) { bitIs(7, v); }
+    constexpr bool valid() const { return has(valid_); }
+    constexpr void validIs(bool v) { set(valid_, v); }
+    constexpr bool toCpu() const { return has(toCpu_); }
+    constexpr void toCpuIs(bool v) { set(toCpu_, v); }
+    constexpr bool iifRegister() const { return has(iifRegister_); }
+    constexpr void iifRegisterIs(bool v) { set(iifRegister_, v); }
+    constexpr bool oifRegister() const { return has(oifRegister_); }
+    constexpr void oifRegisterIs(bool v) { set(oifRegister_, v); }
+    constexpr bool programmable() const { return has(programmable_); }
+    constexpr void programmableIs(bool v) { set(programmable_, v); }
+    constexpr bool skipSoftwareProgramming() const { return has(skipSoftwareProgramming_); }
+    constexpr void skipSoftwareProgrammingIs(bool v) { set(skipSoftwareProgramming_, v); }
+    constexpr bool iifPmsi() const { return has(iifPmsi_); }
+    constexpr void iifPmsiIs(bool v) { set(iifPmsi_, v); }
+    constexpr bool virtualRoute() const { return has(virtualRoute_); }
+    constexpr void virtualRouteIs(bool v) { set(virtualRoute_, v); }
 };
 inline constexpr RouteFlags RouteFlags::valid_{1}, RouteFlags::toCpu_{2},
     RouteFlags::iifRegister_{4}, RouteFlags::oifRegister_{8}, RouteFlags::programmable_{16},
@@ -242,18 +230,18 @@ public:
 
     using FlagSet::FlagSet;
 
-    constexpr bool forward() const { return bit(0); }
-    constexpr void forwardIs(bool v) { bitIs(0, v); }
-    constexpr bool accept() const { return bit(1); }
-    constexpr void acceptIs(bool v) { bitIs(1, v); }
-    constexpr bool notify() const { return bit(2); }
-    constexpr void notifyIs(bool v) { bitIs(2, v); }
-    constexpr bool noRpf() const { return bit(3); }
-    constexpr void noRpfIs(bool v) { bitIs(3, v); }
-    constexpr bool fastdrop() const { return bit(4); }
-    constexpr void fastdropIs(bool v) { bitIs(4, v); }
-    constexpr bool frr() const { return bit(5); }
-    constexpr void frrIs(bool v) { bitIs(5, v); }
+    constexpr bool forward() const { return has(forward_); }
+    constexpr void forwardIs(bool v) { set(forward_, v); }
+    constexpr bool accept() const { return has(accept_); }
+    constexpr void acceptIs(bool v) { set(accept_, v); }
+    constexpr bool notify() const { return has(notify_); }
+    constexpr void notifyIs(bool v) { set(notify_, v); }
+    constexpr bool noRpf() const { return has(noRpf_); }
+    constexpr void noRpfIs(bool v) { set(noRpf_, v); }
+    constexpr bool fastdrop() const { return has(fastdrop_); }
+    constexpr void fastdropIs(bool v) { set(fastdrop_, v); }
+    constexpr bool frr() const { return has(frr_); }
+    constexpr void frrIs(bool v) { set(frr_, v); }
 };
 inline constexpr IntfFlags IntfFlags::forward_{1}, IntfFlags::accept_{2}, IntfFlags::notify_{4},
     IntfFlags::noRpf_{8}, IntfFlags::fastdrop_{16}, IntfFlags::frr_{32};
@@ -265,8 +253,8 @@ public:
 
     using FlagSet::FlagSet;
 
-    constexpr bool noRpf() const { return bit(0); }
-    constexpr void noRpfIs(bool v) { bitIs(0, v); }
+    constexpr bool noRpf() const { return has(noRpf_); }
+    constexpr void noRpfIs(bool v) { set(noRpf_, v); }
 };
 inline constexpr IifFlags IifFlags::noRpf_{1};
 

@@ -30,11 +30,10 @@ U32 attrLogSize(RouteKeyInfo const* v) {
 
 } // namespace MrouteLib
 
-namespace {
-constexpr Vomo::TypeFrame types[] = {Vomo::frameOf<MrouteLib::RouteKeyInfo>};
-} // namespace
-constinit Vomo::VomoModule const Vomo::_MrouteLibAttr_9a81120073b9f37c_vomoModule =
-    Vomo::ModuleRecord<types>::value;
-constinit Vomo::ValueFrames<1> const Vomo::MrouteLibAttrFrames = Vomo::ModuleRecord<types>::frames;
-static Vomo::ModuleRegistration const
-    registration(&Vomo::_MrouteLibAttr_9a81120073b9f37c_vomoModule);
+namespace Vomo {
+constinit decltype(MrouteLibAttrModule::frames) MrouteLibAttrModule::frames =
+    ModuleRecord<MrouteLibAttrModule>::frames;
+constinit VomoModule const _MrouteLibAttr_9a81120073b9f37c_vomoModule =
+    ModuleRecord<MrouteLibAttrModule>::value;
+static ModuleRegistration const registration(MrouteLibAttrModule::record);
+} // namespace Vomo

@@ -9,13 +9,13 @@ class RouteKeyInfo;
 } // namespace MrouteLib
 
 namespace Vomo {
-extern "C" {
-extern VomoModule const _MrouteLibAttr_9a81120073b9f37c_vomoModule;
-}
-extern ValueFrames<1> const MrouteLibAttrFrames;
-template <>
-struct IdOf<MrouteLib::RouteKeyInfo>
-    : InFramedModule<&_MrouteLibAttr_9a81120073b9f37c_vomoModule, &MrouteLibAttrFrames, 0> {};
+extern "C" VomoModule const _MrouteLibAttr_9a81120073b9f37c_vomoModule;
+struct MrouteLibAttrModule : TypeList<MrouteLib::RouteKeyInfo> {
+    static constexpr VomoModule const* record = &_MrouteLibAttr_9a81120073b9f37c_vomoModule;
+    static ValueFrames<size> const frames;
+};
+template <TypeOf<MrouteLibAttrModule> T>
+struct IdOf<T> : PlaceIn<T, MrouteLibAttrModule> {};
 } // namespace Vomo
 
 namespace MrouteLib {

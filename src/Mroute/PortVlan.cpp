@@ -54,16 +54,10 @@ struct Vomo::Describe<MrouteLib::PortVlan> {
     });
 };
 
-namespace {
-// In order of name.
-constexpr Vomo::TypeFrame types[] = {
-    Vomo::frameOf<MrouteLib::OutLif>,
-    Vomo::frameOf<MrouteLib::PortProperty>,
-    Vomo::frameOf<MrouteLib::PortPropertyMask>,
-    Vomo::frameOf<MrouteLib::PortVlan>,
-};
-} // namespace
-constinit Vomo::VomoModule const Vomo::_PortVlan_adcde2bd179a1d29_vomoModule =
-    Vomo::ModuleRecord<types>::value;
-constinit Vomo::ValueFrames<4> const Vomo::PortVlanFrames = Vomo::ModuleRecord<types>::frames;
-static Vomo::ModuleRegistration const registration(&Vomo::_PortVlan_adcde2bd179a1d29_vomoModule);
+namespace Vomo {
+constinit decltype(PortVlanModule::frames) PortVlanModule::frames =
+    ModuleRecord<PortVlanModule>::frames;
+constinit VomoModule const _PortVlan_adcde2bd179a1d29_vomoModule =
+    ModuleRecord<PortVlanModule>::value;
+static ModuleRegistration const registration(PortVlanModule::record);
+} // namespace Vomo

@@ -13,21 +13,14 @@ class PortVlan;
 } // namespace MrouteLib
 
 namespace Vomo {
-extern "C" {
-extern VomoModule const _PortVlan_adcde2bd179a1d29_vomoModule;
-}
-extern ValueFrames<4> const PortVlanFrames;
-template <U16 index>
-struct InPortVlan : InFramedModule<&_PortVlan_adcde2bd179a1d29_vomoModule, &PortVlanFrames, index> {
+extern "C" VomoModule const _PortVlan_adcde2bd179a1d29_vomoModule;
+struct PortVlanModule : TypeList<MrouteLib::OutLif, MrouteLib::PortProperty,
+                                 MrouteLib::PortPropertyMask, MrouteLib::PortVlan> {
+    static constexpr VomoModule const* record = &_PortVlan_adcde2bd179a1d29_vomoModule;
+    static ValueFrames<size> const frames;
 };
-template <>
-struct IdOf<MrouteLib::OutLif> : InPortVlan<0> {};
-template <>
-struct IdOf<MrouteLib::PortProperty> : InPortVlan<1> {};
-template <>
-struct IdOf<MrouteLib::PortPropertyMask> : InPortVlan<2> {};
-template <>
-struct IdOf<MrouteLib::PortVlan> : InPortVlan<3> {};
+template <TypeOf<PortVlanModule> T>
+struct IdOf<T> : PlaceIn<T, PortVlanModule> {};
 } // namespace Vomo
 
 namespace MrouteLib {

@@ -9,17 +9,13 @@ class ToCpuPurpose;
 } // namespace MrouteLib
 
 namespace Vomo {
-extern "C" {
-extern VomoModule const _PortVlanSet_a48c9f8d500e2295_vomoModule;
-}
-extern ValueFrames<2> const PortVlanSetFrames;
-template <U16 index>
-struct InPortVlanSet
-    : InFramedModule<&_PortVlanSet_a48c9f8d500e2295_vomoModule, &PortVlanSetFrames, index> {};
-template <>
-struct IdOf<MrouteLib::PvSetChange> : InPortVlanSet<0> {};
-template <>
-struct IdOf<MrouteLib::ToCpuPurpose> : InPortVlanSet<1> {};
+extern "C" VomoModule const _PortVlanSet_a48c9f8d500e2295_vomoModule;
+struct PortVlanSetModule : TypeList<MrouteLib::PvSetChange, MrouteLib::ToCpuPurpose> {
+    static constexpr VomoModule const* record = &_PortVlanSet_a48c9f8d500e2295_vomoModule;
+    static ValueFrames<size> const frames;
+};
+template <TypeOf<PortVlanSetModule> T>
+struct IdOf<T> : PlaceIn<T, PortVlanSetModule> {};
 } // namespace Vomo
 
 namespace MrouteLib {
@@ -47,10 +43,10 @@ public:
 
     using FlagSet::FlagSet;
 
-    constexpr bool toCpuMcast() const { return bit(0); }
-    constexpr void toCpuMcastIs(bool v) { bitIs(0, v); }
-    constexpr bool toCpuVxlan() const { return bit(1); }
-    constexpr void toCpuVxlanIs(bool v) { bitIs(1, v); }
+    constexpr bool toCpuMcast() const { return has(toCpuMcast_); }
+    constexpr void toCpuMcastIs(bool v) { set(toCpuMcast_, v); }
+    constexpr bool toCpuVxlan() const { return has(toCpuVxlan_); }
+    constexpr void toCpuVxlanIs(bool v) { set(toCpuVxlan_, v); }
 };
 inline constexpr ToCpuPurpose ToCpuPurpose::toCpuMcast_{1}, ToCpuPurpose::toCpuVxlan_{2};
 

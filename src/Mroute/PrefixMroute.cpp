@@ -31,15 +31,10 @@ U32 attrLogSize(PrefixKey const* v) {
 
 } // namespace Routing::Multicast::Fib::PimIntf
 
-namespace {
-// In order of name.
-constexpr Vomo::TypeFrame types[] = {
-    Vomo::frameOf<Routing::Multicast::Fib::PimIntf::PrefixKey>,
-    Vomo::frameOf<Routing::Multicast::Fib::PimIntf::PrefixMroute>,
-};
-} // namespace
-constinit Vomo::VomoModule const Vomo::_PrefixMroute_11d6cdb3e6c20fbe_vomoModule =
-    Vomo::ModuleRecord<types>::value;
-constinit Vomo::ValueFrames<2> const Vomo::PrefixMrouteFrames = Vomo::ModuleRecord<types>::frames;
-static Vomo::ModuleRegistration const
-    registration(&Vomo::_PrefixMroute_11d6cdb3e6c20fbe_vomoModule);
+namespace Vomo {
+constinit decltype(PrefixMrouteModule::frames) PrefixMrouteModule::frames =
+    ModuleRecord<PrefixMrouteModule>::frames;
+constinit VomoModule const _PrefixMroute_11d6cdb3e6c20fbe_vomoModule =
+    ModuleRecord<PrefixMrouteModule>::value;
+static ModuleRegistration const registration(PrefixMrouteModule::record);
+} // namespace Vomo

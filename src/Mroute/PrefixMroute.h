@@ -10,17 +10,14 @@ class PrefixMroute;
 } // namespace Routing::Multicast::Fib::PimIntf
 
 namespace Vomo {
-extern "C" {
-extern VomoModule const _PrefixMroute_11d6cdb3e6c20fbe_vomoModule;
-}
-extern ValueFrames<2> const PrefixMrouteFrames;
-template <U16 index>
-struct InPrefixMroute
-    : InFramedModule<&_PrefixMroute_11d6cdb3e6c20fbe_vomoModule, &PrefixMrouteFrames, index> {};
-template <>
-struct IdOf<Routing::Multicast::Fib::PimIntf::PrefixKey> : InPrefixMroute<0> {};
-template <>
-struct IdOf<Routing::Multicast::Fib::PimIntf::PrefixMroute> : InPrefixMroute<1> {};
+extern "C" VomoModule const _PrefixMroute_11d6cdb3e6c20fbe_vomoModule;
+struct PrefixMrouteModule : TypeList<Routing::Multicast::Fib::PimIntf::PrefixKey,
+                                     Routing::Multicast::Fib::PimIntf::PrefixMroute> {
+    static constexpr VomoModule const* record = &_PrefixMroute_11d6cdb3e6c20fbe_vomoModule;
+    static ValueFrames<size> const frames;
+};
+template <TypeOf<PrefixMrouteModule> T>
+struct IdOf<T> : PlaceIn<T, PrefixMrouteModule> {};
 } // namespace Vomo
 
 namespace Routing::Multicast::Fib::PimIntf {

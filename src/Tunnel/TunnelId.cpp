@@ -31,12 +31,10 @@ std::ostream& operator<<(std::ostream& stream, TunnelId v) {
 
 } // namespace Tunnel::TunnelTable
 
-namespace {
-constexpr Vomo::TypeFrame types[] = {Vomo::frameOf<Tunnel::TunnelTable::TunnelId>};
-} // namespace
-constinit Vomo::VomoModule const Vomo::_TunnelBasicTypes_868265ad3920b5fa_vomoModule =
-    Vomo::ModuleRecord<types>::value;
-constinit Vomo::ValueFrames<1> const Vomo::TunnelBasicTypesFrames =
-    Vomo::ModuleRecord<types>::frames;
-static Vomo::ModuleRegistration const
-    registration(&Vomo::_TunnelBasicTypes_868265ad3920b5fa_vomoModule);
+namespace Vomo {
+constinit decltype(TunnelBasicTypesModule::frames) TunnelBasicTypesModule::frames =
+    ModuleRecord<TunnelBasicTypesModule>::frames;
+constinit VomoModule const _TunnelBasicTypes_868265ad3920b5fa_vomoModule =
+    ModuleRecord<TunnelBasicTypesModule>::value;
+static ModuleRegistration const registration(TunnelBasicTypesModule::record);
+} // namespace Vomo

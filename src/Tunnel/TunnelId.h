@@ -8,15 +8,13 @@ class TunnelId;
 } // namespace Tunnel::TunnelTable
 
 namespace Vomo {
-extern "C" {
-extern VomoModule const _TunnelBasicTypes_868265ad3920b5fa_vomoModule;
-}
-extern ValueFrames<1> const TunnelBasicTypesFrames;
-template <U16 index>
-struct InTunnelBasicTypes : InFramedModule<&_TunnelBasicTypes_868265ad3920b5fa_vomoModule,
-                                           &TunnelBasicTypesFrames, index> {};
-template <>
-struct IdOf<Tunnel::TunnelTable::TunnelId> : InTunnelBasicTypes<0> {};
+extern "C" VomoModule const _TunnelBasicTypes_868265ad3920b5fa_vomoModule;
+struct TunnelBasicTypesModule : TypeList<Tunnel::TunnelTable::TunnelId> {
+    static constexpr VomoModule const* record = &_TunnelBasicTypes_868265ad3920b5fa_vomoModule;
+    static ValueFrames<size> const frames;
+};
+template <TypeOf<TunnelBasicTypesModule> T>
+struct IdOf<T> : PlaceIn<T, TunnelBasicTypesModule> {};
 } // namespace Vomo
 
 namespace Tunnel::TunnelTable {

@@ -10,7 +10,7 @@
 
 namespace Vomo {
 
-inline constexpr FieldType entityBase{.builtin = 3};
+inline constexpr FieldType entityBase{.builtin = Builtin::entity};
 template <class T>
 inline constexpr FieldType entityType{.type = IdOf<T>::type};
 

@@ -33,14 +33,19 @@ public:
     friend constexpr T operator-(T a, T b) { return of(a.value() & ~b.value()); }
     friend constexpr T operator~(T a) { return of(~a.value()); }
 
+    constexpr T& operator|=(T other) { return self() = self() | other; }
+    constexpr T& operator&=(T other) { return self() = self() & other; }
+
 protected:
-    constexpr bool bit(unsigned n) const { return bits_ >> n & 1; }
-    constexpr void bitIs(unsigned n, bool on) {
-        bits_ = static_cast<U8>((bits_ & ~(1U << n)) | static_cast<unsigned>(on) << n);
+    // For the accessor and mutator of one flag.
+    constexpr bool has(T const& flag) const { return (bits_ & flag.value()) != 0; }
+    constexpr void set(T const& flag, bool on) {
+        bits_ = static_cast<U8>(on ? bits_ | flag.value() : bits_ & ~flag.value());
     }
     U8 bits_ = 0;
 
 private:
+    constexpr T& self() { return static_cast<T&>(*this); }
     static constexpr T of(int bits) { return T(static_cast<U8>(bits & mask)); }
 };
 

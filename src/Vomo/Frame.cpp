@@ -22,24 +22,23 @@ bool anyStored(std::span<Row const> rows) {
     return false;
 }
 
-// A flag set is one byte at the object's start; its rows are the bits in order.
-bool flagOf(std::span<Row const> rows, Row const& row, void const* object) {
-    return *static_cast<U8 const*>(object) >> (&row - rows.data()) & 1;
+// A flag set is one byte at the object's start.
+bool flagOf(Row const& row, void const* object) {
+    return (*static_cast<U8 const*>(object) & row.literal) != 0;
 }
-void flagIs(std::span<Row const> rows, Row const& row, void* object, bool on) {
+void flagIs(Row const& row, void* object, bool on) {
     auto& bits = *static_cast<U8*>(object);
-    auto const bit = static_cast<U8>(1U << (&row - rows.data()));
-    bits = static_cast<U8>(on ? bits | bit : bits & ~bit);
+    bits = static_cast<U8>(on ? bits | row.literal : bits & ~row.literal);
 }
-void appendField(String& text, std::span<Row const> rows, Row const& row, void const* object) {
+void appendField(String& text, Row const& row, void const* object) {
     if (row.kind == RowKind::flag)
-        text += valueToStrep(flagOf(rows, row, object));
+        text += valueToStrep(flagOf(row, object));
     else
         row.type->print(text, row.field(object));
 }
-void parseField(CharRange& range, std::span<Row const> rows, Row const& row, void* object) {
+void parseField(CharRange& range, Row const& row, void* object) {
     if (row.kind == RowKind::flag)
-        flagIs(rows, row, object, deserializeAttr<bool>(range, row.name));
+        flagIs(row, object, deserializeAttr<bool>(range, row.name));
     else
         row.type->parse(range, const_cast<void*>(row.field(object)), row.name);
 }
@@ -48,13 +47,13 @@ void parseField(CharRange& range, std::span<Row const> rows, Row const& row, voi
 
 void appendText(String& text, char const* typeName, std::span<Row const> rows, void const* object) {
     if (!anyStored(rows)) return;
-    if (Row const* only = onlyStored(rows)) return appendField(text, rows, *only, object);
+    if (Row const* only = onlyStored(rows)) return appendField(text, *only, object);
     text.append("Value('").append(typeName).append("', ** {");
     char const* separator = "'";
     for (Row const& row : rows) {
         if (!row.stored) continue;
         text.append(separator).append(row.name).append("': ");
-        appendField(text, rows, row, object);
+        appendField(text, row, object);
         separator = ", '";
     }
     text += "})";
@@ -62,7 +61,7 @@ void appendText(String& text, char const* typeName, std::span<Row const> rows, v
 
 void parseRows(CharRange& range, char const* typeName, std::span<Row const> rows, void* object) {
     if (!anyStored(rows)) return;
-    if (Row const* only = onlyStored(rows)) return parseField(range, rows, *only, object);
+    if (Row const* only = onlyStored(rows)) return parseField(range, *only, object);
     String lead = String("Value('").append(typeName).append("', ** {");
     range.needString(lead);
     char const* separator = "'";
@@ -72,7 +71,7 @@ void parseRows(CharRange& range, char const* typeName, std::span<Row const> rows
         range.needString(lead);
         U32 const position = range.position();
         try {
-            parseField(range, rows, row, object);
+            parseField(range, row, object);
         } catch (PlacedRangeException const&) {
             throw;
         } catch (RangeException const& ex) {

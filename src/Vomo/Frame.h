@@ -6,6 +6,7 @@
 #pragma once
 
 #include "Vomo/Hash.h"
+#include "Vomo/RowFacts.h"
 #include "Vomo/SerDes.h"
 #include "Vomo/Value.h"
 
@@ -19,7 +20,7 @@ namespace Vomo {
 // What an engine can do with a field, an argument or a result of one type.
 struct FieldType {
     VomoTypeBase type{}; // no module: a builtin
-    U16 builtin = 0;     // the builtin's number
+    Builtin builtin = Builtin::none;
     U32 size = 0;
     void (*print)(String& text, void const* field) = nullptr;
     void (*parse)(CharRange& range, void* field, char const* attrName) = nullptr;
@@ -40,19 +41,19 @@ struct FieldType {
     void (*destroy)(void* object) = nullptr;
 };
 
-// The number of a builtin; 0 for any other type.
+// The builtin that F is; none for any other type.
 template <class F>
-constexpr U16 builtinNumber() {
-    if constexpr (std::is_void_v<F>) return 4;
-    if constexpr (std::is_same_v<F, U8>) return 5;
-    if constexpr (std::is_same_v<F, U16>) return 7;
-    if constexpr (std::is_same_v<F, U32>) return 9;
-    if constexpr (std::is_same_v<F, S32>) return 10;
-    if constexpr (std::is_same_v<F, U64>) return 11;
-    if constexpr (std::is_same_v<F, bool>) return 13;
-    if constexpr (std::is_same_v<F, String>) return 17;
-    if constexpr (std::is_same_v<F, Seconds>) return 25;
-    return 0;
+constexpr Builtin builtinOf() {
+    if constexpr (std::is_void_v<F>) return Builtin::nothing;
+    if constexpr (std::is_same_v<F, U8>) return Builtin::u8;
+    if constexpr (std::is_same_v<F, U16>) return Builtin::u16;
+    if constexpr (std::is_same_v<F, U32>) return Builtin::u32;
+    if constexpr (std::is_same_v<F, S32>) return Builtin::s32;
+    if constexpr (std::is_same_v<F, U64>) return Builtin::u64;
+    if constexpr (std::is_same_v<F, bool>) return Builtin::boolean;
+    if constexpr (std::is_same_v<F, String>) return Builtin::string;
+    if constexpr (std::is_same_v<F, Seconds>) return Builtin::seconds;
+    return Builtin::none;
 }
 
 template <class F>
@@ -224,8 +225,8 @@ void destroyField(void* object) {
 template <class F>
 consteval FieldType makeFieldType() {
     FieldType type;
-    if constexpr (builtinNumber<F>() != 0)
-        type.builtin = builtinNumber<F>();
+    if constexpr (builtinOf<F>() != Builtin::none)
+        type.builtin = builtinOf<F>();
     else
         type.type = IdOf<F>::type;
     if constexpr (!std::is_void_v<F>) {
@@ -254,27 +255,6 @@ inline constexpr FieldType fieldType = makeFieldType<F>();
 
 using GenericIf::AttributeOp;
 
-// What an attribute is; the record's flags follow from it.
-enum class RowKind : U8 {
-    ctor,      // stored, fixed at construction
-    mutates,   // stored in a value, with a mutator
-    flag,      // a bit of a flag set; the first row is bit 0
-    raw,       // the byte of a flag set
-    view,      // accessor and mutator on a part of a stored field
-    derived,   // accessor that computes
-    constant,  // of the class
-    function,  // const
-    mutating,  // a function that changes the object
-    statics,   // a static function
-    literal,   // of an enum
-    indexed,   // a view by a key
-    notifying, // stored in an entity; a change notifies
-    valueMap,  // collection in an entity
-    valueSet,  // likewise, of keys alone
-    children,  // collection of entities that it makes
-    numKinds
-};
-
 struct CollectionOps;
 
 struct Param {
@@ -286,7 +266,7 @@ struct Row {
     U32 number = 0;
     RowKind kind = RowKind::ctor;
     bool stored = false; // and printed
-    U16 literal = 0;
+    U16 literal = 0;     // number of an enum's literal; mask of a flag and of its constant
     char const* name = nullptr;
     FieldType const* type = nullptr; // of the attribute; null: of the type itself
     FieldType const* key = nullptr;
@@ -470,15 +450,30 @@ consteval Row mutates(U32 number, char const* name) {
             .type = &fieldType<F>,
             .field = Impl::elementAt<member, element>};
 }
-consteval Row flag(U32 number, char const* name) {
-    return {.number = number,
-            .kind = RowKind::flag,
-            .stored = true,
-            .name = name,
-            .type = &fieldType<bool>};
-}
-consteval Row raw(U32 number, char const* name) {
-    return {.number = number, .kind = RowKind::raw, .name = name, .type = &fieldType<U8>};
+// The rows of a flag set: its flags, numbered from 2, the raw byte, the constants.
+struct Flag {
+    template <class T>
+    consteval Flag(char const* flagName, char const* nameOfConstant, T constant)
+        : name(flagName), constantName(nameOfConstant), mask(constant.value()) {}
+    char const* name;
+    char const* constantName;
+    U8 mask;
+};
+template <std::size_t n>
+consteval std::array<Row, 2 * n + 1> flags(Flag const (&list)[n]) {
+    std::array<Row, 2 * n + 1> result{};
+    for (std::size_t i = 0; i < n; ++i) {
+        result[i] = {.kind = RowKind::flag,
+                     .stored = true,
+                     .literal = list[i].mask,
+                     .name = list[i].name,
+                     .type = &fieldType<bool>};
+        result[n + 1 + i] = {
+            .kind = RowKind::constant, .literal = list[i].mask, .name = list[i].constantName};
+    }
+    result[n] = {.kind = RowKind::raw, .name = "value", .type = &fieldType<U8>};
+    for (U32 i = 0; i < result.size(); ++i) result[i].number = 2 + i;
+    return result;
 }
 template <auto get, auto set>
 consteval Row view(U32 number, char const* name) {
@@ -540,8 +535,13 @@ consteval Row indexed(U32 number, char const* name) {
             .key = Impl::SignatureOf<get>::params[0].type,
             .op = Impl::indexedOp<get, set, del>};
 }
-consteval Row literal(U32 number, char const* name, U16 value) {
-    return {.number = number, .kind = RowKind::literal, .literal = value, .name = name};
+template <class E>
+requires std::is_enum_v<E>
+consteval Row literal(U32 number, char const* name, E enumerator) {
+    return {.number = number,
+            .kind = RowKind::literal,
+            .literal = static_cast<U16>(enumerator),
+            .name = name};
 }
 
 template <std::size_t n>
@@ -565,10 +565,6 @@ struct TypeHead {
     FieldType const* base = nullptr;
     Param lead{}; // the base's constructor parameter
 };
-// Flags of a type: a wrapped integer that prints bare; one that holds a wide address, a collection
-// or another such type.
-inline constexpr U8 wrapper = 0x08, wide = 0x04;
-
 consteval TypeHead value(char const* name, U8 flags = 0) {
     return {name, TypeKind::value, flags};
 }

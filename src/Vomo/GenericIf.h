@@ -16,11 +16,6 @@ VomoAttr attrByName(VomoType type, std::string_view name);
 VomoAttr attrByNumber(VomoType type, U32 number);
 // The type that a reference index or builtin code of `module` means; null for a builtin.
 VomoType typeOfReference(VomoModule const* module, U16 reference);
-// The number of the builtin that a code means; 0 for a reference index.
-constexpr U16 builtinOfCode(U16 code) {
-    return code >= 0x8000 && code != 0xFFFF ? static_cast<U16>(0x10000 - code) : U16{0};
-}
-char const* builtinName(U16 builtin);
 
 namespace GenericIfImpl {
 

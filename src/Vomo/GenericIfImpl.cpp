@@ -77,31 +77,32 @@ VomoAttr attrByNumber(VomoType type, U32 number) {
     return findAttribute(type, [&](VomoAttr attr) { return number == attr.attributeId(); });
 }
 
-char const* builtinName(U16 builtin) {
+char const* builtinName(Builtin builtin) {
     switch (builtin) {
-    case 3:
+    case Builtin::entity:
         return "Vomo::Entity";
-    case 4:
+    case Builtin::nothing:
         return "void";
-    case 5:
+    case Builtin::u8:
         return "U8";
-    case 7:
+    case Builtin::u16:
         return "U16";
-    case 9:
+    case Builtin::u32:
         return "U32";
-    case 10:
+    case Builtin::s32:
         return "S32";
-    case 11:
+    case Builtin::u64:
         return "U64";
-    case 13:
+    case Builtin::boolean:
         return "bool";
-    case 17:
+    case Builtin::string:
         return "Vomo::String";
-    case 25:
+    case Builtin::seconds:
         return "Vomo::Seconds";
-    default:
-        return "unknown";
+    case Builtin::none:
+        break;
     }
+    return "unknown";
 }
 
 void throwDenseEnumBoolSetRangeException(VomoTypeBase type, U32 value) {
@@ -195,15 +196,18 @@ U32 rowsOp(TypeHead const& head, std::span<Row const> rows, void* out, void* obj
     switch (row.kind) {
     case RowKind::flag: {
         auto& bits = *static_cast<U8*>(object);
-        auto const bit = static_cast<U8>(1U << (&row - rows.data()));
-        if (op == AttributeOp::get) return Impl::store(out, (bits & bit) != 0), 0;
+        if (op == AttributeOp::get) return Impl::store(out, (bits & row.literal) != 0), 0;
         if (op != AttributeOp::set) return 1;
-        bits = static_cast<U8>(*static_cast<bool const*>(a) ? bits | bit : bits & ~bit);
+        bits = static_cast<U8>(*static_cast<bool const*>(a) ? bits | row.literal
+                                                            : bits & ~row.literal);
         return 0;
     }
     case RowKind::raw:
         if (op != AttributeOp::get) return 1;
         return Impl::store(out, *static_cast<U8 const*>(object)), 0;
+    case RowKind::constant: // of a flag set
+        if (op != AttributeOp::get) return 1;
+        return Impl::store(out, static_cast<U8>(row.literal)), 0;
     case RowKind::mutates:
         if (op == AttributeOp::set) {
             row.type->assign(const_cast<void*>(row.field(object)), a);
@@ -229,8 +233,7 @@ U32 GenericIfEnumMethods<U>::genericIfAttributeOp(void* out, void* object, VomoA
                                                   AttributeOp op, void* a, void*) {
     if (!attr.isNull()) {
         // One function serves all enums of a width, and cannot tell whose literal it is.
-        constexpr U8 literal = 0x88;
-        if (attr.row().flags[0] != literal) return 2;
+        if (!is(attr.row(), RowKind::literal)) return 2;
         if (op != AttributeOp::get) return 1;
         return Impl::store(out, static_cast<U>(attr.row().keyOrValue)), 0;
     }
@@ -273,7 +276,8 @@ struct EnumMethods {
 };
 } // namespace
 
-// clang-format off: it takes the class for a function
+// clang-format takes the class for a function.
+// clang-format off
 template <class U>
 constinit ValueMethods const GenericIfEnumMethods<U>::vtable_{
     EnumMethods<U>::construct, EnumMethods<U>::destruct, EnumMethods<U>::hash, voidPtrIs, {},
@@ -304,7 +308,8 @@ struct EntityMethods {
 };
 } // namespace
 
-// clang-format off: it takes the class for a function
+// clang-format takes the class for a function.
+// clang-format off
 template <class T>
 constinit ValueMethods const GenericIfPtrInterfaceMethods<T>::vtable_{
     EntityMethods::construct, EntityMethods::destruct, EntityMethods::hash, voidPtrIs,

@@ -189,24 +189,42 @@ struct ValueFrame {
     U32 (*hash)(void const* value, U32 seed);
 };
 // Those of a module's types, in the order of its record.
-template <unsigned numTypes>
+template <U16 numTypes>
 struct ValueFrames {
     ValueFrame of[numTypes == 0 ? 1 : numTypes];
 };
 
-// The place of T, by specialisation beside T's declaration.
+// A module is the list of its types, in order of name: the place of a type and the module's record
+// follow from it. The module's header derives its class from the list and adds `record`, the
+// record's address, and `frames`, if its values have their text and log from their rows.
+template <class... T>
+struct TypeList {
+    static constexpr U16 size = sizeof...(T);
+    template <class U>
+    static constexpr bool has = (__is_same(T, U) || ...);
+    template <class U>
+    static constexpr U16 place = [] {
+        U16 n = 0;
+        (void)((__is_same(T, U) || (++n, false)) || ...);
+        return n;
+    }();
+};
+template <class T, class Module>
+concept TypeOf = Module::template has<T>;
+
+// The place of T. A module's header specialises it for all types of the module at once.
 template <class T>
 struct IdOf;
-template <VomoModule const* theModule, U16 theIndex>
-struct InModule {
-    static constexpr VomoModule const* module = theModule;
-    static constexpr U16 index = theIndex;
-    static constexpr VomoTypeBase type{theModule, theIndex};
-};
-// In a module with a table of frames.
-template <VomoModule const* theModule, auto const* frames, U16 theIndex>
-struct InFramedModule : InModule<theModule, theIndex> {
-    static ValueFrame const& frame() { return frames->of[theIndex]; }
+template <class T, class Module>
+struct PlaceIn {
+    static constexpr VomoModule const* module = Module::record;
+    static constexpr U16 index = Module::template place<T>;
+    static constexpr VomoTypeBase type{module, index};
+    // clang-format off
+    static ValueFrame const& frame() requires requires { Module::frames; } {
+        return Module::frames.of[index];
+    }
+    // clang-format on
 };
 
 // Accepts a module's record at load. Nothing is resolved: what the record refers to may register

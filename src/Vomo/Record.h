@@ -1,9 +1,9 @@
 // Builds a module's registration record, at compile time, from the rows of its types. Only the
 // modules' own sources include this.
 //
-// A module's source ends in a list `constexpr Vomo::TypeFrame types[]`, in order of type name, and
-// `Vomo::ModuleRecord<types>::value`; beside it stands `...::frames`, if its types have their text
-// and log from their rows. A mistake fails at the type's own line with a sentence.
+// A module's source ends in `Vomo::ModuleRecord<Module>::value`, where Module is the module's list of
+// types; beside it is `...::frames`, if its values have their text and log from their rows. A mistake
+// fails at the type's own line with a sentence.
 #pragma once
 
 #include "Vomo/EntityFrame.h"
@@ -55,9 +55,6 @@ constexpr TypeFrame makeFrame() {
     return frame;
 }
 template <class T>
-inline constexpr TypeFrame frameOf = makeFrame<T>();
-
-template <class T>
 constexpr TypeFrame makeEntityFrame() {
     using Functions = TypeImpl<T>;
     using Argument = typename Functions::Argument;
@@ -75,32 +72,17 @@ constexpr TypeFrame makeEntityFrame() {
         if (row.collection != nullptr) frame.generic.iterator = Functions::genericIfIterator;
     return frame;
 }
-template <class T>
-inline constexpr TypeFrame entityFrameOf = makeEntityFrame<T>();
-
 namespace Impl {
 
-constexpr std::array<std::array<U8, 3>, static_cast<std::size_t>(RowKind::numKinds)> rowFlags = {{
-    {0x00, 0x2C, 0x01}, // ctor
-    {0x00, 0x9C, 0x01}, // mutates
-    {0x00, 0x1C, 0x00}, // flag
-    {0x00, 0x08, 0x01}, // raw
-    {0x00, 0x18, 0x00}, // view
-    {0x00, 0x28, 0x00}, // derived
-    {0x08, 0x28, 0x00}, // constant
-    {0x10, 0x08, 0x00}, // function
-    {0x11, 0x08, 0x00}, // mutating
-    {0x18, 0x08, 0x00}, // statics
-    {0x88, 0x28, 0x00}, // literal
-    {0x01, 0x18, 0x00}, // indexed
-    {0x00, 0xDC, 0x01}, // notifying
-    {0x01, 0xDC, 0x01}, // valueMap
-    {0x01, 0xDC, 0x09}, // valueSet
-    {0x21, 0xDD, 0x01}, // children
-}};
-
-constexpr U16 builtinCode(U16 builtin) {
-    return static_cast<U16>(-builtin);
+// The frames of a module's types.
+template <class... T>
+constexpr std::array<TypeFrame, sizeof...(T)> framesOf(TypeList<T...> const*) {
+    return {[] {
+        if constexpr (Describe<T>::type.kind == TypeKind::entity)
+            return makeEntityFrame<T>();
+        else
+            return makeFrame<T>();
+    }()...};
 }
 
 // The strings of a name table: sorted, each once.
@@ -165,7 +147,7 @@ struct ReferenceList {
     // A reference index, or a builtin's code; 0xFFFF for none.
     constexpr U16 code(FieldType const* type) {
         if (type == nullptr) return 0xFFFF;
-        return type->type.module == nullptr ? builtinCode(type->builtin) : add(type->type);
+        return type->type.module == nullptr ? codeOfBuiltin(type->builtin) : add(type->type);
     }
 };
 
@@ -184,10 +166,11 @@ constexpr std::size_t numCtorParams(TypeFrame const& type) {
 
 } // namespace Impl
 
-template <auto const& types>
+template <class Module>
 struct ModuleRecord {
 private:
-    static constexpr std::size_t numTypes = std::size(types);
+    static constexpr U16 numTypes = Module::size;
+    static constexpr auto types = Impl::framesOf(static_cast<Module const*>(nullptr));
 
     struct Counts {
         std::size_t attributes = 0, names = 1, references = 0, parameterRecords = 1;
@@ -230,9 +213,6 @@ private:
         for (TypeFrame const& type : types) list.add(type.head.name);
         for (std::size_t i = 1; i < numTypes; ++i)
             if (list.names[i] <= list.names[i - 1]) throw "types must stand in order of name";
-        for (std::size_t i = 0; i < numTypes; ++i)
-            if (types[i].self.index != i || types[i].self.module != types[0].self.module)
-                throw "IdOf must name the type's place in this list";
         return list;
     }
     static constexpr auto attributeNameList = listAttributeNames();
@@ -282,7 +262,7 @@ private:
                 AttributeRow& attribute = t.attributes[nextAttribute++];
                 attribute.number = source.number;
                 for (std::size_t b = 0; b < 3; ++b)
-                    attribute.flags[b] = Impl::rowFlags[static_cast<std::size_t>(source.kind)][b];
+                    attribute.flags[b] = factsOf(source.kind).flags[b];
                 U32 const name = nameOffset(source.name) << 4 | (source.stored ? 1U : 0U);
                 for (unsigned b = 0; b < 3; ++b)
                     attribute.name[b] = static_cast<U8>(name >> (8 * b));

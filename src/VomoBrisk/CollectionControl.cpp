@@ -4,12 +4,13 @@
 
 template <>
 struct Vomo::Describe<Mem::MountStatus> {
+    using T = Mem::MountStatus;
     static constexpr auto type = enumeration<U32>("Mem::MountStatus");
     static constexpr auto attributes = rows({
-        literal(2, "unmounted", 0),
-        literal(3, "mounted", 1),
-        literal(4, "synchronised", 2),
-        literal(5, "flushing", 3),
+        literal(2, "unmounted", T::unmounted),
+        literal(3, "mounted", T::mounted),
+        literal(4, "synchronised", T::synchronised),
+        literal(5, "flushing", T::flushing),
     });
 };
 template <>
@@ -49,15 +50,8 @@ Vomo::Ptr<CollectionControl> collectionControlFactory(Brisk::ControlBase* front)
 
 } // namespace VomoBrisk
 
-namespace {
-// In order of name. The controls are made by the tables' owners, by nobody else.
-constexpr Vomo::TypeFrame types[] = {
-    Vomo::frameOf<Mem::MountStatus>,
-    Vomo::entityFrameOf<VomoBrisk::CollectionControl>,
-    Vomo::entityFrameOf<VomoSharedMem::CollectionControl>,
-};
-} // namespace
-constinit Vomo::VomoModule const Vomo::_CollectionControl_9cdb198bb6e6436b_vomoModule =
-    Vomo::ModuleRecord<types>::value;
-static Vomo::ModuleRegistration const
-    registration(&Vomo::_CollectionControl_9cdb198bb6e6436b_vomoModule);
+namespace Vomo {
+constinit VomoModule const _CollectionControl_9cdb198bb6e6436b_vomoModule =
+    ModuleRecord<CollectionControlModule>::value;
+static ModuleRegistration const registration(CollectionControlModule::record);
+} // namespace Vomo

@@ -15,17 +15,13 @@ using Mem::MountStatus;
 } // namespace VomoSharedMem
 
 namespace Vomo {
-extern "C" {
-extern VomoModule const _CollectionControl_9cdb198bb6e6436b_vomoModule;
-}
-template <U16 index>
-struct InCollectionControl : InModule<&_CollectionControl_9cdb198bb6e6436b_vomoModule, index> {};
-template <>
-struct IdOf<Mem::MountStatus> : InCollectionControl<0> {};
-template <>
-struct IdOf<VomoBrisk::CollectionControl> : InCollectionControl<1> {};
-template <>
-struct IdOf<VomoSharedMem::CollectionControl> : InCollectionControl<2> {};
+extern "C" VomoModule const _CollectionControl_9cdb198bb6e6436b_vomoModule;
+struct CollectionControlModule
+    : TypeList<Mem::MountStatus, VomoBrisk::CollectionControl, VomoSharedMem::CollectionControl> {
+    static constexpr VomoModule const* record = &_CollectionControl_9cdb198bb6e6436b_vomoModule;
+};
+template <TypeOf<CollectionControlModule> T>
+struct IdOf<T> : PlaceIn<T, CollectionControlModule> {};
 } // namespace Vomo
 
 namespace Mem {

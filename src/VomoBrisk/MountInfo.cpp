@@ -25,12 +25,13 @@ struct Vomo::Describe<VomoBrisk::MountInfo> {
 };
 template <>
 struct Vomo::Describe<VomoBrisk::VomoBriskType> {
+    using T = VomoBrisk::VomoBriskType;
     static constexpr auto type = enumeration<U32>("VomoBrisk::VomoBriskType");
     static constexpr auto attributes = rows({
-        literal(2, "writer", 0),
-        literal(3, "valueShadow", 1),
-        literal(4, "reader", 2),
-        literal(5, "keyShadow", 3),
+        literal(2, "writer", T::writer),
+        literal(3, "valueShadow", T::valueShadow),
+        literal(4, "reader", T::reader),
+        literal(5, "keyShadow", T::keyShadow),
     });
 };
 
@@ -98,15 +99,10 @@ U32 attrLogSize(MountInfo const* v) {
 
 } // namespace VomoBrisk
 
-namespace {
-// In order of name.
-constexpr Vomo::TypeFrame types[] = {
-    Vomo::frameOf<VomoBrisk::CollectionInfo>,
-    Vomo::frameOf<VomoBrisk::MountInfo>,
-    Vomo::frameOf<VomoBrisk::VomoBriskType>,
-};
-} // namespace
-constinit Vomo::VomoModule const Vomo::_MountInfo_c13df29ad60eeca0_vomoModule =
-    Vomo::ModuleRecord<types>::value;
-constinit Vomo::ValueFrames<3> const Vomo::MountInfoFrames = Vomo::ModuleRecord<types>::frames;
-static Vomo::ModuleRegistration const registration(&Vomo::_MountInfo_c13df29ad60eeca0_vomoModule);
+namespace Vomo {
+constinit decltype(MountInfoModule::frames) MountInfoModule::frames =
+    ModuleRecord<MountInfoModule>::frames;
+constinit VomoModule const _MountInfo_c13df29ad60eeca0_vomoModule =
+    ModuleRecord<MountInfoModule>::value;
+static ModuleRegistration const registration(MountInfoModule::record);
+} // namespace Vomo

@@ -13,19 +13,14 @@ enum class VomoBriskType : U32;
 } // namespace VomoBrisk
 
 namespace Vomo {
-extern "C" {
-extern VomoModule const _MountInfo_c13df29ad60eeca0_vomoModule;
-}
-extern ValueFrames<3> const MountInfoFrames;
-template <U16 index>
-struct InMountInfo
-    : InFramedModule<&_MountInfo_c13df29ad60eeca0_vomoModule, &MountInfoFrames, index> {};
-template <>
-struct IdOf<VomoBrisk::CollectionInfo> : InMountInfo<0> {};
-template <>
-struct IdOf<VomoBrisk::MountInfo> : InMountInfo<1> {};
-template <>
-struct IdOf<VomoBrisk::VomoBriskType> : InMountInfo<2> {};
+extern "C" VomoModule const _MountInfo_c13df29ad60eeca0_vomoModule;
+struct MountInfoModule
+    : TypeList<VomoBrisk::CollectionInfo, VomoBrisk::MountInfo, VomoBrisk::VomoBriskType> {
+    static constexpr VomoModule const* record = &_MountInfo_c13df29ad60eeca0_vomoModule;
+    static ValueFrames<size> const frames;
+};
+template <TypeOf<MountInfoModule> T>
+struct IdOf<T> : PlaceIn<T, MountInfoModule> {};
 } // namespace Vomo
 
 namespace VomoBrisk {

@@ -223,7 +223,7 @@ class Field {
 public:
     Field(VomoModule const* module, U16 reference) {
         VomoType const type = typeOfReference(module, reference);
-        if (builtinOfCode(reference) == 17)
+        if (builtinOfCode(reference) == Builtin::string)
             at_ = &text_;
         else if (type.isNull())
             at_ = bytes_;

@@ -71,42 +71,25 @@ std::string kindName(VomoType type) {
 
 std::string nameOfReference(VomoModule const* module, U16 reference) {
     if (reference == 0xFFFF) return "none";
-    if (U16 const builtin = builtinOfCode(reference)) return builtinName(builtin);
+    if (Builtin const builtin = builtinOfCode(reference); builtin != Builtin::none)
+        return builtinName(builtin);
     return typeOfReference(module, reference).name();
 }
 
 // The combinations of flag bytes that occur, in words.
 std::string flagsInWords(AttributeRow const& row) {
-    struct {
-        U8 bytes[3];
-        char const* words;
-    } const known[] = {
-        {{0x00, 0x2C, 0x01}, "constructor"},
-        {{0x00, 0x9C, 0x01}, "mutable"},
-        {{0x00, 0xDC, 0x01}, "mutable,notifies"},
-        {{0x00, 0x1C, 0x00}, "flag"},
-        {{0x00, 0x08, 0x01}, "raw"},
-        {{0x00, 0x18, 0x00}, "view"},
-        {{0x00, 0x28, 0x00}, "derived"},
-        {{0x08, 0x28, 0x00}, "constant"},
-        {{0x88, 0x28, 0x00}, "literal"},
-        {{0x10, 0x08, 0x00}, "function"},
-        {{0x11, 0x08, 0x00}, "function,changes"},
-        {{0x18, 0x08, 0x00}, "function,static"},
-        {{0x01, 0x18, 0x00}, "view,indexed"},
-        {{0x01, 0xDC, 0x01}, "collection,notifies"},
-        {{0x01, 0xDC, 0x09}, "set,notifies"},
-        {{0x21, 0xDD, 0x01}, "collection,entities,instantiating,notifies"},
-    };
-    for (auto const& k : known)
-        if (std::memcmp(k.bytes, row.flags, 3) == 0) return k.words;
+    if (RowFacts const* const facts = factsOf(row)) return facts->words;
     return fmt::format("{:02x}:{:02x}:{:02x}", row.flags[0], row.flags[1], row.flags[2]);
 }
 
 std::string typeFlagsInWords(U8 flags) {
     std::string words;
-    if (flags & 0x08) words = "wrapper";
-    if (flags & 0x04) words += words.empty() ? "wide" : ",wide";
+    auto const add = [&](U8 flag, char const* word) {
+        if (flags & flag) (words += words.empty() ? "" : ",") += word;
+    };
+    add(wrapper, "wrapper");
+    add(wide, "wide");
+    add(abstractMutators, "abstract");
     return words.empty() ? "none" : words;
 }
 
@@ -133,35 +116,35 @@ bool readAttribute(Object const& object, VomoAttr attr, Row::Value& value) try {
         return true;
     };
     switch (builtinOfCode(row.type)) {
-    case 5:
+    case Builtin::u8:
         return number(U8{});
-    case 7:
+    case Builtin::u16:
         return number(U16{});
-    case 9:
+    case Builtin::u32:
         return number(U32{});
-    case 10:
+    case Builtin::s32:
         return number(S32{});
-    case 11:
+    case Builtin::u64:
         return number(U64{});
-    case 13: {
+    case Builtin::boolean: {
         bool v = false;
         if (!object.read(attr, &v)) return false;
         value = v;
         return true;
     }
-    case 17: {
+    case Builtin::string: {
         String v;
         if (!object.read(attr, &v)) return false;
         value = std::string(v);
         return true;
     }
-    case 25: {
+    case Builtin::seconds: {
         Seconds v = 0;
         if (!object.read(attr, &v)) return false;
         value = v;
         return true;
     }
-    case 0: {
+    case Builtin::none: {
         VomoType const type = typeOfReference(attr.module, row.type);
         if (type.isNull() || type.isPolymorphic()) return false;
         Object field(type);
@@ -183,7 +166,7 @@ bool readAttribute(Object const& object, VomoAttr attr, Row::Value& value) try {
 std::string mountPath(VomoType type, bool v6) {
     VomoAttr const attr = attrByName(type, "mountPath");
     if (attr.isNull()) return {};
-    bool const isFunction = (attr.row().flags[0] & 0x10) != 0;
+    bool const isFunction = is(attr.row(), RowKind::statics);
     std::vector<std::unique_ptr<Object>> objects;
     String name = "NAME";
     std::vector<void*> args;
@@ -307,7 +290,7 @@ int typeCommand(Common const& common, std::string const& name) {
         else if (a.keyOrValue != 0xFFFF)
             line.add("key", nameOfReference(attr.module, a.keyOrValue));
         if (std::string const list = parameters(attr); !list.empty()) line.add("takes", list);
-        bool const isConstant = a.flags[0] == 0x08;
+        bool const isConstant = is(a, RowKind::constant);
         if (object && row.kind != TypeKind::enumeration && (a.stored() || isConstant) &&
             readAttribute(*object, attr, value))
             line.add(isConstant ? "value" : "default", std::move(value));
