@@ -44,7 +44,8 @@ struct Registry {
 };
 
 Registry& registry() {
-    static Registry instance;
+    // Never destroyed: static objects trace until the process ends.
+    static auto& instance = *new Registry;
     return instance;
 }
 

@@ -39,7 +39,7 @@ private:
 };
 
 // The handle of that name, made on first use. The second argument says whether the handle is
-// forgotten when its last holder goes.
+// forgotten when its last holder goes; else it stays to the very end of the process.
 std::shared_ptr<DebugHandler> getDebugHandler(std::string const& name, bool transient);
 
 // Sets the mask of every handle of that name, present and to come; "*" means all names.

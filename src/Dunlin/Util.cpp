@@ -10,7 +10,7 @@ namespace Dunlin::Util {
 namespace {
 
 std::string& chosenBase() {
-    static std::string directory;
+    static auto& directory = *new std::string; // never destroyed: a table may be a static object
     return directory;
 }
 
@@ -39,8 +39,8 @@ std::string traceHandleName(std::string const& name, std::string const& suffix) 
 }
 
 void emitCanaryLogText(std::string const& text) {
-    static auto const handler = Platform::getDebugHandler("canary", false);
-    FMTRACE(*handler, 1, "{}", text);
+    static auto const& handler = *Platform::getDebugHandler("canary", false);
+    FMTRACE(handler, 1, "{}", text);
 }
 
 std::string baseDirectory() {

@@ -16,8 +16,8 @@ namespace Kelpie {
 namespace {
 
 Dunlin::Platform::DebugHandler& handler() {
-    static auto const it = Dunlin::Platform::getDebugHandler("IntfId", false);
-    return *it;
+    static auto& it = *Dunlin::Platform::getDebugHandler("IntfId", false);
+    return it;
 }
 
 class File {
@@ -37,7 +37,7 @@ private:
 } // namespace
 
 NamesFile& NamesFile::instance() {
-    static NamesFile file;
+    static auto& file = *new NamesFile; // never destroyed: static objects may print names
     return file;
 }
 

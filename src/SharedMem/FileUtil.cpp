@@ -74,13 +74,13 @@ unsigned crc32(void const* data, std::size_t size) {
 }
 
 std::string const& bootId() {
-    static std::string const id = [] {
+    static auto const& id = *new std::string([] {
         char text[64] = {};
         long const got = readFile("/proc/sys/kernel/random/boot_id", text, sizeof text - 1);
         std::string read(text, got > 0 ? static_cast<std::size_t>(got) : 0);
         while (!read.empty() && read.back() == '\n') read.pop_back();
         return read;
-    }();
+    }());
     return id;
 }
 

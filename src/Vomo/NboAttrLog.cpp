@@ -45,8 +45,8 @@ String In::nextValidString(U32 max) {
 }
 
 void failWithAttrLogValueCollectionDefaultKey() {
-    static auto const handler = Dunlin::Platform::getDebugHandler("NboAttrLog", false);
-    FMTRACE(*handler, 0, "a collection ends at a member whose key is the end mark");
+    static auto const& handler = *Dunlin::Platform::getDebugHandler("NboAttrLog", false);
+    FMTRACE(handler, 0, "a collection ends at a member whose key is the end mark");
 }
 void failWithAttrLogValueCollectionDuplicateKey() {
     throw AttrLogRecordException("a collection in the attribute log holds a key twice");

@@ -197,8 +197,8 @@ void Demuxer::retire(EntityId id) {
 
 bool Demuxer::fits(Sa const& sa, U32 attrId, std::size_t size) const {
     if (size <= maxMessageSize - messageHeaderSize) return true;
-    static auto const handler = Dunlin::Platform::getDebugHandler("NboAttrLog", false);
-    FMTRACE(*handler, 0, "attribute {} of {} {} is not sent: {} bytes, at most {} are possible",
+    static auto const& handler = *Dunlin::Platform::getDebugHandler("NboAttrLog", false);
+    FMTRACE(handler, 0, "attribute {} of {} {} is not sent: {} bytes, at most {} are possible",
             attrId, sa.entity()->fwkType().name(), sa.entity()->name(), size,
             maxMessageSize - messageHeaderSize);
     return false;

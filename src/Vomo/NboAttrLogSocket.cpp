@@ -15,8 +15,8 @@ namespace Vomo::NboAttrLog {
 namespace {
 
 Dunlin::Platform::DebugHandler& handler() {
-    static auto const it = Dunlin::Platform::getDebugHandler("NboAttrLog", false);
-    return *it;
+    static auto& it = *Dunlin::Platform::getDebugHandler("NboAttrLog", false);
+    return it;
 }
 
 std::string errorText() {

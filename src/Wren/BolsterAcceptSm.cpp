@@ -9,6 +9,7 @@
 #include "Wren/Protocol.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <sys/epoll.h>
 #include <sys/socket.h>
@@ -29,12 +30,16 @@ constexpr std::size_t maxStrangers = 256;
 } // namespace
 
 BolsterAcceptSm& BolsterAcceptSm::bolsterAcceptSm() {
-    static BolsterAcceptSm endpoint;
+    static auto& endpoint = *new BolsterAcceptSm;
     endpoint.leaveParents();
     return endpoint;
 }
 
-BolsterAcceptSm::~BolsterAcceptSm() {
+BolsterAcceptSm::BolsterAcceptSm() {
+    std::atexit([] { bolsterAcceptSm().removeSocket(); });
+}
+
+void BolsterAcceptSm::removeSocket() const {
     if (!path_.empty() && generation_ == Dunlin::forkGeneration()) ::unlink(path_.c_str());
 }
 
@@ -79,8 +84,8 @@ void BolsterAcceptSm::ensureListening() {
     // The name holds our process id, so what is there is left from a dead process; unless its id
     // means another process, in another namespace of ids.
     std::string error;
-    static auto const trace = Dunlin::Platform::getDebugHandler("Wren", false);
-    if (Mem::WriterLock::ownerIsAlive(*trace, socketName_, error)) {
+    static auto& trace = *Dunlin::Platform::getDebugHandler("Wren", false);
+    if (Mem::WriterLock::ownerIsAlive(trace, socketName_, error)) {
         errno = EADDRINUSE;
         failed("bind");
     }

@@ -18,10 +18,9 @@ public:
     // Takes over a connection whose Hello asks for a table; false refuses it.
     using Acceptor = std::function<void(Mem::Fd connection, Hello const& hello)>;
 
-    // The endpoint; made at first use, listening from the first table that is offered on. Its
-    // socket is removed when the process ends.
+    // The endpoint; made at first use, listening from the first table that is offered on, and never
+    // destroyed: a writer may be a static object. Its socket is removed when the process ends.
     static BolsterAcceptSm& bolsterAcceptSm();
-    ~BolsterAcceptSm();
     BolsterAcceptSm(BolsterAcceptSm const&) = delete;
     BolsterAcceptSm& operator=(BolsterAcceptSm const&) = delete;
 
@@ -34,9 +33,10 @@ public:
     void tableDel(U32 tableId);
 
 private:
-    BolsterAcceptSm() = default;
+    BolsterAcceptSm();
     void ensureListening();
     bool permit() const;
+    void removeSocket() const;
     void leaveParents();
     void stopListening(bool removePath);
     void acceptAll();
