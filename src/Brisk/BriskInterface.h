@@ -39,8 +39,8 @@ public:
     virtual Value const* directLookup(Key const& key, bool& found, void* out) const {
         return lookup(key, found, out);
     }
-    // The front goes away: nobody may be called back from now on.
-    virtual void abandon() {}
+    // The front goes away: lets the table go, and calls nobody back from now on.
+    virtual void abandon() = 0;
 
     Dunlin::Platform::DebugHandler& debugHandler() const { return *handler_; }
 

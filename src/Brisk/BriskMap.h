@@ -86,7 +86,14 @@ public:
     virtual void scratchpadIs(unsigned long word) { interface_->scratchpadIs(word); }
     virtual unsigned long scratchpad() const { return interface_->scratchpad(); }
 
-    // Called by the sentry, or to the same effect by a client.
+    // Called by the sentry, or to the same effect by a client. A detach by force is over when it
+    // returns, also in the midst of a flush: the table is an empty one, and no callback comes until
+    // the table's files change or somebody asks for a look. One without force, of a shadow, flushes
+    // in slices and then attaches to a writer that is there.
+    //
+    // What a callback raises passes on to whoever runs the loop or called the front; what was under
+    // way is completed before, or goes on at the loop's next turn. Only an `init` or `attach` that
+    // walks the table at once fails by it, and takes back what it has told.
     void attach(std::string const& event) override;
     void detach(bool force) override;
     std::string modeStr() const override;
@@ -110,6 +117,8 @@ public:
 
     // --- Called by the shadow.
     void handleDisconnect() override;
+    // The table's writer has not let it in.
+    void handleRefused();
     // The first walk is complete.
     void shadowSynced();
     // Everything was told as gone.
@@ -123,6 +132,7 @@ protected:
 
 private:
     std::unique_ptr<Interface> makeDummy(std::unique_ptr<Interface> previous);
+    void handleDamage() override;
     void notAllowed(MapDescriptor const& descriptor) const;
     void startWriter();
     void startReader();
@@ -142,6 +152,7 @@ private:
     double yieldTime_ = 0.05;
     VersionAnchorHook anchorHook_ = nullptr;
     bool assertOnOrphanAccess_ = false;
+    bool detaching_ = false; // by force: what ends now is not looked for again
 };
 
 } // namespace Brisk

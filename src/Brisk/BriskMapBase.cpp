@@ -1,6 +1,7 @@
 #include "Brisk/BriskMapBase.h"
 
 #include "Brisk/Util.h"
+#include "Dunlin/Exception.h"
 #include "Dunlin/TaskSchedulerRoot.h"
 
 namespace Brisk {
@@ -11,7 +12,8 @@ Dunlin::TaskSchedulerRoot& loop() {
 }
 
 BriskMapBase::CorruptionHandler& chosenHandler() {
-    static BriskMapBase::CorruptionHandler handler;
+    // Never destroyed: a front may be a static object.
+    static auto& handler = *new BriskMapBase::CorruptionHandler;
     return handler;
 }
 
@@ -39,7 +41,10 @@ void BriskMapBase::doCorruptionDetected(std::string const& message) {
         BriskMapBase* const self = *alive;
         if (!self) return;
         self->detachPosted_ = false;
-        if (self->readerFullyAttached()) self->detach(false);
+        Dunlin::FirstRaised raised;
+        if (self->readerFullyAttached()) raised.run([&] { self->detach(false); });
+        if (*alive) raised.run([&] { self->handleDamage(); });
+        raised.rethrow();
     });
 }
 

@@ -30,7 +30,8 @@ public:
 
     // Leaves the file "corruption-detected" with the reason and calls the handler. The one at
     // first: a reader or shadow is detached at the next turn of the loop, and the sentry attaches
-    // it again when there is something to attach to; for a writer nothing more, and the caller's
+    // it again: to another writer or generation as soon as there is one, to the same one after a
+    // pause, which grows from one time to the next. For a writer nothing more, and the caller's
     // assertion ends the process.
     void doCorruptionDetected(std::string const& message);
     using CorruptionHandler = std::function<void(BriskMapBase& map, std::string const& message)>;
@@ -46,6 +47,9 @@ public:
     virtual void handleDisconnect() {}
 
 protected:
+    // A damaged table was let go.
+    virtual void handleDamage() {}
+
     // The records pass through here on their way to whoever asked.
     virtual void briskMapUpdateReaderCounters(Reader::Counters&) const {}
     virtual void briskMapUpdateWriterCounters(Writer::Counters&) const {}

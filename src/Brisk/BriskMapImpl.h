@@ -5,6 +5,7 @@
 #include "Brisk/BriskMap.h"
 #include "Brisk/BriskShadowImpl.h"
 #include "Brisk/BriskWriterImpl.h"
+#include "Dunlin/Exception.h"
 #include "SharedMem/OwnerFile.h"
 #include "SharedMem/WriterLock.h"
 
@@ -29,7 +30,8 @@ template <class Ops>
 BriskMap<Ops>::~BriskMap() {
     FMTRACE(*handler_, 2, "deleting state");
     mounter_.reset();
-    // This may run inside one of the implementation's callbacks.
+    // The table is let go now. What is left of the implementation stays until the loop's next turn:
+    // this may run inside one of its callbacks.
     interface_->abandon();
     retire(std::move(interface_));
 }
@@ -121,10 +123,11 @@ void BriskMap<Ops>::init(Mem::CollectionDescriptor const& settings) {
     }
     if (!*alive) return;
     initialized_ = true;
-    if (writer) {
-        callbacks_.quiescedNotify(true);
-        if (*alive) callbacks_.mountStatusNotify();
-    }
+    if (!writer) return;
+    Dunlin::FirstRaised raised;
+    raised.run([&] { callbacks_.quiescedNotify(true); });
+    if (*alive) raised.run([&] { callbacks_.mountStatusNotify(); });
+    raised.rethrow();
 }
 
 template <class Ops>
@@ -148,6 +151,7 @@ void BriskMap<Ops>::startWriter() {
 
 template <class Ops>
 void BriskMap<Ops>::startReader() {
+    auto const alive = alive_;
     interfaceIs(std::make_unique<BriskDummy<Ops>>(*handler_, name_, ops_));
     try {
         auto sentry = std::make_unique<Mem::ReaderSentry>(*handler_, Mem::RootPath(name_), *this);
@@ -160,7 +164,10 @@ void BriskMap<Ops>::startReader() {
         if (!std::getenv("QZ_CHROOT")) throw;
         FMTRACE(*handler_, 1, "no sentry: {}", error.message());
     } catch (...) {
-        mounter_.reset(); // the client may try again
+        if (*alive) {
+            initialized_ = readerFullyAttached(); // it is only the client that raised
+            if (!initialized_) mounter_.reset();  // the client may try again
+        }
         throw;
     }
 }
@@ -200,7 +207,12 @@ void BriskMap<Ops>::attach(std::string const& event) {
     try {
         attached = mine->initialize(event);
     } catch (...) {
-        if (*alive && interface_.get() == mine) interfaceIs(std::move(previous));
+        if (*alive && interface_.get() == mine) {
+            interfaceIs(std::move(previous));
+            if (mounter_) mounter_->watching = true; // also where a flush was cut short
+        } else {
+            retire(std::move(previous));
+        }
         throw;
     }
     // A callback of the walk may have detached this very implementation, or ended the front.
@@ -213,9 +225,10 @@ void BriskMap<Ops>::attach(std::string const& event) {
         // What was being flushed was told to its end when the shadow was attached anew.
         if (mounter_) mounter_->watching = true;
         retire(std::move(previous));
-        if (mine->type() == BriskType::reader) callbacks_.quiescedNotify(true);
-        if (*alive) callbacks_.mountStatusNotify();
-        return;
+        Dunlin::FirstRaised raised;
+        if (mine->type() == BriskType::reader) raised.run([&] { callbacks_.quiescedNotify(true); });
+        if (*alive) raised.run([&] { callbacks_.mountStatusNotify(); });
+        return raised.rethrow();
     }
     FMTRACE(*handler_, 1, "initialize failed for {}", name_);
     if (mine->mountStatus() == Mem::MountStatus::flushing) {
@@ -231,18 +244,21 @@ void BriskMap<Ops>::detach(bool force) {
     FMTRACE(*handler_, 5, "{} force:{}", name_, force);
     auto const alive = alive_;
     Interface* const mine = interface_.get();
-    mine->detach(force);
+    Dunlin::FirstRaised raised;
+    bool const outer = std::exchange(detaching_, force);
+    raised.run([&] { mine->detach(force); });
     // The flush told the client, who may have done anything.
-    if (!*alive) return;
+    if (!*alive) return raised.rethrow();
+    detaching_ = outer;
     if (interface_.get() == mine) {
-        if (mine->mountStatus() == Mem::MountStatus::flushing && mounter_)
-            mounter_->watching = false;
-        else
-            installDummy();
+        bool const flushing = mine->mountStatus() == Mem::MountStatus::flushing;
+        if (mounter_) mounter_->watching = !flushing;
+        if (!flushing || !mounter_) installDummy();
     }
-    callbacks_.quiescedNotify(false);
-    if (*alive) callbacks_.mountStatusNotify();
+    raised.run([&] { callbacks_.quiescedNotify(false); });
+    if (*alive) raised.run([&] { callbacks_.mountStatusNotify(); });
     if (*alive && mounter_) mounter_->purgeInotifyRecord();
+    raised.rethrow();
 }
 
 template <class Ops>
@@ -258,13 +274,16 @@ void BriskMap<Ops>::shadowSynced() {
 
 template <class Ops>
 void BriskMap<Ops>::shadowFlushed() {
+    if (detaching_) return; // `detach` does the rest
     installDummy();
     auto const alive = alive_;
+    Dunlin::FirstRaised raised;
     if (mounter_) {
         mounter_->watching = true;
-        (*mounter_)(Mem::Sentry::eventFlushComplete_, false);
+        raised.run([&] { (*mounter_)(Mem::Sentry::eventFlushComplete_, false); });
     }
-    if (*alive) callbacks_.mountStatusNotify();
+    if (*alive) raised.run([&] { callbacks_.mountStatusNotify(); });
+    raised.rethrow();
 }
 
 template <class Ops>
@@ -272,6 +291,16 @@ void BriskMap<Ops>::handleDisconnect() {
     FMASSERT(descriptor_.type == BriskType::valueShadow || descriptor_.type == BriskType::keyShadow,
              "wrong type:{}", U32(descriptor_.type));
     if (mounter_) (*mounter_)(Mem::Sentry::eventDisconnect_, false);
+}
+
+template <class Ops>
+void BriskMap<Ops>::handleRefused() {
+    if (mounter_) (*mounter_)(Mem::Sentry::eventRefused_, false);
+}
+
+template <class Ops>
+void BriskMap<Ops>::handleDamage() {
+    if (mounter_) (*mounter_)(Mem::Sentry::eventDamaged_, false);
 }
 
 template <class Ops>
@@ -291,10 +320,13 @@ void BriskMap<Ops>::tryAttach() {
 template <class Ops>
 void BriskMap<Ops>::controlDetach() {
     auto const alive = alive_;
-    detach(true);
-    if (!*alive) return;
-    mounter_.reset();
-    initialized_ = false;
+    Dunlin::FirstRaised raised;
+    raised.run([&] { detach(true); });
+    if (*alive) {
+        mounter_.reset();
+        initialized_ = false;
+    }
+    raised.rethrow();
 }
 
 template <class Ops>

@@ -33,6 +33,7 @@ public:
     // processor cannot carry the protocol.
     bool initialize(std::string const& event) override;
     void detach(bool force) override;
+    void abandon() override { detach(false); }
 
     U32 members() const override;
     U32 buckets() const override { return map_.buckets.numBuckets; }

@@ -68,6 +68,7 @@ private:
 
     std::unique_ptr<Store> makeStore();
     bool doInitialize(std::string const& event);
+    void takeBack();
     void handleQuiesced(bool quiesced) override;
     std::string dumpHeaders() const override;
     void corruptionDetected(std::string const& message) override;
@@ -95,7 +96,7 @@ private:
     BriskMap<Ops>* map_;
     std::unique_ptr<Store> store_; // an empty one until there is a table
     bool flushing_ = false;
-    bool reattaching_ = false; // a flush is completed because the shadow is attached anew
+    bool quietFlush_ = false; // the front, which attaches the shadow, hears nothing of the flush
 };
 
 } // namespace Brisk

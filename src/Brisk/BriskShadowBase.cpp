@@ -45,8 +45,10 @@ void BriskShadowBase::resync() {
     ++resyncs_;
     FMTRACE(debugHandler(), 1, "{} last:{} head:{}", shadowPath.text(), yarrowReader.last(),
             yarrowReader.head());
-    reportQuiesced(false);
+    Dunlin::FirstRaised raised;
+    raised.run([&] { reportQuiesced(false); });
     if (runtime()) startWalk(true);
+    raised.rethrow();
 }
 
 U32 BriskShadowBase::syncBound() {
@@ -126,11 +128,13 @@ bool BriskShadowBase::wrenDrain(double seconds) {
                 prefetchSlot(yarrowReader.slotAhead(prefetchedAhead));
                 reportQuiesced(false);
                 Wren::Sequence const sequence = yarrowReader.sequence();
-                doSlot(yarrowReader.slot(), sequence, sequence <= syncHead_);
+                Dunlin::FirstRaised raised;
+                raised.run([&] { doSlot(yarrowReader.slot(), sequence, sequence <= syncHead_); });
                 // The client may have detached the shadow, or a new walk may have begun.
-                if (!runtime() || walkSerial_ != serial) return false;
-                yarrowReader.done();
-                if (!notifying) return false;
+                bool const mine = runtime() && walkSerial_ == serial;
+                if (mine) yarrowReader.done();
+                raised.rethrow();
+                if (!mine || !notifying) return false;
             }
             }
             if (taken % notificationsPerLook == 0 &&

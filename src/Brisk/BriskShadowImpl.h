@@ -53,8 +53,28 @@ bool BriskShadow<Ops>::initialize(std::string const& event) {
     } catch (Dunlin::CorruptionDetectedException const& error) {
         FMTRACE(debugHandler(), 0, "corruption detected: {}", error.message());
         corruptionDetected(error.message());
+        takeBack();
         return false;
+    } catch (...) {
+        takeBack();
+        throw;
     }
+}
+
+// An attach has failed in the midst of the walk: the client hears that what it was told is gone.
+// What it raises now is traced; what ended the attach passes on.
+template <class Ops>
+void BriskShadow<Ops>::takeBack() {
+    if (!this->initialized() || flushing_ || !map_) return;
+    quietFlush_ = true;
+    try {
+        detach(true);
+    } catch (std::exception const& error) {
+        FMTRACE(debugHandler(), 0, "while an attach was taken back: {}", error.what());
+    } catch (...) {
+        FMTRACE(debugHandler(), 0, "while an attach was taken back: no exception was raised");
+    }
+    quietFlush_ = false;
 }
 
 template <class Ops>
@@ -69,9 +89,11 @@ bool BriskShadow<Ops>::doInitialize(std::string const& event) {
     }
     if (flushing_) {
         // The client hears the rest of what has gone before it hears of the new contents.
-        reattaching_ = true;
-        syncer.forceSyncCompletion();
-        reattaching_ = false;
+        quietFlush_ = true;
+        Dunlin::FirstRaised raised;
+        raised.run([&] { syncer.forceSyncCompletion(); });
+        quietFlush_ = false;
+        raised.rethrow();
     }
     // The former store may be further up the call stack, in one of its callbacks.
     retire(std::exchange(store_, makeStore()));
@@ -87,15 +109,18 @@ void BriskShadow<Ops>::syncComplete() {
     counters_.syncSequence = counters_.sequence = syncSequence;
     FMTRACE(debugHandler(), 1, "Synchronization complete, seq:{}", syncSequence);
     noteSyncComplete();
+    Dunlin::FirstRaised raised;
     if (!synced) {
         synced = true;
-        map_->shadowSynced();
+        raised.run([&] { map_->shadowSynced(); });
     }
     // The client may have detached the shadow, or started over, in that callback.
-    if (!this->initialized() || !syncer.done()) return;
-    maybeEnableYarrow();
-    quiescedReported = quiesced();
-    handleQuiesced(quiescedReported);
+    if (this->initialized() && syncer.done()) {
+        maybeEnableYarrow();
+        quiescedReported = quiesced();
+        raised.run([&] { handleQuiesced(quiescedReported); });
+    }
+    raised.rethrow();
 }
 
 template <class Ops>
@@ -114,9 +139,11 @@ void BriskShadow<Ops>::detach(bool force) {
     reader_.detach(force);
     flushing_ = true;
     synced = false;
-    syncer.sync(store_->numSlots(), SyncerMode::flush, !force);
+    Dunlin::FirstRaised raised;
+    raised.run([&] { syncer.sync(store_->numSlots(), SyncerMode::flush, !force); });
     this->initializedIs(false);
     FMTRACE(handler, 2, "{} detached, force:{}", rootPath().text(), force);
+    raised.rethrow();
 }
 
 template <class Ops>
@@ -124,7 +151,7 @@ void BriskShadow<Ops>::flushComplete() {
     FMTRACE(debugHandler(), 1, "Flush complete");
     store_->disable();
     flushing_ = false;
-    if (this->initialized() || reattaching_) return;
+    if (this->initialized() || quietFlush_) return;
     map_->shadowFlushed();
 }
 
@@ -142,7 +169,10 @@ void BriskShadow<Ops>::handleDisconnect() {
                 "disconnected while wren processing is disabled, syncer mode:{} done:{}",
                 syncer.mode(), syncer.done());
     if (mountStatus() == Mem::MountStatus::flushing) return;
-    map_->handleDisconnect();
+    if (wren.refused())
+        map_->handleRefused();
+    else
+        map_->handleDisconnect();
 }
 
 template <class Ops>

@@ -54,6 +54,10 @@ public:
     // Lets the table go; the files stay. Asserts that no direct operation on a new entry is open, and
     // that it is not called by a task in the middle of a resize.
     void detach(bool force) override;
+    // An operation whose resize is under way keeps the table to its end.
+    void abandon() override {
+        if (!resizing_) detach(false);
+    }
     bool validate() override;
     // Raises CorruptionDetectedException if the files on disk are not those in use.
     bool validateFiles() override;

@@ -11,6 +11,7 @@
 
 #include "Brisk/BriskReader.h"
 #include "Brisk/ShadowHashMap.h"
+#include "Dunlin/Exception.h"
 #include "Wren/Sequence.h"
 #include "Yarrow/YarrowReader.h"
 
@@ -122,7 +123,9 @@ public:
 
     bool initialize() override;
     bool doSlot(Yarrow::BasicSlot slot, Wren::Sequence sequence, bool compare) override {
-        return apply(slot.index, sequence, compare, 0);
+        bool const taken = apply(slot.index, sequence, compare, 0);
+        raised_.rethrow();
+        return taken;
     }
     void doFlushSlot(U32 slot) override;
     std::size_t shadowMappedSize() const override {
@@ -186,6 +189,7 @@ private:
     bool notifyOnFlush_;
     bool initialized_ = false;
     unsigned inCallback_ = 0;
+    Dunlin::FirstRaised raised_;           // by the client: passes on when the store is whole again
     Key const* deletingKey_ = nullptr;     // being told as deleted at this moment
     Value const* updatingValue_ = nullptr; // being told as changed at this moment
     Value scratch_{};

@@ -167,7 +167,7 @@ template <class Slot>
 void ShadowStore<Slot>::tellDeleted(Key const& key) {
     deletingKey_ = &key;
     ++inCallback_;
-    listener_.shadowDelete(key);
+    raised_.run([&] { listener_.shadowDelete(key); });
     --inCallback_;
     deletingKey_ = nullptr;
 }
@@ -301,10 +301,12 @@ bool ShadowStore<Slot>::apply(U32 index, Wren::Sequence sequence, bool compare, 
         if (parked) tell = !slot.sameValue(*parked);
     if (tell) {
         ++inCallback_;
-        if constexpr (Slot::hasValue)
-            listener_.shadowValue(slot.value);
-        else
-            listener_.shadowKey(key);
+        raised_.run([&] {
+            if constexpr (Slot::hasValue)
+                listener_.shadowValue(slot.value);
+            else
+                listener_.shadowKey(key);
+        });
         --inCallback_;
     }
     updatingValue_ = nullptr;
@@ -340,6 +342,7 @@ void ShadowStore<Slot>::doFlushSlot(U32 index) {
         hashMap_.remove(index, slots_[index]);
         slots_[index].reset();
     }
+    raised_.rethrow();
 }
 
 // ---- giving memory back ----

@@ -62,12 +62,21 @@ void Syncer::postSlice() {
     loop().taskAdd(Dunlin::TaskSchedulerRoot::Priority::normal, [alive = alive_, serial = serial_] {
         Syncer* const self = *alive;
         if (!self || self->serial_ != serial || self->done()) return;
-        if (self->mode_ == SyncerMode::sync && !self->notifying_) return;
+        if (self->mode_ == SyncerMode::flush) return self->walk(self->yieldTime_);
+        if (!self->notifying_) return;
+        auto const failed = [self](std::string const& message) {
+            self->stop();
+            self->client_.syncFailed(message);
+        };
         try {
             self->walk(self->yieldTime_);
-        } catch (Dunlin::Exception const& error) {
-            self->stop();
-            self->client_.syncFailed(error.message());
+        } catch (Dunlin::CorruptionDetectedException const& error) {
+            failed(error.message());
+        } catch (Dunlin::MemoryResourceException const& error) {
+            failed(error.message());
+        } catch (...) {
+            if (*alive && self->serial_ == serial && !self->done()) self->postSlice();
+            throw;
         }
     });
 }
@@ -80,19 +89,20 @@ void Syncer::walk(double seconds) {
     U64 const start = Dunlin::Rdtsc::ticks();
     double const limit = seconds * Dunlin::Rdtsc::calibrationRate();
     SyncerMode const mode = mode_;
+    Dunlin::FirstRaised raised; // of a flush
     U32 const bound = mode == SyncerMode::sync ? std::max(slots_, client_.syncBound()) : slots_;
     for (U32 inSlice = 0; next_ < bound; ++inSlice) {
         if (inSlice % slotsPerLook == slotsPerLook - 1 &&
             static_cast<double>(Dunlin::Rdtsc::ticks() - start) > limit) {
             postSlice();
-            return;
+            return raised.rethrow();
         }
         U32 const slot = next_++;
         if (mode == SyncerMode::flush)
-            client_.doFlushSlot(slot);
+            raised.run([&] { client_.doFlushSlot(slot); });
         else
             client_.doSlot(Yarrow::BasicSlot{slot}, Wren::syncPass, true);
-        if (serial_ != serial || mode_ == SyncerMode::idle) return;
+        if (serial_ != serial || mode_ == SyncerMode::idle) return raised.rethrow();
     }
     // The table may have grown during this slice.
     if (mode == SyncerMode::sync && client_.syncBound() > bound) {
@@ -103,10 +113,9 @@ void Syncer::walk(double seconds) {
         return;
     }
     mode_ = SyncerMode::idle;
-    if (mode == SyncerMode::flush)
-        client_.flushComplete();
-    else
-        client_.syncComplete();
+    if (mode == SyncerMode::sync) return client_.syncComplete();
+    raised.run([&] { client_.flushComplete(); });
+    raised.rethrow();
 }
 
 } // namespace Brisk

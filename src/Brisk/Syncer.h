@@ -24,7 +24,7 @@ public:
     virtual U32 syncBound() = 0;
     virtual void syncComplete() = 0;
     virtual void flushComplete() = 0;
-    // A slice ended with an exception; the walk is over.
+    // A slice found damage, or had no memory; the walk is over.
     virtual void syncFailed(std::string const& message) = 0;
 };
 
@@ -38,6 +38,10 @@ public:
     // Walks the slots 0 to `slots` - 1, and in sync mode as far as the client's bound if that is
     // more. A walk that is under way is given up. Asynchronous: in slices, and never complete
     // before this returns. Otherwise an exception of the client passes on.
+    //
+    // What a client raises in a slice passes on to the loop, and the walk goes on behind the slot
+    // that raised it. A flush is always walked to its end, at once or in slices, before the first
+    // exception passes on.
     void sync(U32 slots, SyncerMode mode, bool asynchronous);
     // Finishes the walk that is under way, on the spot.
     void forceSyncCompletion();

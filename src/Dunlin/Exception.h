@@ -6,9 +6,11 @@
 
 #include <fmt/core.h>
 
+#include <exception>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace Dunlin {
 
@@ -38,6 +40,27 @@ class InvalidInitializeException : public Exception {
 // A write through a read-only interface.
 class NoPermissionException : public Exception {
     using Exception::Exception;
+};
+
+// Steps that are all taken, whatever one of them raises: the first exception waits until the caller
+// is done with the rest and passes it on.
+class FirstRaised {
+public:
+    template <class Step>
+    void run(Step&& step) {
+        try {
+            step();
+        } catch (...) {
+            if (!raised_) raised_ = std::current_exception();
+        }
+    }
+    void rethrow() {
+        if (raised_) [[unlikely]]
+            std::rethrow_exception(std::exchange(raised_, nullptr));
+    }
+
+private:
+    std::exception_ptr raised_;
 };
 
 std::string formatText(fmt::string_view format, fmt::format_args args);

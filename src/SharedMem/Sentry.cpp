@@ -23,7 +23,12 @@ Dunlin::TaskSchedulerRoot& loop() {
 // them and need no look of their own.
 constexpr std::array<std::string_view, 4> tellingFiles = {"oriel", "owner", "slots", "buckets"};
 
-constexpr double retrySeconds = 1;
+// The pause before another attempt to attach to the same writer, in seconds. It doubles up to the
+// longest; an attempt that lasted for twice that long has not failed.
+constexpr double firstPause = 0.05, longestPause = 30;
+
+// A connection that is lost sooner was as good as refused.
+constexpr double settledSeconds = 1;
 
 } // namespace
 
@@ -96,22 +101,39 @@ ReaderSentry::Seen ReaderSentry::look() const {
 void ReaderSentry::operator()(std::string const& event, bool noticed) {
     FMTRACE(debugHandler(), 5, "{} event:{} noticed:{} watching:{} mode:{}", rootPath_.text(),
             event, noticed, watching, notifiee_.modeStr());
-    if (!watching || notifiee_.localMem()) return;
+    if (notifiee_.localMem()) return;
+    if (event == eventDamaged_) holdOff(look());
+    if (!watching) return;
     // The notifiee asks again from inside: one more look when this one is done.
     if (looking_) {
         lookAgain_ = true;
         return;
     }
-    looking_ = true;
-    auto const here = here_;
+    // A notifiee may raise, and may end this sentry.
+    struct Looking {
+        ReaderSentry& sentry;
+        std::shared_ptr<ReaderSentry*> here;
+        explicit Looking(ReaderSentry& s) : sentry(s), here(s.here_) { sentry.looking_ = true; }
+        ~Looking() {
+            if (*here) sentry.looking_ = false;
+        }
+    } const looking(*this);
     for (int turns = 0; turns < 4; ++turns) {
         lookAgain_ = false;
-        Seen const seen = look();
-        watchOwner(seen.owner);
-        bool const there = seen.orielId != 0;
-        // A client may have attached the front by hand.
-        if (there && attachedTo_.orielId == 0 && notifiee_.orielId() == seen.orielId)
-            attachedTo_ = seen;
+        examine(event);
+        if (!*looking.here || !lookAgain_ || !watching) break;
+    }
+}
+
+void ReaderSentry::examine(std::string const& event) {
+    auto const here = here_;
+    Seen const seen = look();
+    watchOwner(seen.owner);
+    bool const there = seen.orielId != 0;
+    // A client may have attached the front by hand.
+    if (there && attachedTo_.orielId == 0 && notifiee_.orielId() == seen.orielId)
+        attachedTo_ = seen;
+    try {
         if (notifiee_.readerFullyAttached() && (!there || !(seen == attachedTo_))) {
             FMTRACE(debugHandler(), 1, "{} event:{} writer {}", rootPath_.text(), event,
                     there ? "is another" : "has gone");
@@ -121,19 +143,27 @@ void ReaderSentry::operator()(std::string const& event, bool noticed) {
         }
         // `watching` is off while a shadow flushes; it asks when that is done.
         if (there && watching && notifiee_.notifying() &&
-            (!notifiee_.readerFullyAttached() || notifiee_.disconnectedActiveReader())) {
-            notifiee_.attach(event);
-            if (!*here) return;
-            if (notifiee_.readerFullyAttached())
-                attachedTo_ = seen;
-            else
-                retryLater();
-        }
-        if (!lookAgain_ || !watching) break;
+            (!notifiee_.readerFullyAttached() || notifiee_.disconnectedActiveReader()))
+            attach(event, seen);
+    } catch (...) {
+        if (*here && !notifiee_.readerFullyAttached()) holdOff(seen);
+        throw;
     }
-    looking_ = false;
 }
 
+void ReaderSentry::attach(std::string const& event, Seen const& seen) {
+    bool const lost = event == eventDisconnect_ && loop().now() < attemptedAt_ + settledSeconds;
+    if (lost || (event == eventRefused_ && seen == attachedTo_)) holdOff(seen);
+    if (!mayAttach(event, seen)) return;
+    attemptedAt_ = loop().now();
+    auto const here = here_;
+    notifiee_.attach(event);
+    if (!*here) return;
+    if (notifiee_.readerFullyAttached())
+        attachedTo_ = seen;
+    else
+        holdOff(seen);
+}
 // The end of the writer's process shows on its descriptor, with no change of any file.
 void ReaderSentry::watchOwner(SharedMem::BolsterInfo const& owner) {
     if (owner == watchedOwner_ && pidfd_) return;
@@ -152,12 +182,34 @@ void ReaderSentry::watchOwner(SharedMem::BolsterInfo const& owner) {
     });
 }
 
-void ReaderSentry::retryLater() {
-    if (retry_ != 0) return;
-    retry_ = loop().timerAdd(retrySeconds, [this] {
+// While the pause lasts, only what comes from elsewhere leads to an attempt: a file event, a
+// question of the client, the end of the pause.
+bool ReaderSentry::mayAttach(std::string const& event, Seen const& seen) const {
+    if (retry_ == 0 || !(seen == heldOff_)) return true;
+    return event != eventRefused_ && event != eventDamaged_ && event != eventDisconnect_ &&
+           event != eventFlushComplete_;
+}
+
+void ReaderSentry::holdOff(Seen const& seen) {
+    bool const same = seen == heldOff_;
+    if (same && retry_ != 0) return;
+    loop().timerDel(retry_);
+    double const now = loop().now();
+    bool const again = same && now < heldOffAt_ + pause_ + 2 * longestPause;
+    pause_ = again ? std::min(2 * pause_, longestPause) : firstPause;
+    heldOff_ = seen;
+    heldOffAt_ = now;
+    FMTRACE(debugHandler(), 1, "{} next attempt in {} s", rootPath_.text(), pause_);
+    retry_ = loop().timerAdd(pause_, [this] {
         retry_ = 0;
         (*this)(eventRetry_, true);
     });
+}
+
+void ReaderSentry::purgeInotifyRecord() {
+    Sentry::purgeInotifyRecord();
+    loop().timerDel(retry_);
+    retry_ = 0;
 }
 
 WriterSentry::WriterSentry(Dunlin::Platform::DebugHandler& handler, Notifiee* notifiee,

@@ -1,6 +1,7 @@
 // What watches a table's files for a front: whether a writer is there, and whether it is still the
 // same. Nothing polls: file events, the end of the writer's process and the front's own questions
-// lead to a new look. (Only an attach that failed beside a live writer is tried again by a timer.)
+// lead to a new look. Only where a live writer is there and attaching to it fails, or it does not let
+// the reader in, a timer leads to the next attempt, after a pause that grows from one to the next.
 #pragma once
 
 #include "Dunlin/TaskSchedulerRoot.h"
@@ -27,6 +28,10 @@ public:
     static constexpr char const* eventFiles_ = "files";
     static constexpr char const* eventOwnerExit_ = "ownerExit";
     static constexpr char const* eventRetry_ = "retry";
+    // The writer did not let the reader in; the table was damaged. Both without effect while the
+    // pause lasts, as a lost connection and the end of a flush are.
+    static constexpr char const* eventRefused_ = "refused";
+    static constexpr char const* eventDamaged_ = "damaged";
 
     virtual ~Sentry();
     Sentry(Sentry const&) = delete;
@@ -35,8 +40,8 @@ public:
     // Examines the files and tells the notifiee. The flag is set when the sentry itself noticed
     // something.
     virtual void operator()(std::string const& event, bool noticed) = 0;
-    // Forgets what was noticed and not looked at yet.
-    void purgeInotifyRecord() { lookPosted_.reset(); }
+    // Forgets what was noticed and not looked at yet, and what was to be tried again.
+    virtual void purgeInotifyRecord() { lookPosted_.reset(); }
 
     // Off: questions and events are not answered.
     bool watching = true;
@@ -76,8 +81,10 @@ public:
                  Notifiee& notifiee);
     ~ReaderSentry() override;
     // A live writer whose files are there: attach. Another writer or another generation than the
-    // one attached to: detach, then attach. None: detach.
+    // one attached to: detach, then attach. None: detach. What the notifiee raises passes on, and
+    // is followed by another attempt.
     void operator()(std::string const& event, bool noticed) override;
+    void purgeInotifyRecord() override;
 
 private:
     struct Seen {
@@ -88,10 +95,17 @@ private:
     Seen look() const;
     void complain(std::string const& what) const;
     void watchOwner(SharedMem::BolsterInfo const& owner);
-    void retryLater();
+    void examine(std::string const& event);
+    void attach(std::string const& event, Seen const& seen);
+    bool mayAttach(std::string const& event, Seen const& seen) const;
+    void holdOff(Seen const& seen);
 
     Notifiee& notifiee_;
     Seen attachedTo_;
+    Seen heldOff_;     // the writer to which the last attempt came to nothing
+    double pause_ = 0; // before the next attempt, in seconds
+    double heldOffAt_ = 0;
+    double attemptedAt_ = 0;
     SharedMem::BolsterInfo watchedOwner_;
     mutable std::string complaint_;
     Fd pidfd_;

@@ -8,6 +8,7 @@
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <utility>
 
 namespace Wren {
 namespace {
@@ -51,6 +52,7 @@ std::string ReaderWrenSm::readerName() {
 
 bool ReaderWrenSm::connect(SharedMem::BolsterInfo const& writer) {
     if (state_ != State::idle) return true;
+    refused_ = false;
     if (writer.empty()) return false;
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -71,8 +73,25 @@ bool ReaderWrenSm::connect(SharedMem::BolsterInfo const& writer) {
     if (!send(fd.get(), hello)) return false;
     fd_ = std::move(fd);
     state_ = State::greeted;
-    loop().fdAdd(fd_.get(), EPOLLIN, [this](U32 events) { handleEvents(events); });
+    watch(EPOLLIN);
     return true;
+}
+
+void ReaderWrenSm::watch(U32 events) {
+    loop().fdAdd(fd_.get(), events, [this](U32 ready) { handleEvents(ready); });
+}
+
+// What the client raises passes on to the loop, and the work goes on at its next turn: the token
+// stays with nobody who has forgotten it.
+template <class Call>
+auto ReaderWrenSm::askClient(Call call) {
+    auto const alive = alive_;
+    try {
+        return call();
+    } catch (...) {
+        if (*alive) postSlice();
+        throw;
+    }
 }
 
 void ReaderWrenSm::enable() {
@@ -91,8 +110,12 @@ void ReaderWrenSm::disconnect() {
 }
 
 void ReaderWrenSm::lost() {
-    FMTRACE(debugHandler(), 1, "connection to the writer is lost");
+    refused_ = state_ == State::greeted;
+    FMTRACE(debugHandler(), 1, "connection to the writer is {}", refused_ ? "refused" : "lost");
+    bool const enabled = enabled_;
     disconnect();
+    // Until there is another, what lies in the queue is found by the tick.
+    if (enabled) enable();
     client_.handleDisconnect();
 }
 
@@ -103,10 +126,7 @@ void ReaderWrenSm::notifyingIs(bool on) {
 
 void ReaderWrenSm::handleEvents(U32 events) {
     auto const alive = alive_;
-    if ((events & EPOLLOUT) != 0 && sleepUnsent_) {
-        loop().fdAdd(fd_.get(), EPOLLIN, [this](U32 later) { handleEvents(later); });
-        sendSleep();
-    }
+    if ((events & EPOLLOUT) != 0 && sleepUnsent_) sendSleep();
     // What came is a Wake, unless it is the end: the work first, the message after it.
     bool const ended = (events & (EPOLLHUP | EPOLLERR)) != 0;
     if (state_ == State::asleep && enabled_ && notifying_ && !ended) client_.wrenDrain(yieldTime_);
@@ -117,7 +137,7 @@ void ReaderWrenSm::handleEvents(U32 events) {
     if (received == Received::message && message.kind == Kind::welcome &&
         state_ == State::greeted) {
         state_ = State::awake;
-        client_.wrenWelcome(message.welcome);
+        askClient([&] { client_.wrenWelcome(message.welcome); });
         if (*alive && enabled_ && state_ == State::awake) slice();
     } else if (received == Received::message && message.kind == Kind::wake &&
                state_ == State::asleep) {
@@ -139,7 +159,7 @@ void ReaderWrenSm::slice() {
     State const state = state_;
     lagged_ = false; // what lies there now is not what lay there at the last tick
     Sequence const from = client_.wrenPosition();
-    bool const drained = client_.wrenDrain(yieldTime_);
+    bool const drained = askClient([&] { return client_.wrenDrain(yieldTime_); });
     if (!*alive || !enabled_ || state_ != state) return;
     if (state == State::awake && drained && notifying_) {
         sendSleep();
@@ -169,15 +189,15 @@ void ReaderWrenSm::postSlice() {
 void ReaderWrenSm::sendSleep() {
     Position const sleep{
         .kind = Kind::sleep, .synced = client_.wrenSynced(), .position = client_.wrenPosition()};
-    sleepUnsent_ = false;
-    if (send(fd_.get(), sleep)) {
+    bool const sent = send(fd_.get(), sleep);
+    // Kept until the socket takes it. Any other failure shows as the end of the connection.
+    bool const unsent = !sent && errno == EAGAIN;
+    if (sent) {
         ++sequencesSent_;
         state_ = State::asleep;
-    } else if (errno == EAGAIN) {
-        sleepUnsent_ = true; // kept until the socket takes it
-        loop().fdAdd(fd_.get(), EPOLLIN | EPOLLOUT, [this](U32 events) { handleEvents(events); });
     }
-    // Any other failure shows as the end of the connection.
+    // Room in the socket is waited for only so long: it is there nearly always.
+    if (std::exchange(sleepUnsent_, unsent) != unsent) watch(unsent ? EPOLLIN | EPOLLOUT : EPOLLIN);
 }
 
 void ReaderWrenSm::armTick() {
@@ -195,7 +215,7 @@ void ReaderWrenSm::tick() {
     bool const behind = notifying_ && client_.wrenHead() > client_.wrenPosition();
     if (behind && state_ == State::asleep && lagged_) ++lateWakes_;
     lagged_ = behind;
-    if (state_ == State::idle) client_.wrenRetry();
+    if (state_ == State::idle && !refused_) client_.wrenRetry();
     // Works early, but sends no second Sleep: the token is with the writer.
     if (*alive && enabled_ && behind && state_ != State::awake) client_.wrenDrain(yieldTime_);
     if (*alive && enabled_ && state_ == State::awake && behind) postSlice();

@@ -48,7 +48,7 @@ public:
     void enable();
     // Takes no more until `enable`; the connection stays.
     void suspend() { enabled_ = false; }
-    // Ends the connection, without a call of handleDisconnect.
+    // Ends the connection and the taking of notifications, without a call of handleDisconnect.
     void disconnect();
 
     // Off: notifications wait in the queue until it is on again.
@@ -59,6 +59,8 @@ public:
     // Let in by the writer.
     bool connected() const { return state_ >= State::awake; }
     bool enabled() const { return enabled_; }
+    // The last connection ended before the writer let us in.
+    bool refused() const { return refused_; }
     // Positions told to the writer.
     U64 sequencesSent() const { return sequencesSent_; }
     // Times that work was found although no Wake had come for a whole tick: a defect.
@@ -74,6 +76,9 @@ private:
     void slice();
     void postSlice();
     void sendSleep();
+    void watch(U32 events);
+    template <class Call>
+    auto askClient(Call call);
     void tick();
     void armTick();
     void lost();
@@ -85,6 +90,7 @@ private:
     bool notifying_ = true;
     bool slicePosted_ = false;
     bool sleepUnsent_ = false;
+    bool refused_ = false;
     bool lagged_ = false;
     double yieldTime_ = 0.05;
     U64 sequencesSent_ = 0;

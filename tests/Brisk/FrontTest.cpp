@@ -271,10 +271,11 @@ TEST_F(Front, AttachAndForcedDetachInsideAFlush) {
             if (attach)
                 c.front->attach("test");
             else
-                c.front->detach(true); // the sentry attaches at its end: the writer lives
+                c.front->detach(true);
             EXPECT_EQ(c.deletes, 3000U);
-            // The same shadow again walks at once as it did at first, another one in slices.
-            EXPECT_EQ(c.statuses.substr(0, 2), attach ? "32" : "31");
+            // The same shadow again walks at once as it did at first.
+            EXPECT_EQ(c.statuses.substr(0, 2), attach ? "32" : "30");
+            if (!attach) c.front->tryAttach();
             ASSERT_TRUE(pump([&] { return c.synchronised() && c.asleep(); }));
             EXPECT_EQ(c.known.size(), 3000U);
             EXPECT_EQ(c.deletes, 3000U);

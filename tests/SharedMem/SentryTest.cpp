@@ -136,7 +136,17 @@ TEST_F(SentryTest, KeptWaitingSuspendedRetriedReconnected) {
     EXPECT_EQ(front_.log, "aa");
     front_.disconnected = true;
     sentry(Sentry::eventDisconnect_, false);
-    EXPECT_EQ(front_.log, "aaa");
+    EXPECT_EQ(front_.log, "aa"); // that was short: not at once
+    ASSERT_TRUE(pump([&] { return front_.log == "aaa"; }));
+    // One that raises has not ended anything: the look is made again.
+    front_.attached = false;
+    front_.onAttach = [&] {
+        front_.attached = false;
+        front_.onAttach = [] {};
+        throw std::bad_alloc();
+    };
+    EXPECT_THROW(sentry(Sentry::eventTryAttach_, false), std::bad_alloc);
+    ASSERT_TRUE(pump([&] { return front_.log == "aaaaa" && front_.attached; }));
 }
 
 TEST_F(SentryTest, TheDirectoryComesAndGoesWhileWeLook) {

@@ -357,4 +357,39 @@ TEST_F(Doorbell, NotifyingOffLetsNotificationsWait) {
     ASSERT_TRUE(pump([&] { return writer_->quiesced(); }));
 }
 
+// The socket has no room for the Sleep, and has it again just before another slice sends it.
+TEST_F(Doorbell, ASleepThatWaitedForRoomLeavesTheLoopAtRest) {
+    struct Reader : MiniReader {
+        using MiniReader::MiniReader;
+        bool drained = false;
+        bool wrenDrain(double) override { return drained; }
+    } reader(trace_, path_, values_, oriel);
+    Mem::makeDirectory(base_.path() + "/sockets");
+    Mem::Fd const endpoint = Support::listening("busy-1");
+    ASSERT_TRUE(reader.start({"busy-1", 1}));
+    Mem::Fd const peer(::accept4(endpoint.get(), nullptr, nullptr, SOCK_NONBLOCK));
+    Message message;
+    ASSERT_EQ(receive(peer.get(), message), Received::message);
+    ASSERT_TRUE(send(peer.get(), Welcome{.incarnation = 1}));
+    for (U64 sent = ~0ULL; sent != reader.wren.sequencesSent();) {
+        sent = reader.wren.sequencesSent();
+        for (int i = 0; i < 10; ++i) loop().runOnce(0);
+    }
+    EXPECT_GT(reader.wren.sequencesSent(), 50U); // Progress, as much as the socket takes
+    reader.drained = true;
+    for (int i = 0; i < 10; ++i) loop().runOnce(0); // the Sleep does not fit
+    U64 const sent = reader.wren.sequencesSent();
+    loop().taskAdd(Dunlin::TaskSchedulerRoot::Priority::normal, [&] {
+        while (receive(peer.get(), message) == Received::message) {
+        }
+    });
+    reader.wren.notifyingIs(true); // a slice behind that task
+    loop().runOnce(0);
+    EXPECT_EQ(reader.wren.sequencesSent(), sent + 1);
+    int busy = 0;
+    for (int i = 0; i < 1000; ++i) busy += loop().runOnce(0);
+    EXPECT_LE(busy, 1);
+    EXPECT_EQ(reader.wren.sequencesSent(), sent + 1); // one token, one Sleep
+}
+
 } // namespace
