@@ -303,16 +303,20 @@ Sequence QueueWriter::pruneBound() const {
 //
 //      store                     order, partner                         a reader now sees
 //  C1  idle generation 0         stays before C2 (fence); pairs with    whoever still reads there
-//                                next's look after each entry           finds it reused
-//  C2  idle entries              stay before C4                         nothing
-//  C3  idle base, capacity,      stay before C4                         nothing
+//                                fetch's look after the entries         finds it reused
+//  C2  idle pages given back,    after C1: the kernel changes them      zeros in a table that is
+//      or reserved               behind its own barriers                given up (H-sched-1)
+//  C3  idle entries              stay before C5                         nothing
+//  C4  idle base, capacity,      stay before C5                         nothing
 //      count
-//  C4  idle generation           publish                                nothing: not active yet
-//  C5  prunedThrough             publish; stays before C6               nothing new: tested after
+//  C5  idle generation           publish                                nothing: not active yet
+//  C6  prunedThrough             publish; stays before C7               nothing new: tested after
 //                                                                       a flip alone
-//  C6  activeGeneration          publish; pairs with next's observe     the new table, whole
+//  C7  activeGeneration          publish; pairs with next's observe     the new table, whole
 //
-// A death before C6 leaves the old table active and whole.
+// A reader that loads entries, then the generation, sees old entries and either generation, or new
+// ones (or zeros) and a generation that is not its own: what it must not see, new entries under the
+// old generation, C1 before C2 rules out. A death before C7 leaves the old table active and whole.
 void QueueWriter::compact(Sequence pruneThrough) {
     ++compactions_;
     auto const stays = [&](Entry const& at) {
@@ -321,7 +325,9 @@ void QueueWriter::compact(Sequence pruneThrough) {
     U32 live = 0;
     for (U32 i = 0; i < count_; ++i) live += stays(entry(i));
     U32 const idle = (generation_ + 1) & 1;
-    if (!reserveTable(idle, live)) {
+    Mem::poke(TableView(files_[idle].data(), idle).header().generation, 0); // C1
+    Mem::storesStayBefore();
+    if (!reserveTable(idle, live)) { // C2
         // No room for what must stay: every reader that is behind has to walk.
         FMTRACE(debugHandler(), 0, "{}: no room for {} notifications, dropping them: {}",
                 rootPath_.text(), live, files_[idle].reason());
@@ -330,8 +336,6 @@ void QueueWriter::compact(Sequence pruneThrough) {
     TableView const from = table_ = TableView(files_[idle ^ 1].data(), idle ^ 1);
     TableView const to(files_[idle].data(), idle);
 
-    Mem::poke(to.header().generation, 0); // C1
-    Mem::storesStayBefore();
     U32 kept = 0;
     Sequence newBase = sequence_;
     for (U32 i = 0; i < count_; ++i) {
@@ -345,19 +349,19 @@ void QueueWriter::compact(Sequence pruneThrough) {
         }
         if (kept == 0) newBase = sequence - 1;
         if (positioned) positions_[at.slot] = ~kept;
-        Mem::poke(to.entry(kept), Entry{static_cast<U32>(sequence - newBase), at.slot}); // C2
+        Mem::poke(to.entry(kept), Entry{static_cast<U32>(sequence - newBase), at.slot}); // C3
         ++kept;
     }
     U32 const capacity = TableView::capacityOf(files_[idle].mappedSize(), idle);
-    Mem::poke(to.header().baseSequence, newBase); // C3
+    Mem::poke(to.header().baseSequence, newBase); // C4
     Mem::poke(to.header().capacity, capacity);
     Mem::poke(to.header().count, kept);
-    Mem::publish(to.header().generation, generation_ + 1); // C4
+    Mem::publish(to.header().generation, generation_ + 1); // C5
     if (pruneThrough > prunedThrough_) {
         prunedThrough_ = pruneThrough;
-        Mem::publish(control_->prunedThrough, pruneThrough); // C5
+        Mem::publish(control_->prunedThrough, pruneThrough); // C6
     }
-    Mem::publish(control_->activeGeneration, generation_ + 1); // C6
+    Mem::publish(control_->activeGeneration, generation_ + 1); // C7
     ++generation_;
     table_ = to;
     base_ = newBase;
