@@ -62,6 +62,41 @@ static_assert(offsetof(ControlHeader, corralStart) == 48 &&
               offsetof(ControlHeader, corralEnd) == 56);
 static_assert(offsetof(ControlHeader, sequence) == 64);
 
+// The span of a move of slots. Sequences inside tell of moved slots; readers have yet to pass it.
+//
+//      store                   order                                    by
+//  K1  start = next sequence   before the first announcement of a move  markShrinkStart
+//  K2  end = last sequence     after the last one; or start = 0         markShrinkEnd
+//                              instead, if there was none
+//  K3  start = 0               after the compaction that drops the      dissolveCorral
+//                              announcements and raises prunedThrough
+//  K4  end = 0                 after K3                                 dissolveCorral
+//
+// `observed` loads end, then start. So a span that is read as open was open after all that the
+// reader had loaded before:
+//
+//      end, start loaded       what that means for a sequence loaded before
+//      0, 0                    no span now
+//      0, S                    S was open when end was loaded, so it ends behind that sequence
+//      E, S                    the span, as it is
+//      E, 0                    dissolved in between: read as no span. A move is then taken for a
+//                              change, which is one callback more; a position keeps its place, and
+//                              prunedThrough, not below E by now, sends its reader into a walk
+//      E, S' (a later span)    as E, 0: S' begins behind E, so no sequence is in both
+//
+// Start first, then end, could read (S, 0) behind K4: a span without an end, in which every later
+// move of a key would go untold (H-sched-2).
+struct Corral {
+    Sequence start; // 0: none
+    Sequence end;   // 0: the move is under way
+
+    static Corral observed(ControlHeader const& control) {
+        Sequence const end = Mem::observe(control.corralEnd);
+        return {Mem::observe(control.corralStart), end};
+    }
+    bool holds(Sequence at) const { return start != 0 && at >= start && (end == 0 || at <= end); }
+};
+
 struct SecondaryHeader {
     U64 magic;
     U32 format;

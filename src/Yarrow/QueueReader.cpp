@@ -62,21 +62,17 @@ Sequence QueueReader::head() const {
     return control_ ? Mem::observe(control_->sequence) : 0;
 }
 
-// The three loads in this order: a corral that begins after the first holds only later sequences.
+// The head comes first: a corral that begins after that holds only later sequences, and one that the
+// head lies in is seen, unless it has been dissolved since (Corral tells what each mix means).
 Sequence QueueReader::position() const {
     if (!control_) return 0;
     Sequence const head = Mem::observe(control_->sequence);
-    Sequence const start = Mem::observe(control_->corralStart);
-    Sequence const end = Mem::observe(control_->corralEnd);
-    bool const inside = start != 0 && start <= head && (end == 0 || head < end);
-    return inside ? start - 1 : head;
+    Corral const corral = Corral::observed(*control_);
+    return corral.holds(head) && head != corral.end ? corral.start - 1 : head;
 }
 
 bool QueueReader::inCorral(Sequence at) const {
-    if (!control_) return false;
-    Sequence const start = Mem::observe(control_->corralStart);
-    Sequence const end = Mem::observe(control_->corralEnd);
-    return start != 0 && at >= start && (end == 0 || at <= end);
+    return control_ && Corral::observed(*control_).holds(at);
 }
 
 void QueueReader::lastIs(Sequence sequence) {

@@ -130,7 +130,7 @@ void QueueWriter::create(SharedMem::OrielId orielId) {
 void QueueWriter::takeOver() {
     refreshPointers();
     // A death between the two stores that clear a corral leaves the end alone behind.
-    if (corralStart() == 0 && corralEnd() != 0) Mem::publish(control_->corralEnd, 0);
+    if (corralStart() == 0 && corralEnd() != 0) Mem::publish(control_->corralEnd, 0); // K4
     Mem::poke(control_->pruneMode, U32(options_.pruneMode));
     incarnation_ = control_->incarnation + 1;
     Mem::publish(control_->incarnation, incarnation_);
@@ -150,8 +150,7 @@ void QueueWriter::refreshPointers() {
 }
 
 bool QueueWriter::inCorral(Sequence at) const {
-    Sequence const start = corralStart(), end = corralEnd();
-    return start != 0 && at >= start && (end == 0 || at <= end);
+    return Corral::observed(*control_).holds(at);
 }
 
 void QueueWriter::rebuildPositions() {
@@ -393,7 +392,7 @@ void QueueWriter::markShrinkStart() {
              corralEnd());
     corralOpen_ = true;
     movedUnseen_.clear();
-    Mem::publish(control_->corralStart, sequence_ + 1);
+    Mem::publish(control_->corralStart, sequence_ + 1); // K1
 }
 
 void QueueWriter::markShrinkEnd() {
@@ -404,7 +403,7 @@ void QueueWriter::markShrinkEnd() {
         Mem::publish(control_->corralStart, 0);
         return;
     }
-    Mem::publish(control_->corralEnd, sequence_);
+    Mem::publish(control_->corralEnd, sequence_); // K2
     for (U32 const slot : movedUnseen_) notifySlot(slot);
     movedUnseen_.clear();
     maybeDissolveCorral();
@@ -427,8 +426,8 @@ void QueueWriter::maybeDissolveCorral() {
 // cannot skip the corral unaware. Its entries are never withdrawn in place.
 void QueueWriter::dissolveCorral() {
     compact(std::max(pruneBound(), corralEnd()));
-    Mem::publish(control_->corralStart, 0);
-    Mem::publish(control_->corralEnd, 0);
+    Mem::publish(control_->corralStart, 0); // K3
+    Mem::publish(control_->corralEnd, 0);   // K4
 }
 
 // ---- told by the doorbell ----
