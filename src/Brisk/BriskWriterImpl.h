@@ -440,7 +440,7 @@ void BriskWriter<Ops>::doMaybeShrinkSlots(U32 shrinkThreshold) {
         table_.move(i, to, *prev);
         queue_.notify(to);
         queue_.tombstone(i);
-        Mem::publish(slot.slotVersion, Mem::peek(slot.slotVersion) & ~occupiedBit);
+        table_.vacate(i);
         queue_.notify(i);
         ++moves;
         tasks.check();

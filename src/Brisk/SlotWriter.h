@@ -80,6 +80,8 @@ public:
     void purgeFreeSlots(U32 threshold);
     // Moves the entry of `fromSlotId` to the free-list head `toSlotId`; `prev` refers to it.
     void move(U32 fromSlotId, U32 toSlotId, SlotLink& prev);
+    // Gives up a slot whose entry has moved away.
+    void vacate(U32 slotId);
     // Publishes the smaller count and gives the memory back.
     void shrink(U32 newNumSlots);
 

@@ -255,8 +255,9 @@ void SlotWriterTable<Ops>::purgeFreeSlots(U32 threshold) {
             length, occupied, numSlots);
 }
 
-// Moves an entry to a lower slot. The source stays occupied and intact: the caller gives it up
-// after the notifications. Readers: all walks; SlotReaderTable::getValue by index.
+// Moves an entry to a lower slot. The source stays occupied and intact until the caller gives it up
+// (`vacate`), after it has announced the target and before anything else is moved or freed. Readers:
+// all walks; SlotReaderTable::getValue by index.
 //
 //      store                      order, partner                       a reader now sees
 //  M1  freeList                   the writer's                         nothing
@@ -265,8 +266,17 @@ void SlotWriterTable<Ops>::purgeFreeSlots(U32 threshold) {
 //  M4  target link                publish, shown by M5                 nothing: unreachable
 //  M5  previous link -> target    publish; pairs with the link's       the entry in its new place;
 //                                 re-check of a walk                   on the source, still all right
-//  M6  source link, version + 4   publish; pairs with the re-check     whoever stands on the source
+//      in `vacate`:
+//  M6  source less OCCUPIED       publish, before M7; pairs with       by index, the source empty
+//                                 readSlot and the cursor's look
+//  M7  source link, version + 4   publish; pairs with the re-check     whoever stands on the source
 //                                 of one who stands on the source      starts over (H-link-2)
+//
+// A cursor loads the source's link, then its version, and both again behind the next slot. The link
+// before M7: whatever happens to the next slot happens behind M7, and the second look at the link
+// shows it. The link of M7: the version loaded behind it has lost OCCUPIED, and the cursor does not
+// believe it. With M7 before M6, a cursor between the two would believe a link that nobody changes
+// any more when the next slot goes.
 template <class Ops>
 void SlotWriterTable<Ops>::move(U32 fromSlotId, U32 toSlotId, SlotLink& prev) {
     FMASSERT(toSlotId != SlotHeaderCommon::noFreeSlot, "not valid toSlotId:{}", toSlotId);
@@ -288,8 +298,15 @@ void SlotWriterTable<Ops>::move(U32 fromSlotId, U32 toSlotId, SlotLink& prev) {
     }
     Mem::publish(to.link, Mem::peek(to.link).to(fromLink.next)); // M4
     FMTRACE(*handler, 7, "fromSlotId:{} toSlotId:{}", fromSlotId, toSlotId);
-    Mem::publish(prev, Mem::peek(prev).to(toSlotId));    // M5
-    Mem::publish(from.link, fromLink.to(fromLink.next)); // M6
+    Mem::publish(prev, Mem::peek(prev).to(toSlotId)); // M5
+}
+
+template <class Ops>
+void SlotWriterTable<Ops>::vacate(U32 slotId) {
+    Slot& slot = slots[slotId];
+    Mem::publish(slot.slotVersion, Mem::peek(slot.slotVersion) & ~occupiedBit); // M6
+    SlotLink const link = Mem::peek(slot.link);
+    Mem::publish(slot.link, link.to(link.next)); // M7
 }
 
 // Cuts the file. No entry stands at or above the new count.

@@ -179,6 +179,15 @@ auto ReaderHashMap<R>::firstOnce(U32& bucket, U32& bucketCount, Value& value,
     return Outcome::yes;
 }
 
+// One step from the slot that the hint stands on.
+//
+//      load                      pairs with the writer's          what it makes sure of
+//  P1  the hint slot's link      M7 of a move, U4 of a removal    see P2
+//  P2  its slotVersion           M6 and U2, stored before those   the slot was still in the list when
+//                                                                 P1 loaded its link
+//  P3  the next slot             rewrite, fill, free              a value of one moment
+//  P4  link and slotVersion      M7, U4; M6, U2                   the next slot was still that when P3
+//      again                                                      read it
 template <class R>
 bool ReaderHashMap<R>::next(Key const& keyIs, Value& value, Brisk::IterHint& hint) const {
     // The key may lie inside `value`, which a retry would find overwritten (H-link-4).
@@ -187,14 +196,15 @@ bool ReaderHashMap<R>::next(Key const& keyIs, Value& value, Brisk::IterHint& hin
     if (hint.slotIndex >= table.capacity() || hint.bucketIndex >= buckets.numBuckets)
         return nextSlow(key, value, hint);
     Link const& place = table.linkAt(hint.slotIndex);
-    Step const at{&place, Mem::observe(place)};
-    if (table.versionAt(hint.slotIndex) != hint.version) return nextSlow(key, value, hint);
+    Step const at{&place, Mem::observe(place)}; // P1
+    auto const stale = [&] { return table.versionAt(hint.slotIndex) != hint.version; };
+    if (stale()) return nextSlow(key, value, hint); // P2
 
     if (at.link.endsChain()) {
         // The hint's bucket may be older than a doubling while the slot is not: at a chain's end
         // the bucket is that of the slot's own hash (A44, H-link-3).
         U32 const rhash = table.rhashAt(hint.slotIndex);
-        if (at.moved()) return nextSlow(key, value, hint);
+        if (at.moved() || stale()) return nextSlow(key, value, hint); // P4
         U32 const bucket = Dunlin::Util::reverse(rhash) & (buckets.numBuckets - 1);
         if (at.link.endsTable()) {
             verifyNextBucket(bucket, 0);
@@ -208,8 +218,8 @@ bool ReaderHashMap<R>::next(Key const& keyIs, Value& value, Brisk::IterHint& hin
     }
     U32 const index = at.link.next;
     U32 const ownRhash = table.rhashAt(hint.slotIndex);
-    auto const seen = table.readSlot(index, &value);
-    if (at.moved()) return nextSlow(key, value, hint);
+    auto const seen = table.readSlot(index, &value);              // P3
+    if (at.moved() || stale()) return nextSlow(key, value, hint); // P4
     Key const& found = Ops::key(value);
     if ((seen.version & Brisk::occupiedBit) == 0) notOccupied(index, found);
     // The list only rises. Where it does not, it may run in a circle, which the bounds of single
