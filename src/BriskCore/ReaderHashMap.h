@@ -49,6 +49,11 @@ private:
         bool moved() const;
     };
     enum class Outcome : U8 { no, yes, retry };
+    // How far a walk has come along a chain, and the place from which it looks for a circle.
+    struct Lap {
+        U32 slotCount = 0;
+        Step mark{};
+    };
 
     Step bucketStep(U32 bucket) const;
     Outcome lookupOnce(Key const& key, U32 rhash, U32 bucket, void* out) const;
@@ -56,7 +61,7 @@ private:
     bool nextSlow(Key const& key, Value& value, Brisk::IterHint& hint) const;
     Outcome nextSlowOnce(Key const& key, U32 rhash, U32 bucket, Value& value, Brisk::IterHint& hint,
                          U32& follow) const;
-    void countStep(U32& slotCount) const;
+    bool tooFar(Lap& lap, Step const& at) const;
     void countRetry(U32 bucket) const;
     bool mayStandIn(Key const& key, U32 bucket) const;
     [[noreturn]] static void notOccupied(U32 slot, Key const& key);

@@ -25,12 +25,27 @@ auto ReaderHashMap<R>::bucketStep(U32 bucket) const -> Step {
     return {&place, Mem::observe(place)};
 }
 
+// Counts a step of a walk, which has come along `at`. A walk of more steps than there are slots runs
+// in a circle, or the writer goes on ahead of it: removing behind it, inserting in front. The list
+// only rises, so a sound table never leads a walk back to a link that has not changed since. One that
+// does is damaged, and this raises; a walk that goes round without meeting one is to start over, and
+// this is true.
 template <class R>
-void ReaderHashMap<R>::countStep(U32& slotCount) const {
+bool ReaderHashMap<R>::tooFar(Lap& lap, Step const& at) const {
     U32 const capacity = reader_->slotTable().capacity();
-    if (++slotCount > capacity) [[unlikely]]
+    if (++lap.slotCount <= capacity) [[likely]]
+        return false;
+    U32 const beyond = lap.slotCount - capacity;
+    if (beyond == 1) {
+        lap.mark = at;
+    } else if (at.place == lap.mark.place && at.link.version == lap.mark.link.version) {
         Dunlin::fmthrow<Dunlin::CorruptionDetectedException>(
-            "hash chain cycle detected, slotCount:{} capacity:{}", slotCount, capacity);
+            "hash chain cycle detected, slotCount:{} capacity:{}", capacity + 1, capacity);
+    }
+    if (beyond <= capacity + 1) return false;
+    FMTRACE(debugHandler(), 5, "chain changes ahead of its reader, slotCount:{} capacity:{}",
+            lap.slotCount, capacity);
+    return true;
 }
 
 template <class R>
@@ -90,7 +105,7 @@ auto ReaderHashMap<R>::lookupOnce(Key const& key, U32 rhash, U32 bucket, void* o
     -> Outcome {
     auto& table = reader_->slotTable();
     Step at = bucketStep(bucket); // L1
-    U32 slotCount = 0;
+    Lap lap;
     for (;;) {
         if (at.link.endsChain()) {
             if (!at.link.endsTable()) static_cast<void>(buckets[at.link.bucket()]);
@@ -98,7 +113,8 @@ auto ReaderHashMap<R>::lookupOnce(Key const& key, U32 rhash, U32 bucket, void* o
             buckets.checkResize(); // L5
             return Outcome::no;
         }
-        countStep(slotCount);
+        if (tooFar(lap, at)) [[unlikely]]
+            return Outcome::retry;
         U32 const index = at.link.next;
         auto const seen = table.readMatch(index, rhash, key, out); // L2
         if (at.moved()) return Outcome::retry;                     // L3
@@ -272,7 +288,7 @@ auto ReaderHashMap<R>::nextSlowOnce(Key const& key, U32 rhash, U32 bucket, Value
                                     Brisk::IterHint& hint, U32& follow) const -> Outcome {
     auto& table = reader_->slotTable();
     Step at = bucketStep(bucket);
-    U32 slotCount = 0;
+    Lap lap;
     for (;;) {
         if (at.link.endsTable()) {
             verifyNextBucket(bucket, 0);
@@ -285,7 +301,8 @@ auto ReaderHashMap<R>::nextSlowOnce(Key const& key, U32 rhash, U32 bucket, Value
             FMTRACE(debugHandler(), 9, "{} next bucket {}", key, follow);
             return Outcome::yes;
         }
-        countStep(slotCount);
+        if (tooFar(lap, at)) [[unlikely]]
+            return Outcome::retry;
         U32 const index = at.link.next;
         auto const seen = table.readSlot(index, &value);
         Key const& found = Ops::key(value);
@@ -294,7 +311,7 @@ auto ReaderHashMap<R>::nextSlowOnce(Key const& key, U32 rhash, U32 bucket, Value
         if ((seen.version & Brisk::occupiedBit) == 0)
             Dunlin::fmthrow<Dunlin::CorruptionDetectedException>(
                 "slow-path slot:{} not marked as occupied key:{} slotCount:{}", index,
-                Dunlin::dumpHex(&key, sizeof key), slotCount);
+                Dunlin::dumpHex(&key, sizeof key), lap.slotCount);
         if (rhash < seen.rhash || (rhash == seen.rhash && Ops::less(key, found))) {
             if (!mayStandIn(found, bucket))
                 Dunlin::fmthrow<Dunlin::CorruptionDetectedException>(
