@@ -161,6 +161,7 @@ private:
     bool accept(Wren::Sequence sequence);
     bool elsewhere(Key const& key, U32& index);
     void park(U32 index);
+    bool isParked(Key const& key) const;
     std::unique_ptr<Slot> unpark(Key const& key);
     void takeOver(U32 index, Key const& key, U32 at, unsigned depth);
     void forgetAndTell(U32 index, Key const& key);

@@ -184,6 +184,12 @@ void ShadowStore<Slot>::park(U32 index) {
 }
 
 template <class Slot>
+bool ShadowStore<Slot>::isParked(Key const& key) const {
+    return std::any_of(parked_.begin(), parked_.end(),
+                       [&](auto const& parked) { return Ops::equal(parked->key(), key); });
+}
+
+template <class Slot>
 std::unique_ptr<Slot> ShadowStore<Slot>::unpark(Key const& key) {
     for (auto& parked : parked_) {
         if (!Ops::equal(parked->key(), key)) continue;
@@ -195,13 +201,19 @@ std::unique_ptr<Slot> ShadowStore<Slot>::unpark(Key const& key) {
     return nullptr;
 }
 
-// Brings slot `at` up to date, to which the key of slot `index` has moved; if it has left again
-// meanwhile, the client is told that it has gone.
+// Brings slot `at` up to date, to which the key of slot `index` has moved. It may have moved on before
+// that slot is read, so it is looked up until it is taken over or is in no slot at all; only then the
+// client is told that it has gone (H-sched-3).
 template <class Slot>
 void ShadowStore<Slot>::takeOver(U32 index, Key const& key, U32 at, unsigned depth) {
     park(index);
-    apply(at, Wren::syncPass, true, depth + 1);
-    if (initialized_ && unpark(key)) tellDeleted(key);
+    // Each turn follows a move by the writer; the bound is for files that no writer made.
+    for (unsigned turn = 0; turn == 0 || (turn < maxTrail && elsewhere(key, at)); ++turn) {
+        apply(at, Wren::syncPass, true, depth + 1);
+        if (!initialized_ || !isParked(key)) return;
+    }
+    unpark(key);
+    tellDeleted(key);
 }
 
 // The array may move, and the client may end everything, wherever a callback or a nested call
