@@ -56,19 +56,31 @@ bool Validator<Ops>::doValidate(U32 orielId) {
     return walkQueue();
 }
 
-// Walks the list by the ordinary iteration, whose own checks apply too.
+// Walks the list by the ordinary iteration, whose own checks apply too. They do not see whether the
+// list rises: where it does not, readers find their keys missing and a writer inserts them twice.
 template <class Ops>
 bool Validator<Ops>::walkOccupied() {
     FMTRACE(*handler_, 7, "starting");
     U32 const wanted = Mem::peek(writer_->slotTable().header->occupiedSlots);
     auto& map = writer_->hashMap();
+    auto const& ops = *writer_->slotTable().ops;
     typename Ops::Value value = Ops::type_default();
+    typename Ops::Key last{};
+    U32 lastRhash = 0, lastSlot = noSlot;
     IterHint hint;
     U32 walked = 0;
     for (bool more = map.first(0, value, hint); more;
          more = map.next(Ops::key(value), value, hint)) {
         if (++walked > wanted)
             return fail("walkedSlots:{} is greater than header->occupiedSlots:{}", walked, wanted);
+        typename Ops::Key const key = Ops::key(value);
+        U32 const rhash = Dunlin::Util::reverse(ops.hash(key));
+        bool const rises = lastRhash < rhash || (lastRhash == rhash && Ops::less(last, key));
+        if (lastSlot != noSlot && !rises)
+            return fail("slot:{} is out of order behind slot:{}", hint.slotIndex, lastSlot);
+        last = key;
+        lastRhash = rhash;
+        lastSlot = hint.slotIndex;
     }
     FMTRACE(*handler_, 7, "marked {} slots", occupiedCount_);
     if (occupiedCount_ != wanted)

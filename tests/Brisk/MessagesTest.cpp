@@ -444,6 +444,20 @@ TEST_F(Messages, OfWhatAValidationFinds) {
                 testing::MatchesRegex(
                     "corrupt rhash detected, slotId: 4 slot.rhash:[0-9a-f]{8} rhash:[0-9a-f]{8}"));
 
+    // Two neighbours of a chain change places.
+    U32 bucket = 0;
+    auto& buckets = w->hashMap().buckets;
+    auto const nextOf = [&](U32 slot) -> U32& { return slots[slot].link.next; };
+    while (buckets[bucket].endsChain() || nextOf(buckets[bucket].next) >= 16) ++bucket;
+    U32 const front = buckets[bucket].next, behind = nextOf(front), rest = nextOf(behind);
+    auto const chain = [&](U32 first, U32 then) {
+        buckets[bucket].next = first;
+        nextOf(first) = then;
+        nextOf(then) = rest;
+    };
+    EXPECT_EQ(finding([&] { chain(behind, front); }, [&] { chain(front, behind); }),
+              fmt::format("slot:{} is out of order behind slot:{}", front, behind));
+
     // The queue. An entry's slot is its second word; fresh files hold table 0 behind two headers.
     auto const entry = [&](U32 position, U32 slot) {
         std::size_t const at = 192 + 8 * position + 4;
