@@ -285,11 +285,16 @@ bool BriskWriter<Ops>::validate(SharedMem::OrielId orielId, bool checkOwner) {
     bool sound = false;
     try {
         Validator<Ops> validator(handler, *this);
+        // The walk is nobody's read: the anchor stays that of the last value handed out.
         struct Attached {
-            HashMap& map;
-            Attached(HashMap& m, Validator<Ops>& v) : map(m) { map.validatorIs(&v); }
-            ~Attached() { map.validatorIs(nullptr); }
-        } const attached(map_, validator);
+            BriskWriter& writer;
+            Mem::VersionAnchor const anchor = writer.table_.anchor;
+            Attached(BriskWriter& w, Validator<Ops>& v) : writer(w) { w.map_.validatorIs(&v); }
+            ~Attached() {
+                writer.map_.validatorIs(nullptr);
+                writer.table_.anchor = anchor;
+            }
+        } const attached(*this, validator);
         sound = validator.doValidate(orielId);
         message = validator.message();
     } catch (Dunlin::CorruptionDetectedException const& e) {

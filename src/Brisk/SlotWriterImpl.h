@@ -78,6 +78,8 @@ void SlotWriterTable<Ops>::detach() {
     slots.maxIndex = 0;
     memory.detach();
     header = nullptr;
+    // Its place goes with the mapping, and what stands there later is not what was read (A16).
+    if (anchor.offset < Mem::VersionAnchor::none) anchor.offset = Mem::VersionAnchor::lost;
 }
 
 template <class Ops>

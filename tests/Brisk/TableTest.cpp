@@ -18,6 +18,33 @@ public:
     auto writer(MapDescriptor const& descriptor = MapDescriptor(1000)) {
         return Fronts::writer(descriptor);
     }
+    // Where the files of a table with few entries hold a slot, and a slot's link.
+    static std::size_t slotAt(U32 slot) {
+        return 776 + sizeof(Brisk::SlotTable<TestValue>::Slot) * slot;
+    }
+    U32 nextOf(U32 slot) const { return peek("slots", slotAt(slot) + 4); }
+    // Some bucket with two slots or more.
+    U32 bucketOfTwo() const {
+        for (U32 bucket = 0; bucket < 16; ++bucket)
+            if (U32 const first = peek("buckets", 28 + 8 * bucket);
+                first < 16 && nextOf(first) < 16)
+                return bucket;
+        throw std::runtime_error("no two keys in a bucket");
+    }
+    // The first two slots of a chain change places.
+    void swapNeighbours() const {
+        U32 const bucket = bucketOfTwo();
+        U32 const first = peek("buckets", 28 + 8 * bucket), second = nextOf(first);
+        poke("slots", slotAt(first) + 4, nextOf(second));
+        poke("slots", slotAt(second) + 4, first);
+        poke("buckets", 28 + 8 * bucket, second);
+    }
+    // The second slot of a chain holds the first one's entry once more.
+    void doubleAnEntry() const {
+        U32 const first = peek("buckets", 28 + 8 * bucketOfTwo()), second = nextOf(first);
+        for (std::size_t at = 12; at < slotAt(1) - slotAt(0); at += 4)
+            poke("slots", slotAt(second) + at, peek("slots", slotAt(first) + at));
+    }
 };
 
 TEST_F(Table, WhatIsWrittenIsFoundInOrderAndAfterGrowth) {
@@ -215,6 +242,8 @@ TEST_F(Table, DamageMakesTheNextWriterFormatAnew) {
         {"occupancy", [](Table& t) { t.poke("slots", 556, 9); }, false},
         {"a stuck rewrite", [](Table& t) { t.poke("slots", 776 + 8, 7); }, false},
         {"a wrong reversed hash", [](Table& t) { t.poke("slots", 776 + 12, 7); }, false},
+        {"a list out of order", [](Table& t) { t.swapNeighbours(); }, false},
+        {"a key twice", [](Table& t) { t.doubleAnEntry(); }, false},
     };
     for (auto const& row : rows) {
         SCOPED_TRACE(row.what);
@@ -293,11 +322,37 @@ TEST_F(Table, AnchorsTellWhetherAValueIsStillCurrent) {
     for (U32 i = 10; i < 2000; ++i) w->write(TestValue(TestKey(i), 0), true); // maps anew
     EXPECT_NO_THROW(r->validateVersionAnchor());
     w->lookup(TestKey(4), found, nullptr);
+    EXPECT_TRUE(w->validate()); // no read
     EXPECT_NO_THROW(w->validateVersionAnchor());
     w->write(TestValue(TestKey(3), 1), true);
     EXPECT_THROW(r->validateVersionAnchor(), Mem::VersionMismatchException);
+    for (bool const again : {false, true}) {
+        again ? void(w->initialize("again")) : w->detach(false);
+        EXPECT_THROW(w->validateVersionAnchor(), Mem::VersionMismatchException) << again;
+    }
+    w->lookup(TestKey(4), found, nullptr);
+    EXPECT_NO_THROW(w->validateVersionAnchor());
     r->lookup(TestKey(9999), found, nullptr);
     EXPECT_DEATH(r->validateVersionAnchor(), "should not be called on a default-constructed");
+}
+
+TEST_F(Table, AnAnchorInTheCutPartOfATableIsLost) {
+    MapDescriptor descriptor(4096);
+    descriptor.shrinkable = true;
+    auto w = writer(descriptor);
+    auto r = reader();
+    for (U32 i = 0; i < 512; ++i) w->write(TestValue(TestKey(i), i), true);
+    bool found;
+    w->lookup(TestKey(511), found, nullptr);
+    r->lookup(TestKey(511), found, nullptr);
+    w->validateVersionAnchor();
+    r->validateVersionAnchor();
+    TestValue old;
+    for (U32 i = 0; i < 500; ++i) w->remove(TestKey(i), old);
+    ASSERT_LT(w->capacity(), 128U);
+    EXPECT_TRUE(r->doResize());
+    EXPECT_THROW(w->validateVersionAnchor(), Mem::VersionMismatchException);
+    EXPECT_THROW(r->validateVersionAnchor(), Mem::VersionMismatchException);
 }
 
 TEST_F(Table, DirectOperationsPublishWhatWasBuiltInPlace) {
