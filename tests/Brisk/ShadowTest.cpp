@@ -23,6 +23,7 @@ INSTANTIATE_TEST_SUITE_P(BothStores, Shadow,
                          });
 
 TEST_P(Shadow, SynchronisesThenTellsEachChangeOnce) {
+    std::string quiet;
     auto w = writer();
     for (U32 id = 0; id < 100; ++id) put(*w, id, 1);
     auto c = client();
@@ -39,8 +40,10 @@ TEST_P(Shadow, SynchronisesThenTellsEachChangeOnce) {
     ASSERT_TRUE(pump([&] { return c->asleep(); }));
     EXPECT_EQ(c->updates, 102U);
     EXPECT_EQ(c->deletes, 1U);
+    c->front->quiescedNotifyIs([&](bool on) { quiet += on ? 'q' : 'b'; });
     put(*w, 5, 2); // an announced overwrite is told, equal or not (A8)
     ASSERT_TRUE(pump([&] { return c->asleep(); }));
+    EXPECT_EQ(quiet, "bq");
     EXPECT_EQ(c->updates, 103U);
     EXPECT_EQ(c->known, contents(*w));
     EXPECT_EQ(contents(c->front->table()), contents(*w));

@@ -1,5 +1,6 @@
 // The writing end of the queue: what stands in the files after any history, and which files a
 // successor takes over.
+#include "Yarrow/YarrowReader.h"
 #include "Yarrow/YarrowWriter.h"
 #include "support/Child.h"
 #include "support/TempBase.h"
@@ -248,6 +249,47 @@ TEST_F(QueueWriterTest, ShrinkIsToldFromTheLoopAlone) {
     writer.reset();
     Dunlin::schedulerRootDunlin->runReady();
     EXPECT_EQ(shrinks_.shrinks, 1);
+}
+
+// A death between the two stores that dissolve a corral leaves its end behind. With the next one's
+// start it would make a span that ends before it begins, and no position would stand back from it.
+TEST_F(QueueWriterTest, TheEndOfADissolvedCorralIsNotTakenOver) {
+    auto writer = make();
+    writer->attach(oriel);
+    for (U32 slot : {1U, 2U, 3U}) writer->notify(slot);
+    writer.reset();
+    Support::poke(path_.file(primaryName), 56, U64{2});
+    writer = make();
+    ASSERT_EQ(writer->attach(oriel), 2U);
+    writer->markShrinkStart();
+    writer->notify(4U);
+    YarrowReader<BasicSlot> reader(trace_, path_);
+    ASSERT_TRUE(reader.attach(oriel));
+    EXPECT_TRUE(reader.inCorral(4));
+    EXPECT_EQ(reader.position(), 3U);
+}
+
+// Compactions while slots move keep what was announced since the move began, in every mode.
+TEST_F(QueueWriterTest, PruningStopsInFrontOfACorral) {
+    for (PruneMode const mode : {PruneMode::keep, PruneMode::acknowledged, PruneMode::bounded}) {
+        SCOPED_TRACE(U32(mode));
+        std::filesystem::remove_all(path_.text());
+        options_.pruneMode = mode;
+        options_.maxLag = 10;
+        auto writer = make();
+        writer->attach(oriel);
+        writer->notify(1U);
+        writer->markShrinkStart();
+        Sequence const start = writer->corralStart();
+        writer->notify(2U);
+        YarrowReader<BasicSlot> reader(trace_, path_);
+        ASSERT_TRUE(reader.attach(oriel));
+        reader.lastIs(reader.position());
+        while (writer->compactions() < 2) writer->notify(3U);
+        EXPECT_LT(writer->prunedThrough(), start);
+        ASSERT_EQ(reader.next(), QueueReader::Taken::entry);
+        EXPECT_EQ(reader.slot().index, 2U);
+    }
 }
 
 TEST_F(QueueWriterTest, NoRoomDropsRatherThanFails) {

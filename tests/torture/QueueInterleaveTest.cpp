@@ -3,15 +3,9 @@
 // its loads while a whole operation runs. The shadow is the real store behind the real queue, with
 // and without a connection that holds back pruning and keeps a corral standing.
 #include "tests/support/SharedBlock.h"
-#include "tests/support/Sockets.h"
 #include "tests/support/TempBase.h"
+#include "tests/torture/Follower.h"
 #include "tests/torture/Interrupted.h"
-#include "tests/torture/Scenarios.h"
-
-#include "Brisk/ShadowStoreImpl.h"
-#include "Dunlin/TaskSchedulerRoot.h"
-#include "Wren/BolsterAcceptSm.h"
-#include "Wren/Protocol.h"
 
 #include <gtest/gtest.h>
 #include <set>
@@ -21,78 +15,7 @@ namespace {
 using namespace Support;
 using T = Table<160>;
 using Value = T::Value;
-
-// A shadow without its doorbell: what a client was told, from store and queue alone.
-class Follower : public Brisk::ShadowListener<TestKey, Value> {
-public:
-    Follower(char const* name, bool values)
-        : reader_(quietTrace(), name, T::Ops{}, &counters_),
-          queue_(quietTrace(), Mem::RootPath(name)) {
-        if (!reader_.initialize("test") || !queue_.attach(reader_.orielId()))
-            throw std::runtime_error("no table");
-        if (values)
-            store_ = std::make_unique<Brisk::ShadowStore<Brisk::ValueShadowSlot<T::Ops>>>(
-                quietTrace(), reader_, queue_, counters_, T::Ops{}, *this, true);
-        else
-            store_ = std::make_unique<Brisk::KeyShadowStore<T::Ops>>(quietTrace(), reader_, queue_,
-                                                                     counters_, ops_, *this, true);
-        if (!store_->initialize()) throw std::runtime_error("no store");
-    }
-    // As a shadow does it: the position first, then all slots, then the queue from there.
-    void walk() {
-        Wren::Sequence const from = queue_.position();
-        queue_.lastIs(from);
-        reader_.doResize();
-        for (U32 slot = 0; slot < std::max(reader_.capacity(), store_->numSlots()); ++slot)
-            store_->doSlot(Yarrow::BasicSlot{slot}, Wren::syncPass, true);
-        syncHead_ = queue_.head();
-    }
-    void poll() {
-        while (true) {
-            auto const taken = queue_.next();
-            if (taken == Yarrow::QueueReader::Taken::none) return;
-            if (taken == Yarrow::QueueReader::Taken::overtaken) {
-                ++overtakes;
-                walk();
-                continue;
-            }
-            store_->doSlot(queue_.slot(), queue_.sequence(), queue_.sequence() <= syncHead_);
-            queue_.done();
-        }
-    }
-    bool sound() const { return store_->sound(); }
-
-    State known;
-    std::vector<U32> deleted;
-    U32 faults = 0; // deleted though not known, or torn
-    U32 told = 0, overtakes = 0;
-
-private:
-    void shadowValue(Value const& value) override {
-        if (!value.whole()) ++faults;
-        known[value.key().id] = value.stamp();
-        ++told;
-    }
-    void shadowKey(TestKey const& key) override {
-        bool found = false;
-        Value into;
-        Value const* const value = store_->lookup(key, found, &into);
-        if (!found || !value->whole()) ++faults;
-        known[key.id] = value->stamp();
-        ++told;
-    }
-    void shadowDelete(TestKey const& key) override {
-        if (known.erase(key.id) == 0) ++faults;
-        deleted.push_back(key.id);
-    }
-
-    T::Ops ops_;
-    Brisk::Reader::Counters counters_;
-    T::Reader reader_;
-    Yarrow::YarrowReader<Yarrow::BasicSlot> queue_;
-    std::unique_ptr<Brisk::ShadowStoreBase<TestKey, Value>> store_;
-    Wren::Sequence syncHead_ = Wren::syncPass;
-};
+using Follower = FollowerOf<160>;
 
 // One more scenario for the queue's own sake, and sequences in which slots and keys come back.
 std::vector<Scenario<160>> queueScenarios() {
@@ -146,20 +69,6 @@ std::vector<Scenario<160>> queueScenarios() {
 
 class QueueInterleave : public ::testing::TestWithParam<bool> {
 protected:
-    // A connection that greets with no position yet: the writer drops nothing and keeps its corral.
-    static Mem::Fd hold(T::Writer& writer) {
-        auto& loop = *Dunlin::schedulerRootDunlin;
-        auto const& name = Wren::BolsterAcceptSm::bolsterAcceptSm().socketName();
-        Mem::Fd fd = dialed(name);
-        Wren::Hello hello;
-        hello.tableId = writer.queue().wren().tableId();
-        hello.orielId = writer.orielId();
-        EXPECT_TRUE(Wren::send(fd.get(), hello));
-        for (int i = 0; i < 100 && writer.queue().wren().readers() == 0; ++i) loop.runOnce(0.01);
-        EXPECT_EQ(writer.queue().wren().readers(), 1U);
-        return fd;
-    }
-
     struct Pair {
         std::unique_ptr<T::Writer> writer;
         std::unique_ptr<Follower> follower;
