@@ -101,6 +101,7 @@ void BriskShadowBase::syncFailed(std::string const& message) {
 void BriskShadowBase::wrenWelcome(Wren::Welcome const& welcome) {
     bool const another = welcome.incarnation != incarnation_;
     incarnation_ = welcome.incarnation;
+    yarrowReader.countedFromIs(welcome.sequence);
     if (another || welcome.prunedThrough > yarrowReader.last()) resync();
 }
 

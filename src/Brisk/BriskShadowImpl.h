@@ -164,6 +164,7 @@ Mem::MountStatus BriskShadow<Ops>::mountStatus() const {
 
 template <class Ops>
 void BriskShadow<Ops>::handleDisconnect() {
+    yarrowReader.countedFromIs(Yarrow::QueueReader::notCounted);
     if (!yarrowEnabled && !wrenEnabled)
         FMTRACE(debugHandler(), 1,
                 "disconnected while wren processing is disabled, syncer mode:{} done:{}",

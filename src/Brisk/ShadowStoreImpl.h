@@ -292,7 +292,7 @@ bool ShadowStore<Slot>::apply(U32 index, Wren::Sequence sequence, bool compare, 
     versions_[index] = settledVersion(anchor.version);
     *notifyAnchor_ = anchor; // for a client that validates what it is being told
     // A key that is moved by a shrink is no change; a key store cannot compare the values.
-    bool const silentMove = !walk && yarrowReader_.inCorral(sequence);
+    bool const silentMove = !walk && yarrowReader_.merelyMoved(sequence);
     auto const parked = fresh && !parked_.empty() ? unpark(key) : nullptr;
     U32 movedFrom = noSlot;
     bool tell;

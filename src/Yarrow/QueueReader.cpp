@@ -50,6 +50,7 @@ void QueueReader::detach() {
     index_ = limit_ = fetched_ = 0;
     last_ = sequence_ = 0;
     overtaken_ = false;
+    countedFrom_ = notCounted;
 }
 
 SharedMem::OrielId QueueReader::orielId() const {
@@ -73,6 +74,12 @@ Sequence QueueReader::position() const {
 
 bool QueueReader::inCorral(Sequence at) const {
     return control_ && Corral::observed(*control_).holds(at);
+}
+
+bool QueueReader::merelyMoved(Sequence at) const {
+    if (!control_ || countedFrom_ == notCounted) return false;
+    Corral const corral = Corral::observed(*control_);
+    return corral.holds(at) && corral.start > countedFrom_;
 }
 
 void QueueReader::lastIs(Sequence sequence) {

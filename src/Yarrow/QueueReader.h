@@ -55,6 +55,13 @@ public:
 
     // Whether the sequence lies in a move of slots that readers have yet to pass.
     bool inCorral(Sequence at) const;
+    // The writer waits for this reader from that sequence on, and announces once more what a move has
+    // carried along and this reader has not taken; `notCounted` when it does not know of the reader.
+    static constexpr Sequence notCounted = ~Sequence{0};
+    void countedFromIs(Sequence sequence) { countedFrom_ = sequence; }
+    // Whether the notification is no more than a move: it lies in one that began when the writer was
+    // counting this reader already. To any other, it may be all that is left of a change as well.
+    bool merelyMoved(Sequence at) const;
 
     // True if all that the queue holds was taken.
     bool quiesced() const { return attached() && last_ == head(); }
@@ -93,6 +100,7 @@ private:
     U32 slot_ = 0;
     Sequence sequence_ = 0;
     bool overtaken_ = false;
+    Sequence countedFrom_ = notCounted;
     U64 flips_ = 0;
 };
 

@@ -59,6 +59,8 @@ public:
         }
     }
     bool sound() const { return store_->sound(); }
+    // As if it were connected: the connection in its place holds the writer to what it promises.
+    void counts() { queue_.countedFromIs(queue_.head()); }
 
     State known;
     std::vector<U32> deleted;
