@@ -5,10 +5,9 @@
 template <>
 struct Vomo::Describe<Kelpie::IntfBoundaryStatus> {
     using T = Kelpie::IntfBoundaryStatus;
-    using Argument = Vomo::String;
     static constexpr auto type = entity("Kelpie::IntfBoundaryStatus");
     static constexpr auto attributes = rows({
-        notifying<&T::boundary_, &T::boundary, &T::boundaryIs>(T::boundaryAttr, "boundary"),
+        notifying<&T::boundary_>(T::boundaryAttr, "boundary"),
     });
 };
 

@@ -20,21 +20,21 @@ struct IdOf<T> : PlaceIn<T, IntfBoundaryStatusModule> {};
 namespace Kelpie {
 
 // Named by its interface.
-class IntfBoundaryStatus : public Vomo::EntityOf<IntfBoundaryStatus> {
+class IntfBoundaryStatus : public Vomo::NamedEntity<IntfBoundaryStatus> {
 public:
     enum Attr : U32 { boundaryAttr = 258 };
 
-    explicit IntfBoundaryStatus(Vomo::String const& name) : name_(name) {}
+    using NamedEntity::NamedEntity;
+    static Vomo::Ptr<IntfBoundaryStatus> IntfBoundaryStatusIs(Vomo::String const& name) {
+        return Vomo::newEntity<IntfBoundaryStatus>(name);
+    }
 
     bool boundary() const { return boundary_; }
     void boundaryIs(bool v) { assign(boundary_, v, boundaryAttr); }
 
-    Vomo::String name() const override { return name_; }
-
 private:
     friend EntityOf;
     friend Vomo::Describe<IntfBoundaryStatus>;
-    Vomo::String const name_;
     bool boundary_ = false;
     mutable Vomo::NotifieeList notifiees_;
 };

@@ -3,9 +3,7 @@
 #pragma once
 
 #include "Mroute/PortVlan.h"
-#include "Vomo/HashMap2018.h"
-#include "Vomo/NboAttrLogFlow.h"
-#include "Vomo/RbTreeMap.h"
+#include "Vomo/Collections.h"
 
 namespace Multicast::Group {
 class Config;
@@ -73,53 +71,39 @@ private:
 static_assert(sizeof(GroupKey) == 4 && alignof(GroupKey) == 2);
 
 // An agent's request for a group, in a Config.
-class Request : public Vomo::EntityOf<Request> {
+class Request : public Vomo::KeyedEntity<Request, GroupKey> {
 public:
     enum Attr : U32 { keyAttr = 258, portVlanAttr, requestIdAttr, toCpuAttr, featureFlagAttr };
-    // A member that is asked for.
-    struct VomoPortVlan : Vomo::RbTreeNode<MrouteLib::PortVlan, bool>, Vomo::Tracked<VomoPortVlan> {
-        using RbTreeNode::RbTreeNode;
-    };
-    using PortVlanMap = Vomo::RbTreeMap<VomoPortVlan, MrouteLib::PortVlan, bool>;
-    using PortVlanIterator = PortVlanMap::Iterator;
-    // What one connection has yet to send of a request.
-    struct FlowOut : Vomo::NboAttrLog::FlowOut {
-        bool hasDirtyCollKeys() const override { return vomoIsPortVlanDirty_.members() != 0; }
-        Vomo::HSet<MrouteLib::PortVlan, 0U> vomoIsPortVlanDirty_;
-    };
-
-    explicit Request(GroupKey key) : key_(key) {}
+    using KeyedEntity::KeyedEntity;
     static Vomo::Ptr<Request> RequestIs(GroupKey key) { return Vomo::newEntity<Request>(key); }
 
     GroupKey const& key() const { return key_; }
-    // False also if it is no member.
-    bool portVlan(MrouteLib::PortVlan const& pv) const;
+    // The members that are asked for.
+    using PortVlanMap = Vomo::OrderedMap<Request, portVlanAttr, MrouteLib::PortVlan, bool>;
+    using VomoPortVlan = PortVlanMap::Node;
+    using PortVlanIterator = PortVlanMap::Iterator;
+    bool portVlan(MrouteLib::PortVlan const& pv) const { return portVlan_.at(pv); }
     PortVlanMap const& portVlan() const { return portVlan_; }
-    void portVlanIs(MrouteLib::PortVlan const& pv, bool value);
-    // Returns the old value; false if it was no member.
-    bool portVlanDel(MrouteLib::PortVlan const& pv);
-    // The same for the member on which a walk of `portVlan()` stands.
-    bool portVlanDel(PortVlanIterator const& at);
-    void portVlanDelAll();
+    void portVlanIs(MrouteLib::PortVlan const& pv, bool value) { portVlan_.is(this, pv, value); }
+    bool portVlanDel(MrouteLib::PortVlan const& pv) { return portVlan_.del(this, pv); }
+    bool portVlanDel(PortVlanIterator const& at) { return portVlan_.del(this, at); }
+    void portVlanDelAll() { portVlan_.delAll(this); }
     // Raised by the agent for each new version of the request.
     U32 requestId() const { return requestId_; }
     void requestIdIs(U32 v) { assign(requestId_, v, requestIdAttr); }
     U32 requestIdInc(U32 n) { return increase(requestId_, n, requestIdAttr); }
-    U32 requestIdDec(U32 n) { return increase(requestId_, 0 - n, requestIdAttr); }
+    U32 requestIdDec(U32 n) { return decrease(requestId_, n, requestIdAttr); }
     // A copy goes to the CPU.
     bool toCpu() const { return toCpu_; }
     void toCpuIs(bool v) { assign(toCpu_, v, toCpuAttr); }
     U32 featureFlag() const { return featureFlag_; }
     void featureFlagIs(U32 v) { assign(featureFlag_, v, featureFlagAttr); }
-
-    Vomo::String name() const override;
+    U32 featureFlagInc(U32 n) { return increase(featureFlag_, n, featureFlagAttr); }
+    U32 featureFlagDec(U32 n) { return decrease(featureFlag_, n, featureFlagAttr); }
 
 private:
     friend EntityOf;
     friend Vomo::Describe<Request>;
-    bool removeMember(VomoPortVlan* node);
-
-    GroupKey key_;
     PortVlanMap portVlan_;
     U32 requestId_ = 0;
     bool toCpu_ = false;
@@ -128,11 +112,10 @@ private:
 };
 
 // The answer to a request, in a Status.
-class Response : public Vomo::EntityOf<Response> {
+class Response : public Vomo::KeyedEntity<Response, GroupKey> {
 public:
     enum Attr : U32 { keyAttr = 258, successAttr, multicastIdAttr, requestIdAttr, responseIdAttr };
-
-    explicit Response(GroupKey key) : key_(key) {}
+    using KeyedEntity::KeyedEntity;
     static Vomo::Ptr<Response> ResponseIs(GroupKey key) { return Vomo::newEntity<Response>(key); }
 
     GroupKey const& key() const { return key_; }
@@ -141,20 +124,21 @@ public:
     // The group that was allocated.
     U32 multicastId() const { return multicastId_; }
     void multicastIdIs(U32 v) { assign(multicastId_, v, multicastIdAttr); }
+    U32 multicastIdInc(U32 n) { return increase(multicastId_, n, multicastIdAttr); }
+    U32 multicastIdDec(U32 n) { return decrease(multicastId_, n, multicastIdAttr); }
     // The request that is answered.
     U32 requestId() const { return requestId_; }
     void requestIdIs(U32 v) { assign(requestId_, v, requestIdAttr); }
+    U32 requestIdInc(U32 n) { return increase(requestId_, n, requestIdAttr); }
+    U32 requestIdDec(U32 n) { return decrease(requestId_, n, requestIdAttr); }
     U32 responseId() const { return responseId_; }
     void responseIdIs(U32 v) { assign(responseId_, v, responseIdAttr); }
     U32 responseIdInc(U32 n) { return increase(responseId_, n, responseIdAttr); }
-    U32 responseIdDec(U32 n) { return increase(responseId_, 0 - n, responseIdAttr); }
-
-    Vomo::String name() const override;
+    U32 responseIdDec(U32 n) { return decrease(responseId_, n, responseIdAttr); }
 
 private:
     friend EntityOf;
     friend Vomo::Describe<Response>;
-    GroupKey key_;
     bool success_ = false;
     U32 multicastId_ = 0;
     U32 requestId_ = 0;
@@ -163,93 +147,51 @@ private:
 };
 
 // The requests of one agent.
-class Config : public Vomo::EntityOf<Config> {
+class Config : public Vomo::NamedEntity<Config> {
 public:
     enum Attr : U32 { requestAttr = 258 };
-    struct RequestKeyFunktor {
-        GroupKey const& operator()(Vomo::Ptr<Request> const& r) const { return r->key(); }
-    };
-    struct VomoRequest : Vomo::HashMap2018NodeInternalKey<true, 0U, GroupKey, Vomo::Ptr<Request>,
-                                                          RequestKeyFunktor, false> {
-        using HashMap2018NodeInternalKey::HashMap2018NodeInternalKey;
-    };
-    using RequestMap = Vomo::HashMap2018<VomoRequest, GroupKey, Vomo::Ptr<Request>>;
-    // What one connection has yet to send of a config.
-    struct FlowOut : Vomo::NboAttrLog::FlowOut {
-        bool hasDirtyCollKeys() const override { return vomoIsRequestDirty_.members() != 0; }
-        Vomo::HSet<GroupKey, 0U> vomoIsRequestDirty_;
-        Vomo::HSet<GroupKey, 0U> vomoIsRequestDirtyEphemeral_;
-    };
-
-    explicit Config(Vomo::String const& name) : name_(name) {}
-    ~Config() override;
+    using NamedEntity::NamedEntity;
     static Vomo::Ptr<Config> ConfigIs(Vomo::String const& name) {
         return Vomo::newEntity<Config>(name);
     }
 
-    Vomo::Ptr<Request> request(GroupKey key) const;
+    using RequestMap =
+        Vomo::Children<Config, requestAttr, Request, &Request::key, Vomo::LegacyHash>;
+    using VomoRequest = RequestMap::Node;
+    Vomo::Ptr<Request> request(GroupKey key) const { return request_.at(key); }
     RequestMap const& request() const { return request_; }
-    // The request of that key, made if there is none.
-    Vomo::Ptr<Request> requestIs(GroupKey key) {
-        return childIs<Request>(request_, key, requestAttr);
-    }
-    // Returns the request, which has no parent any more; null if there was none.
-    Vomo::Ptr<Request> requestDel(GroupKey key) {
-        return childDel<Request>(request_, key, requestAttr);
-    }
-    void requestDelAll();
-
-    Vomo::String name() const override { return name_; }
+    Vomo::Ptr<Request> requestIs(GroupKey key) { return request_.is(this, key); }
+    Vomo::Ptr<Request> requestDel(GroupKey key) { return request_.del(this, key); }
+    void requestDelAll() { request_.delAll(this); }
 
 private:
     friend EntityOf;
     friend Vomo::Describe<Config>;
-    Vomo::String name_;
     RequestMap request_;
     mutable Vomo::NotifieeList notifiees_;
 };
 
 // The responses to one agent.
-class Status : public Vomo::EntityOf<Status> {
+class Status : public Vomo::NamedEntity<Status> {
 public:
     enum Attr : U32 { responseAttr = 258 };
-    struct ResponseKeyFunktor {
-        GroupKey const& operator()(Vomo::Ptr<Response> const& r) const { return r->key(); }
-    };
-    struct VomoResponse : Vomo::HashMap2018NodeInternalKey<true, 0U, GroupKey, Vomo::Ptr<Response>,
-                                                           ResponseKeyFunktor, false> {
-        using HashMap2018NodeInternalKey::HashMap2018NodeInternalKey;
-    };
-    using ResponseMap = Vomo::HashMap2018<VomoResponse, GroupKey, Vomo::Ptr<Response>>;
-    // What one connection has yet to send of a status.
-    struct FlowOut : Vomo::NboAttrLog::FlowOut {
-        bool hasDirtyCollKeys() const override { return vomoIsResponseDirty_.members() != 0; }
-        Vomo::HSet<GroupKey, 0U> vomoIsResponseDirty_;
-        Vomo::HSet<GroupKey, 0U> vomoIsResponseDirtyEphemeral_;
-    };
-
-    explicit Status(Vomo::String const& name) : name_(name) {}
-    ~Status() override;
+    using NamedEntity::NamedEntity;
     static Vomo::Ptr<Status> StatusIs(Vomo::String const& name) {
         return Vomo::newEntity<Status>(name);
     }
 
-    Vomo::Ptr<Response> response(GroupKey key) const;
+    using ResponseMap =
+        Vomo::Children<Status, responseAttr, Response, &Response::key, Vomo::LegacyHash>;
+    using VomoResponse = ResponseMap::Node;
+    Vomo::Ptr<Response> response(GroupKey key) const { return response_.at(key); }
     ResponseMap const& response() const { return response_; }
-    Vomo::Ptr<Response> responseIs(GroupKey key) {
-        return childIs<Response>(response_, key, responseAttr);
-    }
-    Vomo::Ptr<Response> responseDel(GroupKey key) {
-        return childDel<Response>(response_, key, responseAttr);
-    }
-    void responseDelAll();
-
-    Vomo::String name() const override { return name_; }
+    Vomo::Ptr<Response> responseIs(GroupKey key) { return response_.is(this, key); }
+    Vomo::Ptr<Response> responseDel(GroupKey key) { return response_.del(this, key); }
+    void responseDelAll() { response_.delAll(this); }
 
 private:
     friend EntityOf;
     friend Vomo::Describe<Status>;
-    Vomo::String name_;
     ResponseMap response_;
     mutable Vomo::NotifieeList notifiees_;
 };

@@ -39,24 +39,20 @@ struct Vomo::Describe<Brisk::Multicast::Fib::IntfOifIndex> {
 template <>
 struct Vomo::Describe<Brisk::Multicast::Fib::MfibDir> {
     using T = Brisk::Multicast::Fib::MfibDir;
-    using Argument = Vomo::String;
     static constexpr auto type = entity("Brisk::Multicast::Fib::MfibDir", wide);
     static constexpr auto attributes = rows({
-        children<&T::dirColl_, &T::dirCollIs, &T::dirCollDel, &T::FlowOut::vomoIsDirCollDirty_,
-                 &T::FlowOut::vomoIsDirCollDirtyEphemeral_>(T::dirCollAttr, "dirColl", "vrfName"),
-        statics<&T::mountPath>(259, "mountPath", {"af"}),
+        collection<&T::dirColl_>("dirColl", "vrfName"),
+        statics<&T::mountPath>(T::mountPathAttr, "mountPath", {"af"}),
     });
 };
 template <>
 struct Vomo::Describe<Brisk::Multicast::Fib::MfibDirColl> {
     using T = Brisk::Multicast::Fib::MfibDirColl;
-    using Argument = L3::VrfName;
     static constexpr auto type = entity("Brisk::Multicast::Fib::MfibDirColl");
     static constexpr auto attributes = rows({
-        ctor<&T::vrfName_>(T::vrfNameAttr, "vrfName"),
-        notifying<&T::briskUrl_, &T::briskUrl, &T::briskUrlIs>(T::briskUrlAttr, "briskUrl"),
-        notifying<&T::bitMapperBriskUrl_, &T::bitMapperBriskUrl, &T::bitMapperBriskUrlIs>(
-            T::bitMapperBriskUrlAttr, "bitMapperBriskUrl"),
+        ctor<&T::key_>(T::vrfNameAttr, "vrfName"),
+        notifying<&T::briskUrl_>(T::briskUrlAttr, "briskUrl"),
+        notifying<&T::bitMapperBriskUrl_>(T::bitMapperBriskUrlAttr, "bitMapperBriskUrl"),
     });
 };
 template <>
@@ -272,23 +268,8 @@ VomoBrisk::MountInfo TableInfo::mfibMountInfo(VomoBrisk::VomoBriskType type) {
     return info;
 }
 
-Vomo::String MfibDirColl::name() const {
-    return valueToStrep(vrfName_);
-}
-
-MfibDir::~MfibDir() {
-    notifiees_.deleteAll();
-    orphan(dirColl_);
-}
 Vomo::String MfibDir::mountPath(Kelpie::AddressFamily af) {
     return Routing::Multicast::Fib::mountPath(af);
-}
-Vomo::Ptr<MfibDirColl> MfibDir::dirColl(L3::VrfName const& vrf) const {
-    VomoDirColl* const node = dirColl_[vrf];
-    return node == nullptr ? Vomo::Ptr<MfibDirColl>() : node->value();
-}
-void MfibDir::dirCollDelAll() {
-    for (DirCollMap::IteratorConst i(&dirColl_); i; ++i) dirCollDel(L3::VrfName(i.key()));
 }
 Vomo::Ptr<MfibDirColl> mfibDirCollFactory(L3::VrfName const& vrfName) {
     return Vomo::newEntity<MfibDirColl>(vrfName);

@@ -139,6 +139,12 @@ Entity::~Entity() = default;
 void throwMutatorArgNullPointerException(VomoTypeBase type, U32 attrId) {
     Dunlin::fmthrow<ArgumentException>("{}: attribute {} does not take null", type.name(), attrId);
 }
+void ownerChecked(Entity const* entity, VomoTypeBase type, U32 attrId, VomoTypeBase owner) {
+    if (entity == nullptr) throwMutatorArgNullPointerException(type, attrId);
+    if (!VomoTypeBase::isDerived(entity->fwkType(), owner))
+        Dunlin::fmthrow<TypeException>("{}: attribute {} is a {}, not a {}", type.name(), attrId,
+                                       owner.name(), entity->fwkType().name());
+}
 void throwNewEntityArgsException(VomoTypeBase type) {
     Dunlin::fmthrow<ArgumentException>("{} takes no arguments but its name", type.name());
 }

@@ -5,14 +5,19 @@
 #include "Vomo/Exception.h"
 #include "Vomo/Ptr.h"
 
+#include <tuple>
 #include <vector>
 
 namespace Vomo {
 
+struct Row;
 namespace Impl {
-template <auto map, auto set, auto del, auto dirty, auto ephemeral>
-struct Collection;
+struct CollectionAccess;
 } // namespace Impl
+namespace NboAttrLog {
+class FlowOut;
+class Out;
+} // namespace NboAttrLog
 
 // The notifiees of an object, in one word: null until the first attaches.
 class NotifieeListPtr {
@@ -98,6 +103,17 @@ public:
 
 protected:
     Entity() = default;
+    // Keeps an entity while its constructor hands it to others, which count it.
+    class HeldInConstruction {
+    public:
+        explicit HeldInConstruction(Entity* entity) : entity_(entity) { entity_->referencesInc(); }
+        ~HeldInConstruction() { entity_->referencesDecKeep(); }
+        HeldInConstruction(HeldInConstruction const&) = delete;
+        HeldInConstruction& operator=(HeldInConstruction const&) = delete;
+
+    private:
+        Entity* entity_;
+    };
     // Calls the notifiees, if notification is on. The last step of every mutator.
     void notify(U32 attrId, void const* key = nullptr) const {
         if (!notificationActive_) return;
@@ -119,26 +135,15 @@ protected:
         assign(field, static_cast<V>(field + by), attrId);
         return field;
     }
-    // The mutators of a collection that makes its children. Of `childIs`: the child under that key,
-    // made, inserted and told of if there is none.
-    template <class Child, class Map, class Key>
-    Ptr<Child> childIs(Map& map, Key const& key, U32 attrId);
-    // Inserts and tells of a child whose key is not in use.
-    template <class Child, class Map, class Key>
-    void childEnter(Map& map, Ptr<Child> const& child, Key const& key, U32 attrId);
-    // The child that was removed, which has no parent any more; null if there was none.
-    template <class Child, class Map, class Key>
-    Ptr<Child> childDel(Map& map, Key const& key, U32 attrId);
-    // For the destructor: the children may live on.
-    template <class Map>
-    static void orphan(Map const& map) {
-        for (auto const& node : map) node.value()->parentIs(nullptr);
+    template <class V>
+    V decrease(V& field, V by, U32 attrId) {
+        assign(field, static_cast<V>(field - by), attrId);
+        return field;
     }
 
 private:
-    // Enters a child that the attribute log brought.
-    template <auto map, auto set, auto del, auto dirty, auto ephemeral>
-    friend struct Impl::Collection;
+    friend struct Impl::CollectionAccess;
+    friend void scalarIs(Row const& row, Entity* entity, void const* value);
 
     Entity* parent_ = nullptr;
     bool notificationActive_ = false;
@@ -151,11 +156,16 @@ private:
 [[noreturn]] void throwNewEntityArgsException(VomoTypeBase type);
 // An entity of `type` is made by its owner alone.
 [[noreturn]] void throwNotMadeByOthers(VomoTypeBase type);
+// Raises unless `entity`, given as the owner of a `type` by its attribute, is an `owner`.
+void ownerChecked(Entity const* entity, VomoTypeBase type, U32 attrId, VomoTypeBase owner);
 namespace Impl {
-// Another child stands under the key of `added`.
+// There is another child under the key of `added`.
 [[noreturn]] void throwMutatorReinstantiating(Entity const& owner, U32 attrId,
                                               Entity const* present, Entity const* added);
 } // namespace Impl
+// What the generic interface and the attribute log do to a scalar: stores and notifies, unless the value
+// is the present one.
+void scalarIs(Row const& row, Entity* entity, void const* value);
 
 namespace System {
 // Seconds since the epoch, by a clock of nanoseconds.
@@ -183,6 +193,8 @@ template <class T, class Base = Entity>
 class EntityOf : public Base, public Tracked<T> {
 public:
     using Base::Base;
+    // What one connection has yet to send of a T; Vomo/NboAttrLogFlow.h.
+    using FlowOut = NboAttrLog::FlowOut;
     NotifieeListRecord notifieeList() const override {
         return {1, &static_cast<T const*>(this)->notifiees_, 0, 0};
     }
@@ -197,28 +209,29 @@ Ptr<T> newEntity(A&&... args) {
     return entity;
 }
 
-template <class Child, class Map, class Key>
-Ptr<Child> Entity::childIs(Map& map, Key const& key, U32 attrId) {
-    if (auto* const node = map[key]) return node->value();
-    Ptr<Child> const child = newEntity<Child>(key);
-    childEnter(map, child, key, attrId);
-    return child;
-}
-template <class Child, class Map, class Key>
-void Entity::childEnter(Map& map, Ptr<Child> const& child, Key const& key, U32 attrId) {
-    map.newMember(std::remove_pointer_t<decltype(map[key])>(child));
-    child->parentIs(Ptr<Entity>(this));
-    notify(attrId, &key);
-}
-template <class Child, class Map, class Key>
-Ptr<Child> Entity::childDel(Map& map, Key const& key, U32 attrId) {
-    auto* const node = map[key];
-    if (node == nullptr) return {};
-    Ptr<Child> const child = node->value();
-    map.deleteMember(key);
-    child->parentIs(nullptr);
-    notify(attrId, &key);
-    return child;
-}
+// Base of an entity T that is made from its name.
+template <class T, class Base = Entity>
+class NamedEntity : public EntityOf<T, Base> {
+public:
+    using Arguments = std::tuple<String>;
+    explicit NamedEntity(String const& name) : name_(name) {}
+    String name() const override { return name_; }
+    // For a collection whose key it is.
+    String const& nameKey() const { return name_; }
+
+private:
+    String name_;
+};
+// Base of an entity T that is made from its key, whose text is its name.
+template <class T, class Key, class Base = Entity>
+class KeyedEntity : public EntityOf<T, Base> {
+public:
+    using Arguments = std::tuple<Key>;
+    explicit KeyedEntity(Key const& key) : key_(key) {}
+    String name() const override { return valueToStrep(key_); }
+
+protected:
+    Key key_;
+};
 
 } // namespace Vomo

@@ -34,13 +34,13 @@ void appendField(String& text, Row const& row, void const* object) {
     if (row.kind == RowKind::flag)
         text += valueToStrep(flagOf(row, object));
     else
-        row.type->print(text, row.field(object));
+        row.form().print(text, row.field(object));
 }
 void parseField(CharRange& range, Row const& row, void* object) {
     if (row.kind == RowKind::flag)
         flagIs(row, object, deserializeAttr<bool>(range, row.name));
     else
-        row.type->parse(range, const_cast<void*>(row.field(object)), row.name);
+        row.form().parse(range, const_cast<void*>(row.field(object)), row.name);
 }
 
 } // namespace

@@ -17,6 +17,19 @@
 
 namespace Vomo {
 
+template <class T>
+class Ptr;
+template <class F>
+inline constexpr bool isPtr = false;
+template <class C>
+inline constexpr bool isPtr<Ptr<C>> = true;
+template <class C>
+struct PointedBy;
+template <class C>
+struct PointedBy<Ptr<C>> {
+    using type = C;
+};
+
 // What an engine can do with a field, an argument or a result of one type.
 struct FieldType {
     VomoTypeBase type{}; // no module: a builtin
@@ -227,9 +240,11 @@ consteval FieldType makeFieldType() {
     FieldType type;
     if constexpr (builtinOf<F>() != Builtin::none)
         type.builtin = builtinOf<F>();
+    else if constexpr (isPtr<F>)
+        type.type = IdOf<typename PointedBy<F>::type>::type;
     else
         type.type = IdOf<F>::type;
-    if constexpr (!std::is_void_v<F>) {
+    if constexpr (!std::is_void_v<F> && !isPtr<F>) {
         type.size = sizeof(F);
         type.print = printField<F>;
         type.parse = parseField<F>;
@@ -275,11 +290,19 @@ struct Row {
     void const* (*field)(void const* object) = nullptr;
     // The operations of the generic interface, where they are not those of a plain field.
     U32 (*op)(void* out, void* object, AttributeOp op, void* a, void* b) = nullptr;
+    // A mutator that does more than store and notify.
+    void (*set)(void* object, void const* value) = nullptr;
     // Makes an object of this one constructor argument, checked.
     void (*construct)(void* to, void const* argument) = nullptr;
     std::array<Param, 3> params{};
     // Of a collection.
     CollectionOps const* collection = nullptr;
+    FieldType const* whole = nullptr; // in a value: what it is as a field
+    // Of an owner: null once the entity is not its child.
+    Entity* (*ownerOf)(Entity const* entity) = nullptr;
+
+    // What the engines do with the field.
+    constexpr FieldType const& form() const { return whole != nullptr ? *whole : *type; }
 };
 
 namespace Impl {
@@ -344,9 +367,13 @@ template <auto member, unsigned element>
 void const* elementAt(void const* object) {
     return &(static_cast<ClassOf<member> const*>(object)->*member)[element];
 }
+// An entity is handed out as Ptr<Entity>, whatever its class.
 template <class V>
 void store(void* out, V const& v) {
-    *static_cast<V*>(out) = v;
+    if constexpr (isPtr<V>)
+        *static_cast<Ptr<Entity>*>(out) = Ptr<Entity>(v);
+    else
+        *static_cast<V*>(out) = v;
 }
 
 template <auto get>
@@ -383,10 +410,19 @@ U32 indexedOp(void* out, void* object, AttributeOp op, void* a, void* b) {
         return 1;
     }
 }
-template <auto const* object>
+template <auto object>
+decltype(auto) constantOf() {
+    if constexpr (std::is_function_v<std::remove_pointer_t<decltype(object)>>)
+        return object();
+    else
+        return (*object);
+}
+template <auto object>
+using ConstantType = std::remove_cvref_t<decltype(constantOf<object>())>;
+template <auto object>
 U32 constantOp(void* out, void*, AttributeOp op, void*, void*) {
     if (op != AttributeOp::get) return 1;
-    store<std::remove_cvref_t<decltype(*object)>>(out, *object);
+    store<ConstantType<object>>(out, constantOf<object>());
     return 0;
 }
 template <auto f>
@@ -491,13 +527,14 @@ consteval Row derived(U32 number, char const* name) {
             .type = &fieldType<Impl::ResultOf<get>>,
             .op = Impl::getOp<get>};
 }
-// `object` points to the class's static constant.
-template <auto const* object>
+// `object` points to the class's static constant, or to a static function without parameters that
+// gives it.
+template <auto object>
 consteval Row constant(U32 number, char const* name) {
     return {.number = number,
             .kind = RowKind::constant,
             .name = name,
-            .type = &fieldType<std::remove_cvref_t<decltype(*object)>>,
+            .type = &fieldType<Impl::ConstantType<object>>,
             .op = Impl::constantOp<object>};
 }
 template <auto f>
@@ -524,6 +561,21 @@ template <auto f>
 consteval Row statics(U32 number, char const* name,
                       std::initializer_list<char const*> params = {}) {
     return callable<f>(RowKind::statics, number, name, params);
+}
+// Functions that return an entity: const, and one that may make it.
+template <auto f>
+consteval Row givesEntity(U32 number, char const* name,
+                          std::initializer_list<char const*> params = {}) {
+    return callable<f>(RowKind::givesEntity, number, name, params);
+}
+template <auto f>
+consteval Row makesEntity(U32 number, char const* name,
+                          std::initializer_list<char const*> params = {}) {
+    return callable<f>(RowKind::makesEntity, number, name, params);
+}
+// A function that changes the object and is not reached by the generic interface.
+consteval Row internal(U32 number, char const* name) {
+    return {.number = number, .kind = RowKind::internal, .name = name, .type = &fieldType<void>};
 }
 // A view by a key: `get(key)`, `set(key, value)`, `del(key)`.
 template <auto get, auto set, auto del>
@@ -591,7 +643,7 @@ void readFlags(NboAttrLog::In* in, void* flags, U8 definedBits);
 
 // The bytes of the run of integers that begins with row `first`; 0 if none begins there.
 consteval std::size_t runAt(std::span<Row const> rows, std::size_t first) {
-    auto const isWord = [](Row const& row) { return row.type->wordSize != 0; };
+    auto const isWord = [](Row const& row) { return row.form().wordSize != 0; };
     if (!rows[first].stored || !isWord(rows[first])) return 0;
     for (std::size_t i = first; i-- > 0;)
         if (rows[i].stored) {
@@ -602,7 +654,7 @@ consteval std::size_t runAt(std::span<Row const> rows, std::size_t first) {
     for (Row const& row : rows.subspan(first)) {
         if (!row.stored) continue;
         if (!isWord(row)) break;
-        bytes += row.type->wordSize;
+        bytes += row.form().wordSize;
     }
     return bytes;
 }
@@ -641,14 +693,14 @@ struct FrameOf {
     static U32 hash(void const* value, U32 seed) {
         Hash hash(seed);
         [&]<std::size_t... i>(std::index_sequence<i...>) {
-            ((rows[i].stored ? rows[i].type->mix(hash, rows[i].field(value)) : void()), ...);
+            ((rows[i].stored ? rows[i].form().mix(hash, rows[i].field(value)) : void()), ...);
         }
         (sequence);
         return hash.result();
     }
     static constexpr bool isHashed() {
         for (Row const& row : rows)
-            if (row.stored && row.type->mix == nullptr) return false;
+            if (row.stored && row.form().mix == nullptr) return false;
         return true;
     }
 
@@ -658,26 +710,26 @@ private:
     static void writeRow([[maybe_unused]] NboAttrLog::Out& out, [[maybe_unused]] U8*& at,
                          [[maybe_unused]] void const* value) {
         constexpr Row const& row = rows[i];
-        if constexpr (row.stored && row.type->wordSize != 0) {
+        if constexpr (row.stored && row.form().wordSize != 0) {
             if constexpr (constexpr std::size_t bytes = runAt(rows, i); bytes != 0)
                 at = out.room(bytes);
-            row.type->put(at, row.field(value));
-            at += row.type->wordSize;
+            row.form().put(at, row.field(value));
+            at += row.form().wordSize;
         } else if constexpr (row.stored) {
-            row.type->write(out, row.field(value));
+            row.form().write(out, row.field(value));
         }
     }
     template <std::size_t i>
     static void readRow([[maybe_unused]] NboAttrLog::In* in, [[maybe_unused]] U8 const*& at,
                         [[maybe_unused]] void* value) {
         constexpr Row const& row = rows[i];
-        if constexpr (row.stored && row.type->wordSize != 0) {
+        if constexpr (row.stored && row.form().wordSize != 0) {
             if constexpr (constexpr std::size_t bytes = runAt(rows, i); bytes != 0)
                 at = in->take(bytes);
-            row.type->get(at, const_cast<void*>(row.field(value)));
-            at += row.type->wordSize;
+            row.form().get(at, const_cast<void*>(row.field(value)));
+            at += row.form().wordSize;
         } else if constexpr (row.stored) {
-            row.type->read(in, const_cast<void*>(row.field(value)));
+            row.form().read(in, const_cast<void*>(row.field(value)));
         }
     }
 };

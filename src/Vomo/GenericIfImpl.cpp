@@ -109,6 +109,14 @@ void throwDenseEnumBoolSetRangeException(VomoTypeBase type, U32 value) {
     throwRangeException(fmt::format("{}: {:#x} has bits that are no flag", type.name(), value));
 }
 
+void scalarIs(Row const& row, Entity* entity, void const* value) {
+    if (row.set != nullptr) return row.set(entity, value);
+    void* const field = const_cast<void*>(row.field(entity));
+    if (row.type->equal(field, value)) return;
+    row.type->assign(field, value);
+    entity->notify(row.number);
+}
+
 namespace GenericIfImpl {
 
 void throwUnhashableException(VomoType type) {
@@ -142,8 +150,11 @@ U32 flagSetHash(U8 bits) {
 
 namespace {
 
-U32 collectionOp(CollectionOps const& coll, VomoAttr attr, void* out, void* object, AttributeOp op,
-                 void* a, void* b) {
+U32 collectionOp(Row const& row, VomoAttr attr, void* out, void* object, AttributeOp op, void* a,
+                 void* b) {
+    CollectionOps const& coll = *row.collection;
+    bool const isReadOnly = row.kind == RowKind::readOnlyEntries;
+    if (isReadOnly && (op == AttributeOp::set || op == AttributeOp::del)) return 1;
     switch (op) {
     case AttributeOp::get: {
         void const* const found = coll.find(object, a);
@@ -190,8 +201,7 @@ U32 rowsOp(TypeHead const& head, std::span<Row const> rows, void* out, void* obj
         return base.module->genericTable[base.index].attributeOp(out, object, attr, op, a, b);
     }
     Row const& row = *found;
-    if (row.collection != nullptr)
-        return collectionOp(*row.collection, attr, out, object, op, a, b);
+    if (row.collection != nullptr) return collectionOp(row, attr, out, object, op, a, b);
     if (row.op != nullptr) return row.op(out, object, op, a, b);
     switch (row.kind) {
     case RowKind::flag: {
@@ -208,6 +218,17 @@ U32 rowsOp(TypeHead const& head, std::span<Row const> rows, void* out, void* obj
     case RowKind::constant: // of a flag set
         if (op != AttributeOp::get) return 1;
         return Impl::store(out, static_cast<U8>(row.literal)), 0;
+    case RowKind::owner:
+        if (op != AttributeOp::get) return 1;
+        return Impl::store(out, Ptr<Entity>(row.ownerOf(static_cast<Entity*>(object)))), 0;
+    case RowKind::notifying:
+        if (op == AttributeOp::set) {
+            scalarIs(row, static_cast<Entity*>(object), a);
+            return 0;
+        }
+        if (op != AttributeOp::get) return 1;
+        row.type->assign(out, row.field(object));
+        return 0;
     case RowKind::mutates:
         if (op == AttributeOp::set) {
             row.type->assign(const_cast<void*>(row.field(object)), a);

@@ -12,9 +12,38 @@ void FlowOut::bookmarkIs(void* key) {
     bookmark_ = key;
 }
 
+FlowOut::~FlowOut() {
+    for (State const& s : states_)
+        for (void* const set : s.sets)
+            if (set != nullptr) s.keys->free(set);
+}
+
+bool FlowOut::hasDirtyCollKeys() const {
+    return std::any_of(states_.begin(), states_.end(), [](State const& s) {
+        void const* const set = s.sets[static_cast<int>(Keys::dirty)];
+        return set != nullptr && s.keys->any(set) != nullptr;
+    });
+}
 bool FlowOut::isDirty() const {
     return hasDirtyCollKeys() ||
            std::any_of(states_.begin(), states_.end(), [](State const& s) { return s.dirty; });
+}
+
+void FlowOut::keyAdd(AttributeId id, Keys keys, void const* key) {
+    State& s = state(id);
+    void*& set = s.sets[static_cast<int>(keys)];
+    if (set == nullptr) set = s.keys->make();
+    s.keys->add(set, key);
+}
+bool FlowOut::keyDel(AttributeId id, Keys keys, void const* key) {
+    State const& s = state(id);
+    void* const set = s.sets[static_cast<int>(keys)];
+    return set != nullptr && s.keys->del(set, key);
+}
+void const* FlowOut::keyAny(AttributeId id, Keys keys) const {
+    State const& s = state(id);
+    void const* const set = s.sets[static_cast<int>(keys)];
+    return set == nullptr ? nullptr : s.keys->any(set);
 }
 
 FlowOut::State const& FlowOut::state(AttributeId id) const {

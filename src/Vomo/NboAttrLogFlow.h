@@ -1,8 +1,8 @@
 // The sender's state for one entity on one connection: how far a resync is, and what has changed
 // since.
 //
-// The class of an entity with collections has a FlowOut of its own, which adds a set of keys for each
-// of them.
+// For each collection it keeps the keys that have yet to be sent; sets of keys are reached through
+// their KeySetOps.
 #pragma once
 
 #include "Vomo/Entity.h"
@@ -12,6 +12,7 @@
 
 namespace Vomo {
 struct CollectionOps;
+struct KeySetOps;
 
 namespace NboAttrLog {
 
@@ -20,8 +21,9 @@ using AttributeId = U32;
 class FlowOut : public PtrInterface, public Tracked<FlowOut> {
 public:
     FlowOut() = default;
+    ~FlowOut() override;
     // A key of a collection has changed and was not sent.
-    virtual bool hasDirtyCollKeys() const { return false; }
+    virtual bool hasDirtyCollKeys() const;
 
     // The attribute that the resync is at; 0 at the start and when it is done.
     AttributeId attributeId() const { return attributeId_; }
@@ -48,14 +50,26 @@ public:
             static_cast<U8>(stop ? stateByte_ | stopRequestBit : stateByte_ & ~stopRequestBit);
     }
 
-    // An attribute that is sent; each once, before its state is asked for.
-    void attributeNew(AttributeId id, bool synced) { states_.push_back({id, synced, false}); }
+    // An attribute that is sent; each once, before its state is asked for. Of a collection: `keys`.
+    void attributeNew(AttributeId id, bool synced, KeySetOps const* keys) {
+        states_.push_back({id, synced, false, keys, {}});
+    }
+    // The keys of a collection: those that have changed and were not sent; and, of children, those of
+    // them that the peer holds another child for, which has left here. The peer is told so before it
+    // hears of the one that has its place now.
+    enum class Keys { dirty, ephemeral };
+    void keyAdd(AttributeId id, Keys keys, void const* key);
+    bool keyDel(AttributeId id, Keys keys, void const* key); // false if it was not there
+    // Any of them; null if there is none.
+    void const* keyAny(AttributeId id, Keys keys) const;
 
 private:
     struct State {
         AttributeId id;
         bool synced;
         bool dirty;
+        KeySetOps const* keys; // null: no collection
+        void* sets[2];         // by Keys; null until the first key comes
     };
     State& state(AttributeId id) { return const_cast<State&>(std::as_const(*this).state(id)); }
     State const& state(AttributeId id) const;

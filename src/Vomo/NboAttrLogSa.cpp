@@ -177,7 +177,8 @@ bool Sa::handleInstantiatingCollSerializationImpl(CollSerializationCtx const& ct
     std::size_t const size = coll.key->logSize(key);
     Out* const out = instantiatingCollSerializeCheck(ctx, child, size);
     if (out == nullptr) return false;
-    bool const ephemeral = coll.keySet->del(coll.ephemeralKeys(*ctx.flowOut), key);
+    bool const ephemeral =
+        ctx.flowOut->keyDel(ctx.attrId, NboAttrLog::FlowOut::Keys::ephemeral, key);
     if (child == nullptr || ephemeral) {
         CollSerializationCtx gone = ctx;
         gone.flags |= CollSerializationCtx::isGone;
@@ -206,12 +207,11 @@ void Sa::dirtyCollIs(Row const& row, void const* key) {
     // walk that has begun can be missed.
     bool const synced = flowOut_->vomoHasSynced(row.number);
     if (!synced && !isWalking(row)) return;
-    CollectionOps const& coll = *row.collection;
-    coll.keySet->add(coll.dirtyKeys(*flowOut_), key);
+    flowOut_->keyAdd(row.number, NboAttrLog::FlowOut::Keys::dirty, key);
     if (synced) demuxer_.wait(*this);
 }
 void Sa::dirtyCollDel(Row const& row, void const* key) {
-    row.collection->keySet->del(row.collection->dirtyKeys(*flowOut_), key);
+    flowOut_->keyDel(row.number, NboAttrLog::FlowOut::Keys::dirty, key);
 }
 
 bool Sa::allowWriteFromReadOnlyRemote(U32 attrId) const {

@@ -6,9 +6,23 @@ namespace Vomo::NboAttrLog {
 
 namespace {
 
-// What is sent for an entity: its stored attributes but those of its construction.
+// What is sent for an entity: its stored attributes but those of its construction and references to
+// entities that are elsewhere. A collection that the peer fills by itself is not sent either.
 bool isSent(Row const& row) {
-    return row.stored && row.kind != RowKind::ctor;
+    switch (row.kind) {
+    case RowKind::notifying:
+    case RowKind::valueMap:
+    case RowKind::valueSet:
+    case RowKind::children:
+    case RowKind::entries:
+        return true;
+    default:
+        return false;
+    }
+}
+// Its members are children of another collection, which has announced them: it goes behind all others.
+bool isLate(Row const& row) {
+    return row.kind == RowKind::entries;
 }
 
 Row const* rowOf(std::span<Row const> rows, U32 attrId) {
@@ -45,8 +59,25 @@ bool handleInstantiatingCollSerialization(Sa& sa, Row const& row, void const* ke
         return true;
     FlowOut& flow = *sa.vomoRawFlowOut();
     if (child == nullptr && (flow.vomoHasSynced(row.number) || sa.isWalking(row)))
-        coll.keySet->add(coll.ephemeralKeys(flow), key);
+        flow.keyAdd(row.number, FlowOut::Keys::ephemeral, key);
     return false;
+}
+
+// An entity that the owner has filled in, null if it is gone: the number of one that the peer knows. One
+// that it has not heard of goes behind its announcement; see `sendEntryOf`.
+bool handleEntrySerialization(Sa& sa, Row const& row, void const* key, Entity* entry) {
+    CollectionOps const& coll = *row.collection;
+    if (entry != nullptr && sa.streamDemuxer().adapterIfAny(entry) == nullptr) return true;
+    CollSerializationCtx const ctx = contextOf(sa, row, entry == nullptr);
+    std::size_t const size = coll.key->logSize(key);
+    Out* const out = sa.instantiatingCollSerializeCheck(ctx, entry, size);
+    if (out == nullptr) return false;
+    sa.instantiatingCollAddHdr(ctx, entry, size);
+    coll.key->write(*out, key);
+    *out << U16{0};
+    if (entry != nullptr) *out << entry;
+    Impl::outSmCommitMessage(sa.streamDemuxer());
+    return true;
 }
 
 // The bookmark's own member has gone. What stands behind it is found now: when it is entered again
@@ -63,18 +94,31 @@ void moveBookmark(Sa& sa, Row const& row, void const* key) {
     coll.iterDel(iterator);
 }
 
+bool sendMember(Sa& sa, Row const& row, void const* key, void const* member) {
+    if (row.collection->child == nullptr) return handleCollSerialization(sa, row, key, member);
+    auto* const entity = const_cast<Entity*>(static_cast<Entity const*>(member));
+    return isLate(row) ? handleEntrySerialization(sa, row, key, entity)
+                       : handleInstantiatingCollSerialization(sa, row, key, entity);
+}
+
 // One member as it is now: there or gone.
 void vomoHandleSerializeSing(Sa& sa, Row const& row, void const* key, void const* member) {
     if (member == nullptr) moveBookmark(sa, row, key);
-    bool const sent =
-        row.collection->child != nullptr
-            ? handleInstantiatingCollSerialization(
-                  sa, row, key, const_cast<Entity*>(static_cast<Entity const*>(member)))
-            : handleCollSerialization(sa, row, key, member);
-    if (sent)
+    if (sendMember(sa, row, key, member))
         sa.dirtyCollDel(row, key);
     else if ((sa.flags() & StreamAdapter::inPass) == 0) // a pass sends what can be sent at all
         sa.dirtyCollIs(row, key);
+}
+
+// A child has been announced: where the owner has filled it in, too, that can go now.
+void sendEntryOf(Sa& sa, std::span<Row const> rows, Row const& of, void const* key,
+                 void const* child) {
+    if (of.kind != RowKind::children || child == nullptr) return;
+    for (Row const& row : rows)
+        if (isLate(row) && row.collection->key == of.collection->key &&
+            sa.vomoRawFlowOut()->vomoHasSynced(row.number) &&
+            row.collection->find(sa.object(), key) == child)
+            vomoHandleSerializeSing(sa, row, key, child);
 }
 
 // Walks the members from `from`, or from the first. False when it stops at a bookmark.
@@ -102,11 +146,11 @@ bool walk(Sa& sa, Row const& row, void const* from) {
 // Sends the keys that changed while they could not be sent. False when the queue is full.
 bool drainDirtyKeys(Sa& sa, Row const& row) {
     CollectionOps const& coll = *row.collection;
-    void* const dirty = coll.dirtyKeys(*sa.vomoRawFlowOut());
-    while (void const* const any = coll.keySet->any(dirty)) {
+    FlowOut& flow = *sa.vomoRawFlowOut();
+    while (void const* const any = flow.keyAny(row.number, FlowOut::Keys::dirty)) {
         if (!sa.continueFlowOut()) return false;
         void* const key = coll.keyNew(any);
-        coll.keySet->del(dirty, key);
+        flow.keyDel(row.number, FlowOut::Keys::dirty, key);
         sa.onAttributeForConnection(row.number, key);
         coll.keyDel(key);
     }
@@ -165,6 +209,17 @@ void applyChild(Sa& sa, Row const& row, void const* key, In* in) {
     checkAllRead(*in);
     if (announced == nullptr) return; // has gone here, which the peer has yet to hear
     ensureCorrectType(*announced, *coll.child);
+    if (isLate(row)) {
+        StreamAdapterIsActiveAnchor const anchor(sa, row, key);
+        bool isItsKey = true;
+        demuxer.apply([&] { isItsKey = coll.enter(sa.object(), announced, key); });
+        if (!isItsKey)
+            Dunlin::fmthrow<AttrLogRecordException>(
+                "attribute log: entity {} is put under a key that is not its own",
+                static_cast<U32>(id));
+        coll.unmark(sa.object(), key);
+        return;
+    }
     auto const find = [&] {
         return const_cast<Entity*>(static_cast<Entity const*>(coll.find(sa.object(), key)));
     };
@@ -187,7 +242,7 @@ void applyChild(Sa& sa, Row const& row, void const* key, In* in) {
         if (!wasThere) {
             StreamAdapterIsActiveAnchor const anchor(sa, row, key);
             bool isItsKey = true;
-            demuxer.apply([&] { isItsKey = coll.enter(sa.object(), row.number, made.ptr(), key); });
+            demuxer.apply([&] { isItsKey = coll.enter(sa.object(), made.ptr(), key); });
             if (!isItsKey)
                 Dunlin::fmthrow<AttrLogRecordException>(
                     "attribute log: entity {} is put under a key that is not its own",
@@ -204,7 +259,9 @@ void applyChild(Sa& sa, Row const& row, void const* key, In* in) {
 
 void newFlowOut(FlowOut& flow, std::span<Row const> rows, U32 lastSynced) {
     for (Row const& row : rows)
-        if (isSent(row)) flow.attributeNew(row.number, row.number < lastSynced);
+        if (isSent(row))
+            flow.attributeNew(row.number, row.number < lastSynced,
+                              row.collection == nullptr ? nullptr : row.collection->keySet);
 }
 
 // Frees a bookmark, which is the current attribute's.
@@ -215,18 +272,22 @@ bool freeResyncState(Ptr<FlowOut> const& flow, std::span<Row const> rows) {
     return true;
 }
 
-// Sends all attributes from `attrId` on, 0 from the first. Returns where to go on, 0 when all are
+// Sends all attributes from `attrId` on, 0 from the first: in order of number, but late ones
+// last. Returns where to go on, 0 when all are
 // done; 0xFFFFFFFF for a number that is none.
 U32 handleAttrFlowOut(Sa* sa, std::span<Row const> rows, U32 attrId) {
     if (attrId != 0 && rowOf(rows, attrId) == nullptr) return 0xFFFFFFFF;
-    for (Row const& row : rows) {
-        if (!isSent(row) || row.number < attrId) continue;
-        bool const done =
-            row.collection != nullptr
-                ? handleSerializationOfColl(*sa, row)
-                : sa->flowOutOnAttributeForConnection(*sa->vomoRawFlowOut(), row.number);
-        if (!done) return row.number;
-    }
+    bool const late = attrId != 0 && isLate(*rowOf(rows, attrId));
+    for (bool const pass : {false, true})
+        for (Row const& row : rows) {
+            if (!isSent(row) || isLate(row) != pass || pass < late) continue;
+            if (pass == late && row.number < attrId) continue;
+            bool const done =
+                row.collection != nullptr
+                    ? handleSerializationOfColl(*sa, row)
+                    : sa->flowOutOnAttributeForConnection(*sa->vomoRawFlowOut(), row.number);
+            if (!done) return row.number;
+        }
     return 0;
 }
 
@@ -240,9 +301,11 @@ void instantiateSerialize(Sa* sa, std::span<Row const> rows) {
 U32 onAttribute(Sa* sa, std::span<Row const> rows, U32 attrId, void const* key) {
     Row const* const row = rowOf(rows, attrId);
     if (row == nullptr) return 0;
-    if (row->collection != nullptr)
-        vomoHandleSerializeSing(*sa, *row, key, row->collection->find(sa->object(), key));
-    else
+    if (row->collection != nullptr) {
+        void const* const member = row->collection->find(sa->object(), key);
+        vomoHandleSerializeSing(*sa, *row, key, member);
+        sendEntryOf(*sa, rows, *row, key, member);
+    } else
         sa->handleValueSerialization(attrId, *row->type, row->field(sa->object()),
                                      (sa->flags() & StreamAdapter::inPass) != 0);
     return 1;
@@ -264,7 +327,7 @@ bool handleAttrTransaction(Sa* sa, std::span<Row const> rows, U32 attrId, U32 ki
             if (coll.isMarked(sa->object(), key)) {
                 StreamAdapterIsActiveAnchor const anchor(*sa, *row, key);
                 sa->streamDemuxer().apply([&] { coll.del(sa->object(), key); });
-                if (coll.child != nullptr) sa->streamDemuxer().childLeft();
+                if (row->kind == RowKind::children) sa->streamDemuxer().childLeft();
             }
         coll.iterDel(iterator);
     }
@@ -282,8 +345,7 @@ void handleAttrDeserialization(Sa* sa, std::span<Row const> rows, S32 attrId, In
         ReadValue const value(*row->type, in);
         checkAllRead(*in);
         StreamAdapterIsActiveAnchor const anchor(*sa, *row, nullptr);
-        demuxer.apply(
-            [&] { row->op(nullptr, sa->object(), AttributeOp::set, value.get(), nullptr); });
+        demuxer.apply([&] { scalarIs(*row, sa->entity(), value.get()); });
         return;
     }
     CollectionOps const& coll = *row->collection;
@@ -293,7 +355,7 @@ void handleAttrDeserialization(Sa* sa, std::span<Row const> rows, S32 attrId, In
         checkAllRead(*in);
         StreamAdapterIsActiveAnchor const anchor(*sa, *row, key.get());
         demuxer.apply([&] { coll.del(sa->object(), key.get()); });
-        if (coll.child != nullptr) demuxer.childLeft();
+        if (row->kind == RowKind::children) demuxer.childLeft();
     } else if (coll.child != nullptr) {
         applyChild(*sa, *row, key.get(), in);
     } else {
@@ -306,25 +368,42 @@ void handleAttrDeserialization(Sa* sa, std::span<Row const> rows, S32 attrId, In
     }
 }
 
-U32 sizeOfCtorParams(std::span<Row const> rows, Entity const* entity) {
-    U32 size = 0;
-    bool any = false;
+namespace {
+// The attributes that an entity is made from, behind its name if it has one.
+template <class Visit>
+void eachCtorParam(CtorParams const& params, std::span<Row const> rows, Visit&& visit) {
+    U32 left = params.count - params.isNamed;
     for (Row const& row : rows)
-        if (row.kind == RowKind::ctor) {
-            size += row.type->logSize(row.field(entity));
-            any = true;
+        if (left != 0 && (row.kind == RowKind::ctor || row.kind == RowKind::owner)) {
+            --left;
+            visit(row);
         }
-    return any ? size : static_cast<U32>(sizeof(U32)) + entity->name().bytes();
+}
+} // namespace
+
+U32 sizeOfCtorParams(CtorParams params, std::span<Row const> rows, Entity const* entity) {
+    U32 size = params.isNamed ? static_cast<U32>(sizeof(U32)) + entity->name().bytes() : 0;
+    eachCtorParam(params, rows, [&](Row const& row) {
+        size += row.kind == RowKind::owner ? static_cast<U32>(sizeof(EntityId))
+                                           : row.type->logSize(row.field(entity));
+    });
+    return size;
 }
 
-void writeCtorParams(Out& out, std::span<Row const> rows, Entity const* entity) {
-    bool any = false;
-    for (Row const& row : rows)
-        if (row.kind == RowKind::ctor) {
+void writeCtorParams(CtorParams params, Out& out, std::span<Row const> rows, Entity const* entity) {
+    if (params.isNamed) out << entity->name();
+    eachCtorParam(params, rows, [&](Row const& row) {
+        if (row.kind == RowKind::owner)
+            out << row.ownerOf(entity);
+        else
             row.type->write(out, row.field(entity));
-            any = true;
-        }
-    if (!any) out << entity->name(); // an entity without a key is made from its name
+    });
+}
+
+Ptr<Entity> nextOwner(In* in, VomoTypeBase type, U32 attrId, VomoTypeBase owner) {
+    Entity* const entity = in->nextEntity();
+    ownerChecked(entity, type, attrId, owner);
+    return Ptr<Entity>(entity);
 }
 
 } // namespace Vomo::NboAttrLog

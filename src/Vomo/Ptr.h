@@ -83,6 +83,14 @@ protected:
     PtrInterface(PtrInterface const&) {}
     PtrInterface& operator=(PtrInterface const&) { return *this; }
 
+    // Drops a reference, and keeps the object also if it was the last.
+    void referencesDecKeep() const {
+        if (VFPtrInterface::threadSafePointers_)
+            __atomic_fetch_sub(&referencesWord_, 1, __ATOMIC_SEQ_CST);
+        else
+            --referencesWord_;
+    }
+
 private:
     // Runs the zero-reference notifiee, if one is attached, then destroys the object unless the
     // notifiee took a reference.

@@ -51,25 +51,25 @@ constexpr TypeFrame makeFrame() {
         frame.generic.constructFromCtorArgs = GenericIfImpl::genericIfConstructFromCtorArgs<T>;
         frame.generic.attributeOp = GenericIfImpl::genericIfAttributeOp<T>;
         if constexpr (FramedValue<T>) frame.frame = makeValueFrame<T>();
+        if constexpr (IteratorFunctions<T>::hasCollection())
+            frame.generic.iterator = IteratorFunctions<T>::genericIfIterator;
     }
     return frame;
 }
 template <class T>
 constexpr TypeFrame makeEntityFrame() {
-    using Functions = TypeImpl<T>;
-    using Argument = typename Functions::Argument;
+    using Functions = Impl::EntityFunctions<T>;
     TypeFrame frame = Impl::describe<T>();
-    if (std::is_same_v<Argument, String>) {
-        frame.lead = {"name", &fieldType<String>};
+    if constexpr (Functions::isNamed) frame.lead = {"name", &fieldType<String>};
+    if constexpr (Functions::isNamed && Functions::numArguments == 1)
         frame.generic.newEntityForDir = Functions::newEntityForDir;
-    }
     frame.generic.stream = &Functions::stream;
     frame.generic.methods = &GenericIfImpl::GenericIfPtrInterfaceMethods<Entity>::vtable_;
-    if constexpr (!std::is_void_v<Argument>)
+    if constexpr (Functions::numArguments != 0)
         frame.generic.constructFromCtorArgs = Functions::genericIfConstructFromCtorArgs;
     frame.generic.attributeOp = Functions::genericIfAttributeOp;
-    for (Row const& row : Functions::rows())
-        if (row.collection != nullptr) frame.generic.iterator = Functions::genericIfIterator;
+    if (IteratorFunctions<T>::hasCollection())
+        frame.generic.iterator = IteratorFunctions<T>::genericIfIterator;
     return frame;
 }
 namespace Impl {
@@ -157,10 +157,13 @@ constexpr std::size_t numParams(Row const& row) {
     return n;
 }
 
+constexpr bool isCtorParam(Row const& row) {
+    return row.kind == RowKind::ctor || row.kind == RowKind::owner;
+}
 // The constructor parameters of a type are its constructor attributes, behind the leading one.
 constexpr std::size_t numCtorParams(TypeFrame const& type) {
     std::size_t n = type.lead.name != nullptr;
-    for (Row const& row : type.rows) n += row.kind == RowKind::ctor;
+    for (Row const& row : type.rows) n += isCtorParam(row);
     return n;
 }
 
@@ -251,8 +254,7 @@ private:
                 row.parameters = static_cast<U16>(nextParameter);
                 if (type.lead.name != nullptr) addParameter(type.lead.name, type.lead.type);
                 for (Row const& attribute : type.rows)
-                    if (attribute.kind == RowKind::ctor)
-                        addParameter(attribute.name, attribute.type);
+                    if (Impl::isCtorParam(attribute)) addParameter(attribute.name, attribute.type);
                 ++nextParameter;
             }
             row.firstAttribute = static_cast<U16>(nextAttribute);

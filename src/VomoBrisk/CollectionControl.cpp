@@ -16,21 +16,20 @@ struct Vomo::Describe<Mem::MountStatus> {
 template <>
 struct Vomo::Describe<VomoSharedMem::CollectionControl> {
     using T = VomoSharedMem::CollectionControl;
-    using Argument = void;
+    using Arguments = std::tuple<>; // made by the tables' owners
     static constexpr auto type = entity("VomoSharedMem::CollectionControl");
     static constexpr auto attributes = rows({
-        notifying<&T::mountStatus_, &T::mountStatus, &T::mountStatusIs>(T::mountStatusAttr,
-                                                                        "mountStatus"),
+        notifying<&T::mountStatus_>(T::mountStatusAttr, "mountStatus"),
     });
 };
 template <>
 struct Vomo::Describe<VomoBrisk::CollectionControl> {
     using T = VomoBrisk::CollectionControl;
-    using Argument = void;
+    using Arguments = std::tuple<>; // made by the tables' owners
     using Base = VomoSharedMem::CollectionControl;
     static constexpr auto type = derivedEntity<Base>("VomoBrisk::CollectionControl");
     static constexpr auto attributes = rows({
-        notifying<&T::quiesced_, &T::quiesced, &T::quiescedIs>(T::quiescedAttr, "quiesced"),
+        notifying<&T::quiesced_>(T::quiescedAttr, "quiesced"),
     });
 };
 

@@ -259,33 +259,48 @@ std::vector<void*> addresses(std::vector<std::unique_ptr<Field>> const& fields) 
 }
 
 using Op = AttributeOp;
-// The operations that an attribute has, by its flags.
+// The operations that an attribute has.
 std::set<Op> operationsOf(AttributeRow const& row) {
-    switch (row.flags[0] | row.flags[1] << 8 | row.flags[2] << 16) {
-    case 0x012c00: // constructor
-    case 0x010800: // raw
-    case 0x002800: // derived
-    case 0x002808: // constant
-        return {Op::get};
-    case 0x019c00: // mutable
-    case 0x01dc00: // of an entity
-    case 0x001c00: // flag
-    case 0x001800: // view
-        return {Op::get, Op::set};
-    case 0x001801: // view by a key
-        return {Op::get, Op::set, Op::del};
-    case 0x000810: // function
-    case 0x000811: // that changes
-    case 0x000818: // static
-        return {Op::call};
-    case 0x01dc01: // collections
-    case 0x09dc01:
-    case 0x01dd21:
-        return {Op::get, Op::set, Op::del, Op::count, Op::version, Op::has};
-    default:
+    RowFacts const* const facts = factsOf(row);
+    if (facts == nullptr) {
         ADD_FAILURE() << "unknown flags";
         return {};
     }
+    switch (facts->kind) {
+    case RowKind::internal:
+    case RowKind::literal:
+        return {};
+    case RowKind::ctor:
+    case RowKind::owner:
+    case RowKind::raw:
+    case RowKind::derived:
+    case RowKind::constant:
+        return {Op::get};
+    case RowKind::mutates:
+    case RowKind::notifying:
+    case RowKind::flag:
+    case RowKind::view:
+    case RowKind::foreign:
+        return {Op::get, Op::set};
+    case RowKind::indexed:
+        return {Op::get, Op::set, Op::del};
+    case RowKind::function:
+    case RowKind::givesEntity:
+    case RowKind::mutating:
+    case RowKind::makesEntity:
+    case RowKind::statics:
+        return {Op::call};
+    case RowKind::readOnlyEntries:
+        return {Op::get, Op::count, Op::version, Op::has};
+    case RowKind::memberMap:
+    case RowKind::valueMap:
+    case RowKind::valueSet:
+    case RowKind::children:
+    case RowKind::entries:
+    case RowKind::foreignEntries:
+        return {Op::get, Op::set, Op::del, Op::count, Op::version, Op::has};
+    }
+    return {};
 }
 
 TEST(AllTypes, EveryAttributeAnswersItsOperationsAndNoOthers) {
