@@ -1,6 +1,7 @@
 #include "Mroute/Mfib.h"
 
 #include "L3/VrfName.h"
+#include "Mroute/MfibConfig.h"
 #include "Mroute/RouteKeyBits.h"
 #include "Vomo/Record.h"
 
@@ -8,6 +9,43 @@
 #include <ostream>
 #include <sstream>
 
+template <>
+struct Vomo::Describe<Routing::Multicast::Fib::Config> {
+    using T = Routing::Multicast::Fib::Config;
+    static constexpr auto type = entity("Routing::Multicast::Fib::Config", wide);
+    static constexpr auto attributes = rows({
+        notifying<&T::routing_>(T::routingAttr, "routing"),
+        notifying<&T::useUribAsFallback_>(T::useUribAsFallbackAttr, "useUribAsFallback"),
+        constant<&T::useUribAsFallbackDefault>(T::useUribAsFallbackDefaultAttr,
+                                               "useUribAsFallbackDefault"),
+        notifying<&T::multipathControl_>(T::multipathControlAttr, "multipathControl"),
+        notifying<&T::multipathColor_>(T::multipathColorAttr, "multipathColor"),
+        constant<&T::multipathColorDefault>(T::multipathColorDefaultAttr, "multipathColorDefault"),
+        notifying<&T::fastdrop_>(T::fastdropAttr, "fastdrop"),
+        constant<&T::fastdropDefault>(T::fastdropDefaultAttr, "fastdropDefault"),
+        notifying<&T::maxFastdrops_>(T::maxFastdropsAttr, "maxFastdrops"),
+        constant<&T::maxFastdropsDefault>(T::maxFastdropsDefaultAttr, "maxFastdropsDefault"),
+        collection<&T::counterRoute_>("counterRoute"),
+        collection<&T::clearCounterRoute_>("clearCounterRoute"),
+        notifying<&T::clearFastdrop_>(T::clearFastdropAttr, "clearFastdrop"),
+        notifying<&T::clearMfibCount_>(T::clearMfibCountAttr, "clearMfibCount"),
+        function<&T::isDefault>(T::isDefaultAttr, "isDefault"),
+        mutating<&T::reset>(T::resetAttr, "reset"),
+    });
+};
+template <>
+struct Vomo::Describe<Routing::Multicast::Fib::ConfigMultipathControl> {
+    using T = Routing::Multicast::Fib::ConfigMultipathControl;
+    static constexpr auto type =
+        enumeration<U8>("Routing::Multicast::Fib::Config::MultipathControl");
+    static constexpr auto attributes = rows({
+        literal(2, "multipathDeterministic", T::multipathDeterministic),
+        literal(3, "multipathNone", T::multipathNone),
+        literal(4, "noMultipathDeterministic", T::noMultipathDeterministic),
+        literal(5, "multipathRouterId", T::multipathRouterId),
+        literal(6, "multipathDeterministicColor", T::multipathDeterministicColor),
+    });
+};
 template <>
 struct Vomo::Describe<Routing::Multicast::Fib::Counter> {
     using T = Routing::Multicast::Fib::Counter;

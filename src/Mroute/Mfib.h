@@ -5,6 +5,8 @@
 #include "Mroute/MfibTypes.h"
 
 namespace Routing::Multicast::Fib {
+class Config;
+enum class ConfigMultipathControl : U8; // Config::MultipathControl
 class Counter;
 enum class CounterMode : U32;
 class Intf;
@@ -14,7 +16,8 @@ class RouteKeyTypeConverter;
 namespace Vomo {
 extern "C" VomoModule const _Mfib_81f0b1a1b6aa3812_vomoModule;
 struct MfibModule
-    : TypeList<Routing::Multicast::Fib::Counter, Routing::Multicast::Fib::CounterMode,
+    : TypeList<Routing::Multicast::Fib::Config, Routing::Multicast::Fib::ConfigMultipathControl,
+               Routing::Multicast::Fib::Counter, Routing::Multicast::Fib::CounterMode,
                Routing::Multicast::Fib::Intf, Routing::Multicast::Fib::RouteKeyTypeConverter> {
     static constexpr VomoModule const* record = &_Mfib_81f0b1a1b6aa3812_vomoModule;
     static ValueFrames<size> const frames;

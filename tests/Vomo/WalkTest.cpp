@@ -2,8 +2,8 @@
 #include "Interface/LoadInterval.h"
 #include "Mroute/McastTunnelTypes.h"
 #include "Mroute/McastVplsPwTypes.h"
-#include "Mroute/Mfib.h"
 #include "Mroute/MfibBriskTypes.h"
+#include "Mroute/MfibConfig.h"
 #include "Mroute/MrouteLibAttr.h"
 #include "Mroute/PortVlanSet.h"
 #include "Mroute/PrefixMroute.h"
@@ -98,6 +98,7 @@ auto samples() {
         VplsPwEncapInfo(1, U64{1} << 63, intf("Loopback0")),
         changed(Counter(key), [](auto& v) { v.lastRefreshTimeIs(0.1), v.activeIs(true); }),
         CounterMode::byteMode,
+        Config::MultipathControl::multipathRouterId,
         changed(Intf(intf("Ethernet1")), [](auto& v) { v.frrIs(true); }),
         RouteKeyTypeConverter(RouteKeyType::mroute),
         changed(BidirGroup(prefix), [](auto& v) { v.rpaIs(RpaIndex(65535)); }),
@@ -121,6 +122,12 @@ auto samples() {
         PortPropertyMask(255),
         changed(PortVlan(), [](auto& v) { v.portIs(intf("Vlan9")), v.outLifIs(OutLif(6)); }),
         PvSetChange::noChange,
+        changed(PortVlanSet(),
+                [](auto& v) {
+                    v.portVlanIs(changed(PortVlan(), [](auto& pv) { pv.outLifIs(OutLif(6)); }),
+                                 true);
+                    v.natVlanIs(Bridging::VlanIdOrNone(7), false), v.saveHash();
+                }),
         ToCpuPurpose(2),
         PimIntf::PrefixKey(prefix, L3::VrfName("red")),
         PimIntf::PrefixMroute(prefix, intf("Vlan3")),
@@ -143,14 +150,27 @@ auto samples() {
         Mem::MountStatus::flushing};
 }
 
+// It or a value in it: such a type is not read from text.
+bool holdsCollection(VomoType type) {
+    for (U16 i = 0; i < type.row().numAttributes; ++i) {
+        VomoAttr const attr{type.module, static_cast<U16>(type.row().firstAttribute + i)};
+        VomoType const of = typeOfReference(attr.module, attr.row().type);
+        if (is(attr.row(), RowKind::memberMap)) return true;
+        if (is(attr.row(), RowKind::mutates) && !of.isNull() && holdsCollection(of)) return true;
+    }
+    return false;
+}
+
 // Through its record a value gives what the typed members give.
 template <class T>
 void agreesWithItsRecord(T const& a, T const& b) {
     VomoType const type = IdOf<T>::type;
     Object x(type, &a), y(type, &b), back(type);
     EXPECT_EQ(x.text(), valueToStrep(a));
-    back.textIs(x.text());
-    EXPECT_EQ(back.text(), x.text());
+    if (!holdsCollection(type)) { // else the text says "None"
+        back.textIs(x.text());
+        EXPECT_EQ(back.text(), x.text());
+    }
     NboAttrLog::Out typed, generic;
     if constexpr (std::is_enum_v<T>)
         typed << static_cast<U32>(a);
