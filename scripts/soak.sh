@@ -1,7 +1,7 @@
 #!/bin/sh
 # The long form of the tests with many processes. What runs for a time shares the minutes; what is
-# counted (1,000 kills, 1,000 races, 10,000,000 changes under shadows) and the minute of torture run
-# whole, however few the minutes.
+# counted (1,000 kills, 1,000 races, 10,000,000 changes under shadows, 500 bursts of the kernel for each
+# receive buffer) and the minute of torture run whole, however few the minutes.
 # Ends with what was counted, and non-zero when anything failed.
 #   soak.sh BUILD_DIR MINUTES
 set -eu
@@ -32,6 +32,7 @@ soak torture/test_Torture KilledAtRandom "$(share 20)"
 soak torture/test_Torture OfTwoWriters 0
 soak torture/test_Shadows ShadowsAreExact "$(share 20)"
 soak torture/test_Stepped QueueInterleave 0
+CAIRN_KERNEL_ROUNDS=500 soak cairn/test_CairnKernel EveryBurstEndsInStep 0
 
 echo "== soak: what was counted"
 cat "$log"

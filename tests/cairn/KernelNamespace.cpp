@@ -1,14 +1,21 @@
 #include "tests/cairn/KernelNamespace.h"
 
 #include "RouteFile.h"
+#include "SharedMem/FileUtil.h"
 
 #include <fmt/format.h>
 
+#include <arpa/inet.h>
 #include <csignal>
+#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <linux/mroute.h>
+#include <linux/mroute6.h>
+#include <sched.h>
 #include <spawn.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -159,6 +166,64 @@ void KernelNamespace::change(unsigned changes) {
     batch.close();
     must(runProgram({"smcroutectl", "-u", path("smcroute.sock"), "-b"}, "/dev/null", path("batch")),
          "smcroutectl");
+}
+
+namespace {
+
+// A socket that sets routes of one family in a kernel table that another process owns.
+class RouteSetter {
+public:
+    explicit RouteSetter(bool v4)
+        : v4_(v4), fd_(::socket(v4 ? AF_INET : AF_INET6, SOCK_RAW | SOCK_CLOEXEC,
+                                v4 ? int{IPPROTO_IGMP} : int{IPPROTO_ICMPV6})) {
+        must(fd_ ? 0 : errno, "raw socket");
+    }
+    // The route of number `n`; from the first interface to those whose bit is set in `oifs`, to
+    // none: away with it. False if the kernel refused.
+    bool set(unsigned n, unsigned oifs) { return v4_ ? setV4(n, oifs) : setV6(n, oifs); }
+
+private:
+    bool setV4(unsigned n, unsigned oifs) {
+        mfcctl route{};
+        route.mfcc_origin.s_addr = htonl(0x0a000002);
+        route.mfcc_mcastgrp.s_addr = htonl(0xef090000 + n);
+        for (unsigned i = 0; i < numInterfaces; ++i) route.mfcc_ttls[i] = oifs >> i & 1;
+        return ::setsockopt(fd_.get(), IPPROTO_IP, oifs ? MRT_ADD_MFC : MRT_DEL_MFC, &route,
+                            sizeof route) == 0;
+    }
+    bool setV6(unsigned n, unsigned oifs) {
+        mf6cctl route{};
+        route.mf6cc_origin.sin6_addr = {
+            {{0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 2}}};
+        route.mf6cc_mcastgrp.sin6_addr = {{{0xff, 0x0e, 0, 9}}};
+        route.mf6cc_mcastgrp.sin6_addr.s6_addr[14] = static_cast<U8>(n >> 8);
+        route.mf6cc_mcastgrp.sin6_addr.s6_addr[15] = static_cast<U8>(n);
+        for (unsigned i = 0; i < numInterfaces; ++i)
+            if (oifs >> i & 1) IF_SET(i, &route.mf6cc_ifset);
+        return ::setsockopt(fd_.get(), IPPROTO_IPV6, oifs ? MRT6_ADD_MFC : MRT6_DEL_MFC, &route,
+                            sizeof route) == 0;
+    }
+    bool v4_;
+    Mem::Fd fd_;
+};
+
+} // namespace
+
+std::future<void> KernelNamespace::burst(unsigned changes) {
+    return std::async(std::launch::async, [this, changes] {
+        Mem::Fd const inside(::open(("/run/netns/" + name_).c_str(), O_RDONLY | O_CLOEXEC));
+        must(::setns(inside.get(), CLONE_NEWNET) == 0 ? 0 : errno, "setns");
+        RouteSetter v4(true), v6(false);
+        for (unsigned i = 0; i < changes; ++i) {
+            // Of a thousand routes a third goes when it is met; the rest is new or changes.
+            auto const n = static_cast<unsigned>(random_() % 1000);
+            bool const goes = random_() % 3 == 0;
+            auto const oifs = goes ? 0 : static_cast<unsigned>(2 + 2 * (random_() % 127));
+            if (!(i % 2 ? v4 : v6).set(n, oifs) && !goes)
+                throw std::runtime_error(
+                    fmt::format("a route was refused: {}", std::strerror(errno)));
+        }
+    });
 }
 
 std::map<RouteName, NamedRoute> KernelNamespace::routes() const {

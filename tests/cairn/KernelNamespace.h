@@ -5,6 +5,7 @@
 
 #include "NamedRoute.h"
 
+#include <future>
 #include <map>
 #include <random>
 #include <set>
@@ -40,6 +41,9 @@ public:
     int ip(std::vector<std::string> arguments, std::string const& outputFile = {}) const;
     // Adds, changes and removes routes at random.
     void change(unsigned changes);
+    // Does the same to other routes at the speed of the kernel, past the daemon: of each family
+    // alternately, from a thread of its own. Several may follow each other, not overlap.
+    std::future<void> burst(unsigned changes);
     // The resolved routes of all tables, as `ip -j mroute show table all` tells them.
     std::map<Cairn::RouteName, Cairn::NamedRoute> routes() const;
     void killDaemon();

@@ -246,6 +246,23 @@ TEST_F(MirrorStateTest, SilentChangesAskForAResync) {
     EXPECT_EQ(written.table.begin()->second.oifs, std::vector<std::string>{"renamed"});
 }
 
+// A dump that leaves out a route of which no notification came: only an undisturbed one ends the
+// search for such routes.
+TEST_F(MirrorStateTest, DumpIsRepeatedWhileItMayLackRoutes) {
+    struct {
+        bool lost, disturbed, repeated;
+    } const rows[] = {{false, true, true},   // the first dump
+                      {false, false, false}, // its repetition
+                      {false, true, false},  // all routes have been heard of by now
+                      {true, true, true},    {false, true, true}, {false, false, false}};
+    for (auto const& row : rows) {
+        if (row.lost) state.overrun();
+        state.resync(links, {}, unknown, 0);
+        state.resyncEnded(row.disturbed);
+        EXPECT_EQ(state.resyncReason(), row.repeated ? MirrorState::incompleteDump : "");
+    }
+}
+
 TEST_F(MirrorStateTest, FailedConfirmationLosesNothingAndAsksAgain) {
     newRoute(1, {2});
     EXPECT_TRUE(writtenRoute());

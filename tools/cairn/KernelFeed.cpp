@@ -97,6 +97,7 @@ KernelFeed::KernelFeed(std::string const& netns, U32 receiveBuffer)
 KernelFeed::Drained KernelFeed::drain(std::function<void(KernelEvent const&)> const& handler,
                                       U32 maxMessages) {
     Drained drained;
+    drained.overrun = dropping_;
     std::array<mmsghdr, batch> headers{};
     std::array<iovec, batch> pieces{};
     for (std::size_t i = 0; i < batch; ++i) {
@@ -108,9 +109,12 @@ KernelFeed::Drained KernelFeed::drain(std::function<void(KernelEvent const&)> co
         int const n = ::recvmmsg(fd(), headers.data(), batch, MSG_DONTWAIT, nullptr);
         if (n < 0) {
             if (errno == EINTR) continue;
-            if (errno == EAGAIN) return drained;
+            if (errno == EAGAIN) {
+                dropping_ = false;
+                return drained;
+            }
             if (errno != ENOBUFS) fail("rtnetlink notifications", errno);
-            drained.overrun = true; // said once for each gap; the stream goes on behind it
+            drained.overrun = dropping_ = true;
             continue;
         }
         for (std::size_t i = 0; i < static_cast<std::size_t>(n); ++i) {

@@ -34,8 +34,11 @@ public:
 
     struct Drained {
         U32 messages = 0;
-        bool overrun = false; // the kernel dropped notifications: what is known may be wrong
-        bool more = false;    // stopped at `maxMessages`
+        // The kernel dropped notifications: what is known may be wrong. It reports a gap once, and
+        // goes on dropping without a word until the queue is empty: every call that does not empty
+        // it reports the overrun again at the next.
+        bool overrun = false;
+        bool more = false; // stopped at `maxMessages`
     };
     // Takes what is queued, in order, without waiting.
     Drained drain(std::function<void(KernelEvent const&)> const& handler, U32 maxMessages);
@@ -54,6 +57,7 @@ private:
 
     Mem::Fd feed_;
     Mem::Fd query_;
+    bool dropping_ = false; // an overrun was reported, and the queue was not empty since
     U32 sequence_ = 0;
     std::vector<U8> buffer_;
 };

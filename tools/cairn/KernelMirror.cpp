@@ -14,6 +14,9 @@ constexpr U32 messagesPerTurn = 50'000;
 // announce forwarding on a vif a moment before it puts the vif's number in use.
 constexpr double echoSeconds = 0.1;
 constexpr double retrySeconds = 1;
+// While routes go all the time no dump is sure to be whole. The pauses between repetitions double up
+// to this one, so that a steady churn does not cost a dump after the other.
+constexpr double longestPause = 2;
 
 } // namespace
 
@@ -29,13 +32,22 @@ KernelMirror::~KernelMirror() {
         if (id) loop_.timerDel(id);
 }
 
+// A dump, and all that was queued up to its end.
 void KernelMirror::askKernel() {
+    drain(); // what went before does not disturb the dump
+    U64 const gone = state_.counters().gone;
     auto const links = feed_.links();
     auto routes = feed_.routes(true);
     auto v6 = feed_.routes(false);
     std::move(v6.begin(), v6.end(), std::back_inserter(routes));
     state_.resync(
         links, routes, [&](RouteId const& id) { return feed_.route(id); }, loop_.now());
+    auto const drained = drain();
+    state_.resyncEnded(drained.overrun || drained.more || state_.counters().gone != gone);
+}
+
+bool KernelMirror::inStep() const {
+    return state_.resyncReason().empty() && !state_.dirty() && !echoTimer_;
 }
 
 void KernelMirror::start(std::vector<RouteName> const& kept) {
@@ -55,8 +67,8 @@ void KernelMirror::start(std::vector<RouteName> const& kept) {
         drain();
         wake();
     });
-    drain();
     publish();
+    wake();
 }
 
 // Replaces a timer; `due` is on the loop's clock.
@@ -69,7 +81,7 @@ void KernelMirror::timer(Dunlin::TaskSchedulerRoot::TimerId& id, double due,
     });
 }
 
-void KernelMirror::drain() {
+KernelFeed::Drained KernelMirror::drain() {
     auto const drained = feed_.drain(
         [this](KernelEvent const& event) { state_.fold(event, loop_.now()); }, messagesPerTurn);
     if (drained.overrun) state_.overrun();
@@ -78,18 +90,17 @@ void KernelMirror::drain() {
             state_.wantResync("once more after a change of an interface");
             wake();
         });
+    return drained;
 }
 
 // Does what is due now, and sets the timers of the rest.
 void KernelMirror::wake() {
     double const now = loop_.now();
     state_.sweep(now);
-    if (!state_.resyncReason().empty()) {
-        if (now >= nextResync_)
-            resync();
-        else if (!resyncTimer_)
-            timer(resyncTimer_, nextResync_, [this] { wake(); });
-    }
+    if (!state_.resyncReason().empty() && now >= nextResync_) resync();
+    // Also when the resync itself has found the reason for the next.
+    if (!state_.resyncReason().empty() && !resyncTimer_)
+        timer(resyncTimer_, nextResync_, [this] { wake(); });
     if (state_.dirty()) {
         if (settings_.settleSeconds <= 0)
             publish();
@@ -109,17 +120,18 @@ void KernelMirror::resync() {
     } catch (KernelError const& error) {
         notice_(fmt::format("resync failed, tried again in {} s: {}", retrySeconds, error.what()));
         nextResync_ = loop_.now() + retrySeconds;
-        timer(resyncTimer_, nextResync_, [this] { wake(); });
         return;
     }
-    drain(); // what came while the kernel answered
     double const end = loop_.now();
-    nextResync_ = end + (end - begin);
+    double const took = end - begin;
+    bool const repeats = state_.resyncReason() == MirrorState::incompleteDump;
+    pause_ = repeats ? std::max(took, std::min(2 * pause_, longestPause)) : took;
+    nextResync_ = end + pause_;
     auto const& after = state_.counters();
     notice_(fmt::format("resync: {}; {} routes, {} missing in the dump, {} of them still there, "
                         "{:.1f} ms",
                         reason, state_.size(), after.confirmations - before.confirmations,
-                        after.spared - before.spared, (end - begin) * 1e3));
+                        after.spared - before.spared, took * 1e3));
 }
 
 void KernelMirror::publish() {

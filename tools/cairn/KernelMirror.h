@@ -32,10 +32,12 @@ public:
     // that the sink holds from an earlier life: those that the kernel does not have go. Raises
     // KernelError.
     void start(std::vector<RouteName> const& kept = {});
+    // Whether all that was heard is told, and nothing is due that could tell more.
+    bool inStep() const;
 
 private:
     void askKernel();
-    void drain();
+    KernelFeed::Drained drain();
     void wake();
     void resync();
     void publish();
@@ -49,6 +51,7 @@ private:
     MirrorState state_;
     bool started_ = false;
     double nextResync_ = 0; // not before: half of the time at most goes into dumps
+    double pause_ = 0;      // before the next repetition of a dump
     Dunlin::TaskSchedulerRoot::TimerId publishTimer_ = 0;
     Dunlin::TaskSchedulerRoot::TimerId resyncTimer_ = 0;
     Dunlin::TaskSchedulerRoot::TimerId echoTimer_ = 0;

@@ -23,8 +23,9 @@ Dunlin::TaskSchedulerRoot& loop() {
 
 class Mirror {
 public:
-    explicit Mirror(MirrorArguments const& arguments, Common const& common)
-        : arguments_(arguments), tables_(arguments.name, common.v4, common.v6) {}
+    Mirror(MirrorArguments const& arguments, Common const& common, EndBySignal const& endBySignal)
+        : arguments_(arguments), endBySignal_(endBySignal),
+          tables_(arguments.name, common.v4, common.v6) {}
 
     void run() {
         if (arguments_.from.empty()) {
@@ -69,12 +70,22 @@ private:
             arguments_.netns.empty() ? "" : " in namespace ", arguments_.netns, kept.size(),
             tables_.counters().removed);
         postNotices();
-        if (!arguments_.once) loop().run();
+        if (arguments_.once)
+            awaitStep(kernel);
+        else
+            loop().run();
         auto const& c = kernel.state().counters();
         say("{} messages, {} unchanged, {} overruns, {} resyncs, {} routes confirmed one by one, "
             "{} pending, {} entries that are no routes",
             c.messages, c.unchanged, c.overruns, c.resyncs, c.confirmations,
             kernel.state().pending().size(), c.passedOver);
+    }
+
+    // The first dump may have to be repeated; routes that never rest are not waited for.
+    void awaitStep(KernelMirror const& kernel) {
+        double const end = loop().now() + 10;
+        while (!kernel.inStep() && !endBySignal_.ended() && loop().now() < end) loop().runOnce(1);
+        if (!kernel.inStep()) say("routes may be missing: the kernel's were never at rest");
     }
 
     void fromFile(RouteFile file) {
@@ -137,6 +148,7 @@ private:
     }
 
     MirrorArguments const& arguments_;
+    EndBySignal const& endBySignal_;
     RouteTables tables_;
     std::optional<Churn> churn_;
     double churnStart_ = 0;
@@ -157,7 +169,7 @@ int mirrorCommand(Common const& common, MirrorArguments const& arguments) {
     });
     std::signal(SIGPIPE, SIG_IGN); // who reads stderr may go, and the tables be written on
     EndBySignal const endBySignal;
-    Mirror(arguments, common).run();
+    Mirror(arguments, common, endBySignal).run();
     return done;
 }
 

@@ -18,7 +18,13 @@ void MirrorState::wantResync(char const* reason) {
 
 void MirrorState::overrun() {
     ++counters_.overruns;
+    unheard_ = true;
     wantResync("notifications were lost");
+}
+
+void MirrorState::resyncEnded(bool disturbed) {
+    if (unheard_ && disturbed) wantResync(incompleteDump);
+    if (!disturbed) unheard_ = false;
 }
 
 bool MirrorState::takeSilentSign() {
@@ -83,6 +89,7 @@ void MirrorState::foldGone(KernelRoute const& route, double now) {
     pending_.erase(route.id);
     // The end of a pending entry says nothing of a route that was added while it waited.
     if (route.pending) return;
+    ++counters_.gone;
     auto const found = routes_.find(route.id);
     if (found == routes_.end()) return;
     remove(route.id, found->second, route.iif == 0 && route.oifs.empty(), now);

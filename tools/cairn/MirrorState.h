@@ -7,7 +7,10 @@
 //    included: each is folded, and only a difference makes the route dirty. What is taken at once
 //    is written once.
 //  - A dump under churn leaves out entries and gives others twice, without a word: a route missing
-//    from it goes only when a question for this one route says so too.
+//    from it goes only when a question for this one route says so too. A route that nobody has
+//    heard of cannot be asked for: at the start and after lost notifications the dump is repeated
+//    until one comes during which no route went (the kernel resumes a dump by position in a list,
+//    so a route that goes hides another one).
 //  - The end of a vif changes routes without any route message; so does the re-use of its number.
 //    The signs are switched multicast forwarding and links that go or change their name: they ask
 //    for a resync. Forwarding may be announced shortly *before* the vif serves its routes, so the
@@ -34,6 +37,7 @@ public:
     struct Counters {
         U64 messages = 0;  // folded, of any kind
         U64 unchanged = 0; // told again as they were
+        U64 gone = 0;      // routes that the kernel took away, known to us or not
         U64 overruns = 0;
         U64 resyncs = 0;
         U64 confirmations = 0; // questions for routes missing from a dump
@@ -55,10 +59,17 @@ public:
     // The kernel dropped notifications.
     void overrun();
 
+    // The reason of a resync that repeats a dump because routes went during the last.
+    static constexpr char const* incompleteDump = "routes went during the last dump";
+
     // Asks for a resync; the first reason counts.
     void wantResync(char const* reason);
     // Why a resync is due, or an empty text.
     std::string const& resyncReason() const { return resyncReason_; }
+    // The end of a resync, with all folded that was queued meanwhile. `disturbed`: a route went, or
+    // notifications were lost, since the dump began. If there may be routes that nobody has heard
+    // of, the next resync is due.
+    void resyncEnded(bool disturbed);
     // Whether a sign of a silent change was seen since the last call.
     bool takeSilentSign();
     // Takes the links and a dump of both families as the truth, asking for each missing route. If
@@ -107,6 +118,7 @@ private:
     std::map<U32, KernelLink> links_;
     std::string resyncReason_ = "start";
     bool silentSign_ = false;
+    bool unheard_ = true; // there may be routes of which no word has come
     U32 round_ = 0;
     Counters counters_;
 };
