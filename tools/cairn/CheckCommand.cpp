@@ -12,7 +12,10 @@
 
 #include <fmt/format.h>
 
+#include <csignal>
+#include <fcntl.h>
 #include <filesystem>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace Cairn {
@@ -31,14 +34,97 @@ private:
     bool terminal_ = ::isatty(STDERR_FILENO) == 1;
 };
 
-// A base directory of its own, with the copy of one table's files.
-class Copy {
+volatile std::sig_atomic_t janitorPipe = -1;
+volatile std::sig_atomic_t janitorPid = 0;
+constexpr int endingSignals[] = {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM};
+
+// Holds them back for a while.
+class SignalsHeld {
 public:
-    Copy(Mem::YokeRootPath const& table) : home_(Dunlin::Util::baseDirectory()) {
+    SignalsHeld() {
+        sigset_t set;
+        ::sigemptyset(&set);
+        for (int const number : endingSignals) ::sigaddset(&set, number);
+        ::sigprocmask(SIG_BLOCK, &set, &former_);
+    }
+    ~SignalsHeld() { ::sigprocmask(SIG_SETMASK, &former_, nullptr); }
+    SignalsHeld(SignalsHeld const&) = delete;
+    SignalsHeld& operator=(SignalsHeld const&) = delete;
+
+private:
+    sigset_t former_{};
+};
+
+void awaitJanitor() {
+    if (janitorPid == 0) return;
+    ::close(janitorPipe);
+    while (::waitpid(janitorPid, nullptr, 0) < 0 && errno == EINTR) {
+    }
+    janitorPid = 0;
+}
+
+void endBy(int number) {
+    awaitJanitor();
+    ::signal(number, SIG_DFL);
+    ::raise(number);
+}
+
+// A directory that goes with the process, whatever ends it: a child removes it when its parent's end
+// of a pipe is closed. A signal that can be caught waits for that, so that nothing is left when the
+// process is gone.
+class TemporaryDirectory {
+public:
+    TemporaryDirectory() {
+        SignalsHeld const held;
         std::string pattern = (fs::temp_directory_path() / "cairn-check-XXXXXX").string();
         if (!::mkdtemp(pattern.data()))
             throw CommandError(noTable, fmt::format("{}: {}", pattern, std::strerror(errno)));
-        base_ = pattern;
+        path_ = pattern;
+        int ends[2];
+        pid_t const pid = ::pipe2(ends, O_CLOEXEC) == 0 ? ::fork() : -1;
+        if (pid < 0) {
+            int const error = errno;
+            fs::remove(path_);
+            throw CommandError(noTable, fmt::format("{}: {}", pattern, std::strerror(error)));
+        }
+        if (pid == 0) keepUntilEnd(ends[0]);
+        ::close(ends[0]);
+        janitorPipe = ends[1];
+        janitorPid = pid;
+        for (int const number : endingSignals) ::signal(number, endBy);
+    }
+    ~TemporaryDirectory() {
+        SignalsHeld const held;
+        awaitJanitor();
+        for (int const number : endingSignals) ::signal(number, SIG_DFL);
+    }
+    TemporaryDirectory(TemporaryDirectory const&) = delete;
+    TemporaryDirectory& operator=(TemporaryDirectory const&) = delete;
+
+    fs::path const& path() const { return path_; }
+
+private:
+    // In the child, where the signals stay held: out of the terminal's reach, and without the
+    // parent's files, whose locks it would hold.
+    [[noreturn]] void keepUntilEnd(int end) const {
+        ::setsid();
+        ::dup2(end, 0);
+        ::close_range(1, ~0U, 0);
+        char nothing = 0;
+        while (::read(0, &nothing, 1) < 0 && errno == EINTR) {
+        }
+        std::error_code ignored;
+        fs::remove_all(path_, ignored);
+        ::_exit(0);
+    }
+    fs::path path_;
+};
+
+// A base directory of its own, with the copy of one table's files.
+class Copy {
+public:
+    Copy(Mem::YokeRootPath const& table)
+        : home_(Dunlin::Util::baseDirectory()), base_(directory_.path()) {
         auto const to = base_ / table.directoryName();
         fs::create_directories(to);
         for (auto const& entry : fs::directory_iterator(table.text()))
@@ -53,15 +139,12 @@ public:
             text.replace(at, base_.string().size(), home_);
         return text;
     }
-    ~Copy() {
-        Dunlin::Util::baseDirectoryIs(home_);
-        std::error_code ignored;
-        fs::remove_all(base_, ignored);
-    }
+    ~Copy() { Dunlin::Util::baseDirectoryIs(home_); }
     Copy(Copy const&) = delete;
     Copy& operator=(Copy const&) = delete;
 
 private:
+    TemporaryDirectory const directory_;
     std::string home_;
     fs::path base_;
 };

@@ -14,7 +14,7 @@ struct Common {
     bool v4 = true, v6 = true; // -4, -6
     Colour colour = Colour::automatic;
 
-    Listing listing() const { return {stdout, json, !json && wantsColour(colour, stdout)}; }
+    Listing listing() const { return {stdout, json, !json && wantsColour(colour)}; }
 };
 
 struct MirrorArguments {

@@ -4,6 +4,7 @@
 #include "KernelFeed.h"
 #include "Output.h"
 #include "RouteFile.h"
+#include "Signals.h"
 
 #include "Dunlin/Util.h"
 
@@ -43,6 +44,7 @@ std::vector<std::string> arguments(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     using namespace Cairn;
+    openOutput();
     CLI::App app{"Multicast routes in shared tables: mirror the kernel's, show, look up, inspect."};
     app.name("cairn");
     app.footer(footer);
@@ -230,8 +232,8 @@ int main(int argc, char** argv) {
     };
     // What was printed has to arrive.
     auto const flushed = [&](int code) -> int {
-        std::cout.flush();
-        bool const failed = std::fflush(stdout) != 0 || std::ferror(stdout) != 0;
+        // What the parser prints goes its own way.
+        bool const failed = !std::cout.flush() || std::fflush(stdout) != 0 || std::ferror(stdout);
         return failed ? say(badUse, "cannot write the output") : code;
     };
     try {

@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "Signals.h"
+
 #include <unistd.h>
 
 namespace Cairn {
@@ -26,12 +28,12 @@ char const* escapeOf(Row::Hue hue) {
 
 } // namespace
 
-bool wantsColour(Colour colour, std::FILE* stream) {
+bool wantsColour(Colour colour) {
     if (colour != Colour::automatic) return colour == Colour::always;
     char const* const refused = std::getenv("NO_COLOR");
     char const* const terminal = std::getenv("TERM");
     return !(refused && *refused) && !(terminal && std::string_view(terminal) == "dumb") &&
-           ::isatty(::fileno(stream));
+           ::isatty(STDOUT_FILENO);
 }
 
 void complain(std::string const& line) {
@@ -90,6 +92,7 @@ std::string Row::json() const {
 }
 
 void Listing::print(Row const& row) {
+    if (outputIsBlocked()) return;
     if (json_)
         fmt::print(stream_, "{}{}", rows_ == 0 ? "[\n" : ",\n", row.json());
     else

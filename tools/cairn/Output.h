@@ -14,8 +14,8 @@ namespace Cairn {
 
 enum class Colour : U8 { automatic, always, never };
 
-// Whether to colour what goes to `stream`: by terminal, NO_COLOR and the user's word.
-bool wantsColour(Colour colour, std::FILE* stream);
+// Whether to colour what goes to stdout: by terminal, NO_COLOR and the user's word.
+bool wantsColour(Colour colour);
 
 // A text made safe for a terminal: control characters as \xNN. Names come from files that any
 // process may have written.

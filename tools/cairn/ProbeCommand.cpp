@@ -3,6 +3,7 @@
 #include "AnyTable.h"
 #include "Board.h"
 #include "Commands.h"
+#include "Signals.h"
 
 #include "Dunlin/Exception.h"
 #include "Dunlin/TaskSchedulerRoot.h"
@@ -45,8 +46,9 @@ struct Tally {
 
 class Probe {
 public:
-    Probe(std::string table, ProbeArguments const& arguments)
-        : arguments_(arguments), table_(std::move(table)), path_(table_), random_(arguments.seed) {
+    Probe(std::string table, ProbeArguments const& arguments, EndBySignal const& endBySignal)
+        : arguments_(arguments), endBySignal_(endBySignal), table_(std::move(table)), path_(table_),
+          random_(arguments.seed) {
         if (!attached()) throw CommandError(noTable, fmt::format("table {}: not readable", table_));
         collectKeys();
     }
@@ -54,7 +56,7 @@ public:
     // Reads until `end`.
     Tally until(double end) {
         Tally tally;
-        while (seconds() < end) {
+        while (seconds() < end && !endBySignal_.ended()) {
             // The sentry follows the table to its next generation.
             Dunlin::schedulerRootDunlin->runReady();
             if (!attached()) { // between two writers that begin anew
@@ -120,6 +122,7 @@ private:
     }
 
     ProbeArguments const& arguments_;
+    EndBySignal const& endBySignal_;
     std::string table_;
     Mem::YokeRootPath path_;
     std::unique_ptr<Front<Mroute::RouteTable>> front_;
@@ -150,13 +153,14 @@ std::string largestTable(Common const& common) {
 } // namespace
 
 int probeCommand(Common const& common, ProbeArguments const& arguments) {
+    EndBySignal const endBySignal;
     Listing listing = common.listing();
     std::string const table = arguments.table.empty()
                                   ? largestTable(common)
                                   : tableMeant(arguments.table, common.v4, common.v6);
     if (!RouteTableName::ofRoute(table))
         throw CommandError(badUse, fmt::format("table {} holds no routes", table));
-    Probe probe(table, arguments);
+    Probe probe(table, arguments, endBySignal);
     BoardEntry board(table);
     board.post({});
     Tally all;
@@ -179,7 +183,7 @@ int probeCommand(Common const& common, ProbeArguments const& arguments) {
         std::fflush(stdout);
     };
     double const begin = seconds();
-    for (double now = begin; now < begin + arguments.seconds;) {
+    for (double now = begin; now < begin + arguments.seconds && !endBySignal.ended();) {
         auto const tally = probe.until(std::min(now + 1, begin + arguments.seconds));
         double const then = now;
         now = seconds();

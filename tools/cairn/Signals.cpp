@@ -3,9 +3,14 @@
 #include "Dunlin/Exception.h"
 #include "Dunlin/TaskSchedulerRoot.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <csignal>
+#include <cstdio>
 #include <cstring>
+#include <fcntl.h>
+#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -41,6 +46,7 @@ EndBySignal::EndBySignal() : event_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
 }
 
 EndBySignal::~EndBySignal() {
+    std::fflush(stdout); // an error is found by who flushes last
     struct sigaction action {};
     action.sa_handler = SIG_DFL;
     for (int const number : {SIGINT, SIGTERM}) ::sigaction(number, &action, nullptr);
@@ -50,6 +56,66 @@ EndBySignal::~EndBySignal() {
 
 bool EndBySignal::ended() const {
     return signalled != 0;
+}
+
+namespace {
+
+// How long the last words wait for a reader where the way to it cannot be widened.
+constexpr int patienceMs = 1000;
+// Less than what a pipe is widened by.
+constexpr std::size_t bufferSize = 16384;
+bool blocked = false;
+
+bool widenPipe() {
+    int const size = ::fcntl(STDOUT_FILENO, F_GETPIPE_SZ);
+    return size > 0 && ::fcntl(STDOUT_FILENO, F_SETPIPE_SZ, 2 * size) > 0;
+}
+
+// Waits until a write of PIPE_BUF bytes goes through; false: nobody reads, and the command is ending.
+bool awaitRoom() {
+    // A signal between the look at `signalled` and the wait is seen on the event.
+    pollfd fds[2] = {{STDOUT_FILENO, POLLOUT, 0}, {wakeFd, POLLIN, 0}};
+    while (signalled == 0) {
+        int const n = ::poll(fds, 2, -1);
+        if (n < 0 && errno != EINTR) return false;
+        if (n > 0 && fds[0].revents != 0) return true;
+    }
+    auto const roomWithin = [&](int milliseconds) { return ::poll(fds, 1, milliseconds) > 0; };
+    if (roomWithin(0)) return true;
+    blocked = true;
+    if (widenPipe() && roomWithin(0)) return true;
+    if (roomWithin(patienceMs)) return true;
+    errno = ETIMEDOUT;
+    return false;
+}
+
+ssize_t writeAll(void*, char const* data, std::size_t size) {
+    std::size_t written = 0;
+    while (written < size) {
+        if (!awaitRoom()) return 0;
+        // A pipe with room takes so many bytes without waiting.
+        auto const n =
+            ::write(STDOUT_FILENO, data + written, std::min(size - written, std::size_t{PIPE_BUF}));
+        if (n < 0 && errno != EINTR && errno != EAGAIN) return 0;
+        if (n > 0) written += static_cast<std::size_t>(n);
+    }
+    return static_cast<ssize_t>(size);
+}
+
+} // namespace
+
+void openOutput() {
+    cookie_io_functions_t functions{};
+    functions.write = writeAll;
+    std::FILE* const stream = ::fopencookie(nullptr, "w", functions);
+    if (!stream) return; // no memory: the one at hand will do
+    bool const terminal = ::isatty(STDOUT_FILENO) == 1;
+    std::setvbuf(stream, nullptr, terminal ? _IOLBF : _IOFBF, bufferSize);
+    stdout = stream;
+}
+
+bool outputIsBlocked() {
+    return blocked;
 }
 
 } // namespace Cairn

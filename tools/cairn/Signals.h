@@ -1,5 +1,5 @@
-// The end of a long-running command by SIGINT or SIGTERM: the loop wakes, and a write that waits
-// for a full pipe is given up.
+// The end of a long-running command by SIGINT or SIGTERM: the loop wakes, and what is printed last
+// does not wait for a reader that is not there.
 #pragma once
 
 #include "SharedMem/FileUtil.h"
@@ -8,8 +8,10 @@ namespace Cairn {
 
 class EndBySignal {
 public:
-    // Takes over both signals; stops the process's event loop when one comes. One object at a time.
+    // Takes over both signals; stops the process's event loop when one comes. One object at a time,
+    // made before the listing whose end it guards.
     EndBySignal();
+    // Sees that what was printed goes out.
     ~EndBySignal();
     EndBySignal(EndBySignal const&) = delete;
     EndBySignal& operator=(EndBySignal const&) = delete;
@@ -19,5 +21,12 @@ public:
 private:
     Mem::Fd event_;
 };
+
+// Gives the process a stdout on which a signal cuts nothing: every write is completed. A pipe that is
+// full when the command ends is made larger for the rest of what is in the buffer, so that neither
+// the end waits for the reader nor the reader meets half a row.
+void openOutput();
+// Whether the command is ending and nobody reads: what is not in the buffer yet should be left out.
+bool outputIsBlocked();
 
 } // namespace Cairn

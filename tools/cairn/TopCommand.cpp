@@ -133,7 +133,7 @@ int topCommand(Common const& common, TopArguments const& arguments) {
     EndBySignal const endBySignal;
     auto& loop = *Dunlin::schedulerRootDunlin;
     double const interval = arguments.interval;
-    bool const colour = wantsColour(common.colour, stdout);
+    bool const colour = wantsColour(common.colour);
     bool const once = arguments.once || common.json;
     Listing listing = common.listing();
     Samples before = takeSamples(common);
