@@ -1,9 +1,12 @@
 // `cairn watch`: follows route tables like `ip monitor`, through comings and goings of the writer.
 //
-// Callbacks only note which routes to look at. What is printed comes from comparing the table's
-// client-side picture with what was printed last, after each turn of the loop: so a burst prints
-// its outcome once, a reader that fell behind while its terminal or pipe was full prints the final
-// state, and a writer's restart prints what really differs. The writer never waits for any of it.
+// Callbacks only keep the last value of each route. What is printed comes from comparing that with
+// what was printed last, after each turn of the loop: so a burst prints its outcome once, a reader
+// that fell behind while its terminal or pipe was full prints the final state, and a writer's restart
+// prints what really differs. The writer never waits for any of it.
+//
+// With a filter the events are those of a table that holds only what passes: a route that enters it
+// is added, one that leaves it is deleted.
 #include "AnyTable.h"
 #include "Board.h"
 #include "Commands.h"
@@ -33,26 +36,65 @@ Row::List missingIn(Row::List const& with, Row::List const& without) {
     return missing;
 }
 
+// The names of outgoing interfaces by their index, read from the table beside the routes' own,
+// whether its writer lives or not.
+class InterfaceNames {
+public:
+    explicit InterfaceNames(std::string const& table)
+        : front_(table, Mroute::OifIndexIntfTable::typeName) {
+        Brisk::MapDescriptor reader;
+        reader.type = Brisk::BriskType::reader;
+        front_.init(reader);
+    }
+    // Takes up the table as it is now: the writer of the routes is another than before.
+    void renew() {
+        front_.detach(true);
+        refresh();
+    }
+    // Attaches again if that is needed. True if names given before may be wrong.
+    bool refresh() {
+        try {
+            if (front_.mountStatus() == Mem::MountStatus::unmounted) front_.attach("watch");
+        } catch (Dunlin::Exception const&) {
+            // Interfaces are called by their numbers until the table can be read.
+        }
+        auto const generation = front_.orielId();
+        if (generation == 0 || std::exchange(generation_, generation) == generation) return false;
+        return std::exchange(given_, false);
+    }
+    std::string operator()(OifIndex index) {
+        given_ = true;
+        bool found = false;
+        Mroute::OifIndexIntfTable::Value value;
+        front_.safeLookup(index, found, &value);
+        return found ? std::string(value.intf().stringValue()) : unknownInterface(index);
+    }
+
+private:
+    OifFront front_;
+    SharedMem::OrielId generation_ = 0;
+    bool given_ = false;
+};
+
 // One route table, and what was printed of it.
 class TableWatch {
 public:
     TableWatch(RouteTableName const& name, WatchArguments const& arguments,
                RouteFilter const& filter, Listing& listing)
         : name_(name), arguments_(arguments), filter_(filter), listing_(listing),
-          board_(name.route()), oifs_(name.oifIndexIntf(), Mroute::OifIndexIntfTable::typeName),
+          board_(name.route()), names_(name.oifIndexIntf()),
           routes_(name.route(), Mroute::RouteTable::typeName) {
-        Brisk::MapDescriptor reader;
-        reader.type = Brisk::BriskType::reader;
-        oifs_.init(reader);
-
-        auto const note = [this](Key const& key) { touched_.insert(key); };
-        routes_.keyNotifyIs(note);
-        routes_.valueNotifyIs([note](Route const& route) { note(route.key()); });
-        routes_.deleteNotifyIs(note);
+        routes_.valueNotifyIs([this](Route const& route) { touched_[route.key()] = route; });
+        // A shadow of keys has no values.
+        routes_.keyNotifyIs([this](Key const& key) { touched_[key] = routeNow(key); });
+        routes_.deleteNotifyIs([this](Key const& key) { touched_[key] = std::nullopt; });
         routes_.mountStatusNotifyIs([this] {
             statusTouched_ = true;
             // One writer may go and the next come within a turn of the loop.
-            if (!synchronised()) left_ = true;
+            if (synchronised()) return;
+            left_ = true;
+            for (auto& [key, route] : touched_) lastWords_[key] = std::move(route);
+            touched_.clear();
         });
         Brisk::MapDescriptor shadow;
         shadow.type = arguments.keys ? Brisk::BriskType::keyShadow : Brisk::BriskType::valueShadow;
@@ -69,20 +111,23 @@ public:
     void turn() {
         post();
         if (std::exchange(statusTouched_, false)) {
-            if (std::exchange(left_, false) && following_) end();
+            if (std::exchange(left_, false)) end();
             if (synchronised() && !following_) begin();
         }
         if (!following_) return;
+        members_ = routes_.members();
         if (U64 const walk = routes_.readerCounters().syncSequence; walk != lastWalk_) {
             lastWalk_ = walk;
-            status("resynchronised").add("routes", U64{routes_.members()});
+            status("resynchronised").add("routes", members_);
             emit();
         }
-        auto const touched = std::exchange(touched_, {});
-        for (Key const& key : touched) compare(key);
+        if (!arguments_.keys && names_.refresh()) compareAll();
+        compareEach(touched_);
     }
 
 private:
+    using Changes = std::map<Key, std::optional<Route>>; // no route: deleted
+
     bool synchronised() const { return routes_.mountStatus() == Mem::MountStatus::synchronised; }
 
     // At most once a second, and only when something else woke this process.
@@ -100,11 +145,39 @@ private:
     void begin() {
         following_ = true;
         touched_.clear();
+        names_.renew();
+        members_ = routes_.members();
         lastWalk_ = routes_.readerCounters().syncSequence;
         status("synchronised")
             .add("writer", writerOf(Mem::YokeRootPath(name_.route())).text())
-            .add("routes", U64{routes_.members()});
+            .add("routes", members_);
         emit();
+        silent_ = !begun_ && !arguments_.initial;
+        compareAll();
+        silent_ = false;
+        begun_ = true;
+    }
+    // The writer has gone; what was printed is kept for its successor.
+    void end() {
+        if (std::exchange(following_, false)) {
+            names_.refresh();
+            compareEach(lastWords_);
+            status("writer_gone").add("routes", members_);
+            emit();
+        }
+        lastWords_.clear();
+    }
+
+    std::optional<Route> routeNow(Key const& key) const {
+        bool found = false;
+        Mroute::RouteTable::Value value;
+        Route const route = *routes_.safeLookup(key, found, &value);
+        return found ? std::optional(route) : std::nullopt;
+    }
+    void compareEach(Changes& changes) {
+        for (auto const& [key, route] : std::exchange(changes, {})) compare(key, route);
+    }
+    void compareAll() {
         std::set<Key> gone;
         for (auto const& [key, seen] : printed_) gone.insert(key);
         Mroute::RouteTable::Value value;
@@ -113,71 +186,59 @@ private:
         for (bool more = table.first(value, hint); more;
              more = table.next(value.key(), value, hint)) {
             gone.erase(value.key());
-            if (begun_ || arguments_.initial)
-                compare(value.key());
-            else
-                printed_[value.key()] = look(value);
+            compare(value.key(), value);
         }
-        for (Key const& key : gone) compare(key);
-        begun_ = true;
-    }
-    // The writer has gone; what was printed is kept for its successor.
-    void end() {
-        following_ = false;
-        touched_.clear();
-        status("writer_gone").add("routes", U64{printed_.size()});
-        emit();
+        for (Key const& key : gone) compare(key, std::nullopt);
     }
 
-    SeenRoute look(Route const& route) {
+    // The route as it is printed; nothing if there is none or the filter keeps it back.
+    std::optional<SeenRoute> look(std::optional<Route> const& route) {
+        if (!route) return std::nullopt;
+        SeenRoute seen;
         if (arguments_.keys) { // the key alone is followed
-            SeenRoute seen;
-            seen.route.name = {name_.vrf, route.key().s().address(), route.key().g().address()};
-            seen.version = route.version();
-            return seen;
+            seen.route.name = {name_.vrf, route->key().s().address(), route->key().g().address()};
+            seen.version = route->version();
+        } else {
+            seen = describe(*route, name_.vrf, [this](OifIndex index) { return names_(index); });
         }
-        if (oifs_.mountStatus() == Mem::MountStatus::unmounted) oifs_.tryAttach();
-        return describe(route, name_.vrf, [this](OifIndex index) {
-            bool found = false;
-            Mroute::OifIndexIntfTable::Value value;
-            oifs_.safeLookup(index, found, &value);
-            return found ? std::string(value.intf().stringValue()) : unknownInterface(index);
-        });
+        bool const passes = arguments_.keys ? filter_.letsKey(seen.route.name) : filter_.lets(seen);
+        return passes ? std::optional(std::move(seen)) : std::nullopt;
     }
 
     // Prints how a route differs from what was last printed of it.
-    void compare(Key const& key) {
-        bool found = false;
-        Mroute::RouteTable::Value value;
-        Route const now = *routes_.safeLookup(key, found, &value);
+    void compare(Key const& key, std::optional<Route> const& route) {
+        auto const now = look(route);
         auto const before = printed_.find(key);
-        if (!found) {
-            if (before == printed_.end()) return;
-            auto const seen = std::move(before->second);
-            printed_.erase(before);
-            if (!lets(seen)) return;
-            event("deleted", seen);
-            if (!arguments_.keys)
-                row_.add("iif", seen.route.iif, Row::Hue::interface)
-                    .addEach("oif", "oifs", seen.route.oifs, Row::Hue::interface);
-            finish();
-            return;
-        }
-        SeenRoute const seen = look(now);
         if (before == printed_.end()) {
-            printed_[key] = seen;
-            if (!lets(seen)) return;
-            event("added", seen);
-            if (!arguments_.keys)
-                row_.add("iif", seen.route.iif, Row::Hue::interface)
-                    .addEach("oif", "oifs", seen.route.oifs, Row::Hue::interface)
-                    .addJoined("flags", seen.flags);
-            row_.add("version", U64{seen.version});
-            finish();
-            return;
+            if (!now) return;
+            printed_[key] = *now;
+            if (!silent_) added(*now);
+        } else if (!now) {
+            SeenRoute const old = std::move(before->second);
+            printed_.erase(before);
+            deleted(old);
+        } else if (SeenRoute const old = std::exchange(before->second, *now); old != *now) {
+            changed(old, *now);
         }
-        SeenRoute const old = std::exchange(before->second, seen);
-        if (old == seen || !(lets(old) || lets(seen))) return;
+    }
+
+    void added(SeenRoute const& seen) {
+        event("added", seen);
+        if (!arguments_.keys)
+            row_.add("iif", seen.route.iif, Row::Hue::interface)
+                .addEach("oif", "oifs", seen.route.oifs, Row::Hue::interface)
+                .addJoined("flags", seen.flags);
+        row_.add("version", U64{seen.version});
+        finish();
+    }
+    void deleted(SeenRoute const& seen) {
+        event("deleted", seen);
+        if (!arguments_.keys)
+            row_.add("iif", seen.route.iif, Row::Hue::interface)
+                .addEach("oif", "oifs", seen.route.oifs, Row::Hue::interface);
+        finish();
+    }
+    void changed(SeenRoute const& old, SeenRoute const& seen) {
         event("changed", seen);
         if (old.route.iif != seen.route.iif)
             row_.add("iif", seen.route.iif, Row::Hue::interface)
@@ -202,9 +263,6 @@ private:
         finish();
     }
 
-    bool lets(SeenRoute const& seen) const {
-        return arguments_.keys ? filter_.letsKey(seen.route.name) : filter_.lets(seen);
-    }
     void event(char const* what, SeenRoute const& seen) {
         row_ = Row();
         row_.add("event", std::string(what))
@@ -227,15 +285,18 @@ private:
     Listing& listing_;
     BoardEntry board_;
     double nextPost_ = 0;
-    OifFront oifs_;
+    InterfaceNames names_;
     RouteFront routes_;
-    std::set<Key> touched_;
+    Changes touched_;   // since the last turn
+    Changes lastWords_; // of a writer that has gone since
     std::map<Key, SeenRoute> printed_;
     Row row_;
+    U64 members_ = 0;
     bool statusTouched_ = true;
     bool left_ = false; // the table was not whole at some moment since the last turn
     bool following_ = false;
-    bool begun_ = false; // what the table holds was printed, or is known to the user
+    bool begun_ = false;  // what the table holds was printed, or is known to the user
+    bool silent_ = false; // printed_ is filled without a word
     U64 lastWalk_ = 0;
 };
 
@@ -254,8 +315,8 @@ int watchCommand(Common const& common, WatchArguments arguments) {
     RouteTableName name{true, value("vrf", "default"), value("name", "kernel")};
     if (!isDirectoryName(name.vrf) || !isDirectoryName(name.name))
         throw CommandError(badUse, "vrf and name are names");
-    Listing listing = common.listing();
     EndBySignal const endBySignal;
+    Listing listing = common.listing();
     std::vector<std::unique_ptr<TableWatch>> watches;
     for (bool const v4 : {true, false}) {
         if (!(v4 ? common.v4 : common.v6)) continue;
@@ -268,8 +329,8 @@ int watchCommand(Common const& common, WatchArguments arguments) {
     if (end > 0) timer = loop.timerAdd(arguments.seconds, [] {});
     while (!endBySignal.ended() && (end == 0 || loop.now() < end)) {
         for (auto const& watch : watches) watch->turn();
-        if (std::fflush(stdout) != 0 && !endBySignal.ended())
-            throw CommandError(badUse, fmt::format("output: {}", std::strerror(errno)));
+        if (std::fflush(stdout) != 0) // main says what the matter is
+            break;
         loop.runOnce(-1);
     }
     if (timer) loop.timerDel(timer);
