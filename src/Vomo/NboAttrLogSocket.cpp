@@ -44,19 +44,23 @@ int newSocket() {
 }
 
 // Moves bytes between a connection and a socket. `onEnd` is called once, when the peer has gone or
-// its stream was damaged; the pump is of no use then.
+// its stream was damaged; the pump is of no use then. A callback of the tree may close it: pump and
+// connection belong to `owner`, which stays as long as they are at work.
 class SocketPump {
 public:
     SocketPump(Dunlin::TaskSchedulerRoot& loop, int fd, Demuxer& connection,
-               std::function<void()> onEnd)
-        : loop_(loop), fd_(fd), connection_(connection), onEnd_(std::move(onEnd)) {
+               std::weak_ptr<void> owner, std::function<void()> onEnd)
+        : loop_(loop), fd_(fd), connection_(connection), owner_(std::move(owner)),
+          onEnd_(std::move(onEnd)) {
         connection_.onWaiting = [this] { watch(true); };
         watch(false);
     }
-    ~SocketPump() {
+    ~SocketPump() { close(); }
+    void close() {
+        if (fd_ < 0) return;
         connection_.onWaiting = nullptr;
         loop_.fdDel(fd_);
-        ::close(fd_);
+        ::close(std::exchange(fd_, -1));
     }
     SocketPump(SocketPump const&) = delete;
     SocketPump& operator=(SocketPump const&) = delete;
@@ -67,10 +71,12 @@ private:
                     [this](U32 events) { ready(events); });
     }
     void ready(U32 events) {
+        auto const keep = owner_.lock();
         // Without bytes, too: some may have come while the tree was at work.
         bool alive = (events & (EPOLLIN | EPOLLHUP | EPOLLERR)) ? receive() : apply({});
+        if (fd_ < 0) return;
         if (alive && (events & EPOLLOUT)) alive = send();
-        if (!alive) onEnd_(); // destroys this
+        if (!alive) onEnd_();
     }
     bool receive() {
         U8 buffer[65536];
@@ -104,23 +110,62 @@ private:
     Dunlin::TaskSchedulerRoot& loop_;
     int fd_;
     Demuxer& connection_;
+    std::weak_ptr<void> owner_;
     std::function<void()> onEnd_;
 };
 
 } // namespace
 
+class SocketServer::Body : public std::enable_shared_from_this<Body> {
+public:
+    Body(Dunlin::TaskSchedulerRoot& loop, std::string path, Ptr<Entity> root, bool readOnlyRemote)
+        : loop_(loop), path_(std::move(path)), root_(std::move(root)),
+          readOnlyRemote_(readOnlyRemote) {
+        bind();
+        listen();
+    }
+    void close();
+    std::size_t clients() const { return peers_.size(); }
+
+private:
+    friend class Peer;
+    void bind();
+    void listen() {
+        loop_.fdAdd(fd_, EPOLLIN, [this](U32) { accept(); });
+    }
+    void accept();
+    [[noreturn]] void fail();
+
+    Dunlin::TaskSchedulerRoot& loop_;
+    std::string path_;
+    Ptr<Entity> root_;
+    bool readOnlyRemote_;
+    int fd_ = -1;
+    Dunlin::TaskSchedulerRoot::TimerId timer_ = 0;
+    ConnectionGroup group_;
+    std::vector<std::unique_ptr<Peer>> peers_;
+};
+
 class SocketServer::Peer {
 public:
-    Peer(SocketServer& server, int fd)
+    Peer(Body& server, int fd)
         : connection_(Demuxer::Role::source, server.root_, server.readOnlyRemote_, &server.group_),
-          pump_(server.loop_, fd, connection_, [this, &server] {
+          pump_(server.loop_, fd, connection_, server.weak_from_this(), [this, &server] {
               // Not from within the pump's own callback.
               server.loop_.taskAdd(Dunlin::TaskSchedulerRoot::Priority::normal,
-                                   [&server, this, alive = server.alive_] {
-                                       if (*alive) server.drop(this);
+                                   [this, from = server.weak_from_this()] {
+                                       auto const it = from.lock();
+                                       if (it)
+                                           std::erase_if(it->peers_, [this](auto const& peer) {
+                                               return peer.get() == this;
+                                           });
                                    });
           }) {
         connection_.connectedIs(true);
+    }
+    void close() {
+        pump_.close();
+        connection_.connectedIs(false);
     }
 
 private:
@@ -128,9 +173,7 @@ private:
     SocketPump pump_;
 };
 
-SocketServer::SocketServer(Dunlin::TaskSchedulerRoot& loop, std::string path, Ptr<Entity> root,
-                           bool readOnlyRemote)
-    : loop_(loop), path_(std::move(path)), root_(std::move(root)), readOnlyRemote_(readOnlyRemote) {
+void SocketServer::Body::bind() {
     sockaddr_un const address = addressOf(path_);
     fd_ = newSocket();
     auto const* const where = reinterpret_cast<sockaddr const*>(&address);
@@ -145,31 +188,24 @@ SocketServer::SocketServer(Dunlin::TaskSchedulerRoot& loop, std::string path, Pt
         errno = EADDRINUSE;
         if (dead && ::unlink(path_.c_str()) == 0) bound = ::bind(fd_, where, sizeof address) == 0;
     }
-    if (!bound) fail();
-    if (::listen(fd_, 16) != 0) fail();
-    listen();
+    if (!bound || ::listen(fd_, 16) != 0) fail();
 }
 
-void SocketServer::fail() {
+void SocketServer::Body::fail() {
     std::string const why = errorText();
     ::close(fd_);
     Dunlin::fmthrow<Dunlin::InvalidInitializeException>("cannot serve at {}: {}", path_, why);
 }
 
-SocketServer::~SocketServer() {
-    *alive_ = false;
-    peers_.clear();
+void SocketServer::Body::close() {
+    for (auto const& peer : peers_) peer->close();
     loop_.timerDel(timer_);
     loop_.fdDel(fd_);
     ::close(fd_);
     ::unlink(path_.c_str());
 }
 
-void SocketServer::listen() {
-    loop_.fdAdd(fd_, EPOLLIN, [this](U32) { accept(); });
-}
-
-void SocketServer::accept() {
+void SocketServer::Body::accept() {
     int const fd = ::accept4(fd_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (fd >= 0) {
         peers_.push_back(std::make_unique<Peer>(*this, fd));
@@ -181,33 +217,49 @@ void SocketServer::accept() {
     }
 }
 
-void SocketServer::drop(Peer const* peer) {
-    std::erase_if(peers_, [&](auto const& p) { return p.get() == peer; });
+SocketServer::SocketServer(Dunlin::TaskSchedulerRoot& loop, std::string path, Ptr<Entity> root,
+                           bool readOnlyRemote)
+    : body_(std::make_shared<Body>(loop, std::move(path), std::move(root), readOnlyRemote)) {}
+SocketServer::~SocketServer() {
+    body_->close();
+}
+std::size_t SocketServer::clients() const {
+    return body_->clients();
 }
 
-class SocketClient::Pump : public SocketPump {
-    using SocketPump::SocketPump;
+class SocketClient::Body : public std::enable_shared_from_this<Body> {
+public:
+    Body(Dunlin::TaskSchedulerRoot& loop, std::string path, Ptr<Entity> root, double retrySeconds)
+        : connection(Demuxer::Role::mirror, std::move(root)), loop_(loop), path_(std::move(path)),
+          retrySeconds_(retrySeconds) {
+        addressOf(path_); // raises if it is none
+    }
+    void connect();
+    bool connected() const { return pump_ != nullptr; }
+    void close() {
+        closed_ = true;
+        loop_.timerDel(timer_);
+        if (pump_) pump_->close();
+        connection.connectedIs(false);
+    }
+
+    Demuxer connection;
+    unsigned connections = 0;
+
+private:
+    void retry() {
+        timer_ = loop_.timerAdd(retrySeconds_, [this] { connect(); });
+    }
+
+    Dunlin::TaskSchedulerRoot& loop_;
+    std::string path_;
+    double retrySeconds_;
+    std::unique_ptr<SocketPump> pump_;
+    Dunlin::TaskSchedulerRoot::TimerId timer_ = 0;
+    bool closed_ = false;
 };
 
-SocketClient::SocketClient(Dunlin::TaskSchedulerRoot& loop, std::string path, Ptr<Entity> root,
-                           double retrySeconds)
-    : loop_(loop), path_(std::move(path)), retrySeconds_(retrySeconds),
-      connection_(Demuxer::Role::mirror, std::move(root)) {
-    addressOf(path_);
-    connect();
-}
-
-SocketClient::~SocketClient() {
-    *alive_ = false;
-    loop_.timerDel(timer_);
-    pump_.reset();
-}
-
-void SocketClient::retry() {
-    timer_ = loop_.timerAdd(retrySeconds_, [this] { connect(); });
-}
-
-void SocketClient::connect() {
+void SocketClient::Body::connect() {
     sockaddr_un const address = addressOf(path_);
     int const fd = openSocket();
     if (fd < 0) FMTRACE(handler(), 0, "attribute log: no socket for {}: {}", path_, errorText());
@@ -216,16 +268,38 @@ void SocketClient::connect() {
         retry();
         return;
     }
-    ++connections_;
-    pump_ = std::make_unique<Pump>(loop_, fd, connection_, [this] {
-        loop_.taskAdd(Dunlin::TaskSchedulerRoot::Priority::normal, [this, alive = alive_] {
-            if (!*alive || pump_ == nullptr) return;
-            pump_.reset();
-            connection_.connectedIs(false);
-            retry();
+    ++connections;
+    pump_ = std::make_unique<SocketPump>(loop_, fd, connection, weak_from_this(), [this] {
+        loop_.taskAdd(Dunlin::TaskSchedulerRoot::Priority::normal, [from = weak_from_this()] {
+            auto const it = from.lock();
+            if (!it || it->closed_ || it->pump_ == nullptr) return;
+            it->pump_.reset();
+            it->connection.connectedIs(false);
+            it->retry();
         });
     });
-    connection_.connectedIs(true);
+    connection.connectedIs(true);
+}
+
+SocketClient::SocketClient(Dunlin::TaskSchedulerRoot& loop, std::string path, Ptr<Entity> root,
+                           double retrySeconds)
+    : body_(std::make_shared<Body>(loop, std::move(path), std::move(root), retrySeconds)) {
+    body_->connect();
+}
+SocketClient::~SocketClient() {
+    body_->close();
+}
+bool SocketClient::connected() const {
+    return body_->connected();
+}
+bool SocketClient::synced() const {
+    return body_->connection.synced();
+}
+void SocketClient::onSyncedIs(std::function<void()> f) {
+    body_->connection.onSynced = std::move(f);
+}
+unsigned SocketClient::connections() const {
+    return body_->connections;
 }
 
 } // namespace Vomo::NboAttrLog

@@ -7,7 +7,8 @@
 namespace Vomo::NboAttrLog {
 
 // Serves `root` at a socket of the file system; each client has a connection of its own. All calls
-// come from the loop's thread. Not to be destroyed from within a callback of the tree, but by a task.
+// come from the loop's thread. It may be destroyed at any time, also from within a callback of the
+// tree: the connections end there, and a message that is being applied is applied to its end.
 class SocketServer {
 public:
     // Raises Dunlin::InvalidInitializeException if the path cannot be bound. A socket that a dead
@@ -17,28 +18,16 @@ public:
     ~SocketServer();
     SocketServer(SocketServer const&) = delete;
     SocketServer& operator=(SocketServer const&) = delete;
-    std::size_t clients() const { return peers_.size(); }
+    std::size_t clients() const;
 
 private:
     class Peer;
-    void listen();
-    void accept();
-    void drop(Peer const* peer);
-    [[noreturn]] void fail();
-
-    Dunlin::TaskSchedulerRoot& loop_;
-    std::string path_;
-    Ptr<Entity> root_;
-    bool readOnlyRemote_;
-    int fd_ = -1;
-    Dunlin::TaskSchedulerRoot::TimerId timer_ = 0;
-    ConnectionGroup group_;
-    std::vector<std::unique_ptr<Peer>> peers_;
-    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+    class Body;
+    std::shared_ptr<Body> body_; // stays until no callback of a connection is on the stack
 };
 
-// Keeps `root` a mirror of what a server serves; connects again when it was cut off. Not to be
-// destroyed from within a callback of the tree, but by a task.
+// Keeps `root` a mirror of what a server serves; connects again when it was cut off. It may be
+// destroyed at any time, as a server may.
 class SocketClient {
 public:
     SocketClient(Dunlin::TaskSchedulerRoot& loop, std::string path, Ptr<Entity> root,
@@ -46,27 +35,17 @@ public:
     ~SocketClient();
     SocketClient(SocketClient const&) = delete;
     SocketClient& operator=(SocketClient const&) = delete;
-    bool connected() const { return pump_ != nullptr; }
+    bool connected() const;
     // All that the server held when they connected has come; what is changed here before may be lost.
-    bool synced() const { return connection_.synced(); }
+    bool synced() const;
     // Called each time that comes true.
-    void onSyncedIs(std::function<void()> f) { connection_.onSynced = std::move(f); }
+    void onSyncedIs(std::function<void()> f);
     // How often it has connected.
-    unsigned connections() const { return connections_; }
+    unsigned connections() const;
 
 private:
-    class Pump;
-    void connect();
-    void retry();
-
-    Dunlin::TaskSchedulerRoot& loop_;
-    std::string path_;
-    double retrySeconds_;
-    Demuxer connection_;
-    std::unique_ptr<Pump> pump_;
-    Dunlin::TaskSchedulerRoot::TimerId timer_ = 0;
-    unsigned connections_ = 0;
-    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+    class Body;
+    std::shared_ptr<Body> body_;
 };
 
 } // namespace Vomo::NboAttrLog

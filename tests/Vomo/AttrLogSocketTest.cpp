@@ -137,4 +137,53 @@ TEST(AttrLogSocket, AFileThatIsNoSocketStays) {
     ::unlink(path.c_str());
 }
 
+// Server and client in one loop; each of them ends from within a callback of its own.
+TEST(AttrLogSocket, EndsFromWithinItsCallbacks) {
+    struct Heard : Vomo::PtrInterface::NotifieeConst {
+        Heard(Config* c, std::function<void()> f) : then(std::move(f)) { notifierIs(c); }
+        void onAttribute(U32, void const*) override { then(); }
+        std::function<void()> then;
+    };
+    std::string const path = fmt::format("/tmp/attrlog-ends-{}.socket", ::getpid());
+    enum { clientInTree, clientWhenSynced, serverInTree, both, count };
+    for (int where = 0; where < count; ++where) {
+        SCOPED_TRACE(where);
+        Dunlin::TaskSchedulerRoot loop;
+        auto const source = configFactory("source"), mirror = configFactory("mirror");
+        for (U16 i = 0; i < 100; ++i) source->requestIs({19, i});
+        auto server = std::make_unique<SocketServer>(loop, path, source);
+        auto client = std::make_unique<SocketClient>(loop, path, mirror);
+        // Another connection of the same group.
+        auto const other = configFactory("other");
+        SocketClient const bystander(loop, path, other, 0.02);
+        auto const until = [&](auto&& holds) {
+            for (double const end = loop.now() + 20; loop.now() < end; loop.runOnce(0.05))
+                if (holds()) return true;
+            return false;
+        };
+        int calls = 0;
+        if (where == clientWhenSynced) client->onSyncedIs([&] { client.reset(); });
+        Heard const atMirror(mirror.ptr(), [&] {
+            if (where == clientInTree && ++calls == 50) client.reset();
+        });
+        if (where < serverInTree) {
+            ASSERT_TRUE(until([&] { return client == nullptr && bystander.synced(); }));
+            EXPECT_EQ(mirror->request().members(), where == clientInTree ? 50U : 100U);
+            ASSERT_TRUE(until([&] { return server->clients() == 1; })); // the other one goes on
+        } else {
+            ASSERT_TRUE(until([&] { return client->synced() && bystander.synced(); }));
+            Heard const atSource(source.ptr(), [&] {
+                server.reset();
+                if (where == both) client.reset();
+            });
+            mirror->requestIs({20, 1});
+            mirror->requestIs({20, 2});
+            ASSERT_TRUE(until([&] { return server == nullptr && !bystander.connected(); }));
+            EXPECT_TRUE(source->request({20, 1}));
+            EXPECT_FALSE(source->request({20, 2})); // did not come to be applied
+            EXPECT_NE(::access(path.c_str(), F_OK), 0);
+        }
+    }
+}
+
 } // namespace
