@@ -33,6 +33,8 @@ BriskWriter<Ops>::BriskWriter(Dunlin::Platform::DebugHandler& handler, std::stri
                                          .maxLag = d.maxLag},
              this),
       typeName_(type), criticalTaskCheck_(d.criticalTask) {
+    FMASSERT(d.initialSize != 0 || d.localMem,
+             "0 is not a valid initialization size for collection {} in writer mode", name);
     if (d.trackMemory) {
         table_.memory.enable();
         map_.buckets.trackMemory();

@@ -13,6 +13,12 @@ void BriskWriter<Ops>::assertNotResizing() const {
     FMASSERT(!resizing_, "Brisk reentrancy detected: {}", rootPath_.text());
 }
 
+template <class Ops>
+void BriskWriter<Ops>::assertAttached(char const* doing) const {
+    FMASSERT(this->initialized(), "{}: {} before initialize, or after detach", rootPath_.text(),
+             doing);
+}
+
 // Before an operation: no direct operation is open, and none is going on beneath this one.
 template <class Ops>
 template <class What>
@@ -73,6 +79,7 @@ SlotLink* BriskWriter<Ops>::takeSlot(U32 hash, SlotLink* prev, U32& index) {
 template <class Ops>
 auto BriskWriter<Ops>::write(Value const& value, bool overwrite) -> Value const* {
     decltype(auto) key = Ops::key(value);
+    assertAttached("writing");
     U32 const hash = this->ops_.hash(key);
     U32 const bucket = map_.bucketOf(hash);
     assertIdle("writing value", value);
@@ -138,6 +145,7 @@ void BriskWriter<Ops>::forAll(std::span<Item const* const> items, std::size_t by
         U32 hash;
         U32 slot;
     } coming[kept];
+    assertAttached("changing many entries");
     std::size_t const count = items.size();
     for (std::size_t turn = 0; turn < count + stage * stages; ++turn) {
         std::size_t at = turn; // the item that has come to the stage; beyond `count`, none
@@ -214,6 +222,7 @@ void BriskWriter<Ops>::maybeGrowBuckets() {
 // A writer that dies in between leaves its critical-section mark: its successor formats anew.
 template <class Ops>
 bool BriskWriter<Ops>::remove(Key const& key, Value& value) {
+    assertAttached("removing");
     U32 const hash = this->ops_.hash(key);
     U32 const bucket = map_.bucketOf(hash);
     assertIdle("removing key", key);
@@ -252,6 +261,7 @@ bool BriskWriter<Ops>::remove(Key const& key, Value& value) {
 template <class Ops>
 auto BriskWriter<Ops>::directWrite(Value const& value) -> Value* {
     decltype(auto) key = Ops::key(value);
+    assertAttached("modifying");
     U32 const hash = this->ops_.hash(key);
     U32 const bucket = map_.bucketOf(hash);
     assertIdle("modifying key", key);
@@ -281,6 +291,7 @@ auto BriskWriter<Ops>::directWrite(Value const& value) -> Value* {
 
 template <class Ops>
 auto BriskWriter<Ops>::directUpdate(Key const& key) -> Value* {
+    assertAttached("modifying");
     U32 const hash = this->ops_.hash(key);
     U32 const bucket = map_.bucketOf(hash);
     assertIdle("modifying key", key);

@@ -38,6 +38,7 @@ void ShadowHashMap<Key, Slot>::expect(U32 keys) {
         bucketsMem_.resize(Mem::multiplyOverflowCheck(std::size_t{1} << factor, sizeof(Slot*)));
     if (!moved) return; // it grows as it goes, or raises then
     resized(static_cast<Slot**>(moved));
+    counters_.shadowBucketGrows += factor - bucketFactor_; // each a doubling
     bucketFactor_ = factor;
     numBuckets_ = 1U << factor;
 }

@@ -89,6 +89,7 @@ TEST_F(Front, SettingsThatDoNotGoTogetherAreNamed) {
     heap.heap = true;
     fails(heap, "heap allocation in non-local mode not allowed");
     fails(MapDescriptor(0), "0 is not a valid initialization size for collection");
+    EXPECT_DEATH(detachedWriter(MapDescriptor(0)), "0 is not a valid initialization size for");
     TestMap front(name_, "TestValue");
     EXPECT_THROW(front.init(Mem::CollectionDescriptor{}), std::bad_cast);
     MapDescriptor shadow = shadowSettings(BriskType::valueShadow);
@@ -136,6 +137,28 @@ TEST_F(Front, AWriter) {
     EXPECT_FALSE(front.exists());
     EXPECT_FALSE(front.initialized());
     EXPECT_DEATH(front.cleanupAndDetach(), "trying to cleanup uninitialized brisk");
+}
+
+TEST_F(Front, AWriterThatHasNoTableSaysSo) {
+    auto w = detachedWriter();
+    TestValue value(TestKey(1), 1);
+    TestValue const* const values[] = {&value};
+    for (bool const after : {false, true}) {
+        SCOPED_TRACE(after);
+        struct {
+            char const* doing;
+            std::function<void()> what;
+        } const rows[] = {{"writing", [&] { w->write(value, true); }},
+                          {"removing", [&] { w->remove(value.key(), value); }},
+                          {"modifying", [&] { w->directWrite(value); }},
+                          {"modifying", [&] { w->directUpdate(value.key()); }},
+                          {"changing many entries", [&] { w->writeAll(values); }}};
+        for (auto const& row : rows)
+            EXPECT_DEATH(row.what(), std::string(row.doing) + " before initialize, or after");
+        w->initialize("test");
+        w->write(value, true);
+        w->detach(true);
+    }
 }
 
 TEST_F(Front, StandIns) {

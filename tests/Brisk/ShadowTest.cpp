@@ -302,6 +302,11 @@ TEST_P(Shadow, LooksWhileBeingTold) {
     ASSERT_TRUE(pump([&] { return c->synchronised() && c->asleep(); }));
     EXPECT_EQ(statuses, 4U); // flushing, unmounted, mounted, synchronised
     c->onStatus = Dunlin::noop;
+    // Of a table that is there the whole index is made at once: 2 buckets doubled nine times.
+    for (U32 id = 0; id < 1000; ++id) put(*w, id, 1);
+    auto const late = client();
+    ASSERT_TRUE(pump([&] { return late->asleep(); }));
+    EXPECT_EQ(late->front->readerCounters().shadowBucketGrows, 9U);
 }
 
 // Detach, and detach with a new attach, from inside each kind of callback.
