@@ -368,6 +368,36 @@ void refused(Life& t) {
     t.front().debugHandler().maskIs(Dunlin::Platform::DebugHandler::defaultMask);
 }
 
+// ---- another user ----
+
+// The table is root's, with the usual permissions: others read and follow it, and cannot write it.
+void otherUser(Life& t) {
+    if (::getuid() != 0) GTEST_SKIP() << "cannot become another user here";
+    ::chmod(t.base_.path().c_str(), 0755);
+    auto const w = t.writer();
+    t.put(*w, 1, t.truth[1] = 1);
+    Child child([&](Child&) {
+        if (::setgid(65534) != 0 || ::setuid(65534) != 0) return 1;
+        t.makeClient();
+        if (!t.role().writer()) {
+            t.c->init();
+            return t.turn([&] { return t.whole(); }) ? 0 : 2;
+        }
+        try {
+            t.c->init();
+        } catch (Dunlin::InvalidInitializeException const& error) {
+            return error.message().find(t.name_) != std::string::npos ? 0 : 3;
+        }
+        return 4;
+    });
+    bool ended = false;
+    loop().fdAdd(child.hearFd(), 1, [&](U32) { ended = true; });
+    EXPECT_TRUE(t.turn([&] { return ended; }));
+    loop().fdDel(child.hearFd());
+    EXPECT_EQ(child.join(), 0);
+    EXPECT_TRUE(w->validate());
+}
+
 // ---- damage ----
 
 void damaged(Life& t) {
@@ -468,6 +498,7 @@ std::vector<Row> rows() {
     add("RaisesOnStatus", every, [](Life& t) { raisesOnStatus(t, false); });
     add("RaisesOnQuiesced", every, [](Life& t) { raisesOnStatus(t, true); });
     add("Refused", {writerRole, valueRole, keyRole}, refused);
+    add("OtherUser", every, otherUser);
     add("Damaged", {readerRole, valueRole, keyRole}, damaged);
     struct {
         State state;
