@@ -41,6 +41,7 @@ public:
     virtual void yieldTimeIs(double const&) {}
     virtual U64 sequence() const { return 0; }
     virtual bool clientQuiesced(std::string const&) const { return false; }
+    virtual void flush() {}
     virtual Mem::YokeRootPath rootPath() const = 0;
     virtual std::string briskName() const = 0;
     virtual Mem::MountStatus mountStatus() const = 0;

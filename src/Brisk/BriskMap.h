@@ -80,6 +80,8 @@ public:
     virtual bool exists() const;
     virtual bool clientQuiesced(std::string const& readerName) const;
     virtual bool quiesced() const;
+    // See BriskWriter::flush; nothing for another role.
+    virtual void flush() { interface_->flush(); }
     virtual bool connected() const { return interface_->connected(); }
     virtual void criticalTaskCheckIs(bool on) { interface_->criticalTaskCheckIs(on); }
     virtual bool criticalTaskCheck() const { return interface_->criticalTaskCheck(); }

@@ -7,7 +7,14 @@
 // an operation; its successor finds it and formats anew. A writer that died between two operations
 // leaves a table that is kept with all its entries.
 //
-// All operations run on one thread. A CorruptionDetectedException in the midst of a change leaves the
+// All operations run on one thread, that of the event loop (Dunlin::schedulerRootDunlin). Readers hear
+// of changes whether or not it turns the loop: a change that comes more than 1 ms after the one before
+// lets new followers in and wakes those that have gone to sleep, and followers look themselves while
+// changes come closer together. What still needs the loop, or the descriptor of the loop in the
+// host's: callbacks, the giving back of memory after a shrink, and of the places in the queue that
+// all followers have passed; and the notice that the table's files were removed.
+//
+// A CorruptionDetectedException in the midst of a change leaves the
 // mark set; what is found before the change begins, or by a read, does not.
 #pragma once
 
@@ -71,6 +78,9 @@ public:
     BriskType type() const override { return BriskType::writer; }
     bool quiesced() const override { return queue_.quiesced(); }
     bool clientQuiesced(std::string const& name) const override;
+    // Lets in the followers that wait to be let in and wakes those that are behind, now. For a writer
+    // that is about to leave the loop unturned for long; not needed for any change to be heard.
+    void flush() override { queue_.wren().flush(); }
     Writer::Counters writerCounters() override;
     U64 sequence() const override { return queue_.sequence(); }
     Mem::YokeRootPath rootPath() const override { return rootPath_; }

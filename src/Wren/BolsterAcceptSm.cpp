@@ -123,6 +123,12 @@ void BolsterAcceptSm::tableDel(U32 tableId) {
     tables_.erase(tableId);
 }
 
+void BolsterAcceptSm::look() {
+    if (!listening_ || generation_ != Dunlin::forkGeneration()) return;
+    acceptAll();
+    for (auto at = strangers_.begin(); at != strangers_.end();) greet((at++)->first);
+}
+
 void BolsterAcceptSm::acceptAll() {
     for (;;) {
         Mem::Fd connection(

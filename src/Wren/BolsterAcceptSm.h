@@ -31,6 +31,8 @@ public:
     // them may connect from now on. Raises InvalidInitializeException if the socket cannot be made.
     void tableAdd(U32 tableId, U32 filesMode, Acceptor acceptor);
     void tableDel(U32 tableId);
+    // Lets in who waits, as the event loop would. Calls acceptors, and nothing else of the process.
+    void look();
 
 private:
     BolsterAcceptSm();

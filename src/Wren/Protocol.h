@@ -11,6 +11,11 @@ namespace Wren {
 
 inline constexpr U32 protocolVersion = 1;
 
+// A change that comes so many seconds after the one before it makes the writer take the messages
+// that wait for its event loop. A follower that has seen no change for `quietSeconds` after its
+// Sleep may rely on that. docs/doorbell.md proves that half the longer time covers the shorter one.
+inline constexpr double pauseSeconds = 0.001, quietSeconds = 3 * pauseSeconds;
+
 enum class Kind : U32 { hello = 1, welcome, refused, sleep, wake, progress };
 
 // Reader's first message: which table it wants to hear of.

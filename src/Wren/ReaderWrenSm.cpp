@@ -97,6 +97,7 @@ auto ReaderWrenSm::askClient(Call call) {
 void ReaderWrenSm::enable() {
     enabled_ = true;
     if (state_ == State::awake) postSlice();
+    lookLater(client_.wrenPosition());
     armTick();
 }
 
@@ -106,7 +107,8 @@ void ReaderWrenSm::disconnect() {
     state_ = State::idle;
     enabled_ = sleepUnsent_ = lagged_ = false;
     loop().timerDel(timer_);
-    timer_ = 0;
+    loop().timerDel(lookTimer_);
+    timer_ = lookTimer_ = 0;
 }
 
 void ReaderWrenSm::lost() {
@@ -121,7 +123,9 @@ void ReaderWrenSm::lost() {
 
 void ReaderWrenSm::notifyingIs(bool on) {
     notifying_ = on;
-    if (on && enabled_) postSlice();
+    if (!on || !enabled_) return;
+    postSlice();
+    lookLater(client_.wrenPosition());
 }
 
 void ReaderWrenSm::handleEvents(U32 events) {
@@ -169,6 +173,7 @@ void ReaderWrenSm::slice() {
                                 .position = client_.wrenPosition()};
         if (send(fd_.get(), progress)) ++sequencesSent_; // a full buffer: the next one tells more
     }
+    if (state == State::asleep) lookLater(client_.wrenPosition());
     bool const inBurst = state == State::asleep || client_.wrenPosition() - from >= burst;
     if (!drained || !notifying_ || (inBurst && moreComes(client_))) postSlice();
 }
@@ -198,6 +203,42 @@ void ReaderWrenSm::sendSleep() {
     }
     // Room in the socket is waited for only so long: it is there nearly always.
     if (std::exchange(sleepUnsent_, unsent) != unsent) watch(unsent ? EPOLLIN | EPOLLOUT : EPOLLIN);
+    lookLater(sleep.position);
+}
+
+// A writer that turns its loop seldom or never takes our message only with a change that comes after
+// a pause (WriterWrenSm::mustRing). So while its changes follow each other closely we look ourselves;
+// once we have seen none for `quietSeconds`, it wakes us at the next one. docs/doorbell.md tells why
+// no change falls in between.
+void ReaderWrenSm::lookLater(Sequence seen) {
+    seen_ = seen;
+    seenTicks_ = Dunlin::Rdtsc::ticks();
+    if (lookTimer_ == 0 && state_ != State::idle) armLook(quietSeconds);
+}
+
+void ReaderWrenSm::armLook(double seconds) {
+    lookTimer_ = loop().timerAdd(seconds, [this] {
+        lookTimer_ = 0;
+        look();
+    });
+}
+
+void ReaderWrenSm::look() {
+    bool const waits = state_ == State::greeted || state_ == State::asleep || sleepUnsent_;
+    if (!enabled_ || !notifying_ || !waits) return;
+    double const since =
+        static_cast<double>(Dunlin::Rdtsc::ticks() - seenTicks_) / Dunlin::Rdtsc::calibrationRate();
+    if (since < quietSeconds) {
+        armLook(quietSeconds - since);
+        return;
+    }
+    Sequence const head = client_.wrenHead();
+    if (head == seen_ && head <= client_.wrenPosition()) return;
+    lookLater(head);
+    lagged_ = false;
+    auto const alive = alive_;
+    // Works early, but sends no second Sleep: the token is with the writer.
+    if (!client_.wrenDrain(yieldTime_) && *alive && enabled_) postSlice();
 }
 
 void ReaderWrenSm::armTick() {

@@ -81,6 +81,9 @@ private:
     auto askClient(Call call);
     void tick();
     void armTick();
+    void look();
+    void lookLater(Sequence seen);
+    void armLook(double seconds);
     void lost();
 
     ReaderClient& client_;
@@ -96,6 +99,9 @@ private:
     U64 sequencesSent_ = 0;
     U64 lateWakes_ = 0;
     Dunlin::TaskSchedulerRoot::TimerId timer_ = 0;
+    Dunlin::TaskSchedulerRoot::TimerId lookTimer_ = 0;
+    Sequence seen_ = 0; // the head at the last look, and when that was over
+    U64 seenTicks_ = 0;
     std::shared_ptr<ReaderWrenSm*> alive_; // posted tasks look here first
 };
 

@@ -4,6 +4,8 @@
 #include "Wren/BolsterAcceptSm.h"
 #include "Wren/Protocol.h"
 
+#include <algorithm>
+#include <exception>
 #include <list>
 #include <sys/epoll.h>
 
@@ -14,6 +16,10 @@ Dunlin::TaskSchedulerRoot& loop() {
     return *Dunlin::schedulerRootDunlin;
 }
 U32 lastTableId = 0;
+double pause = pauseSeconds;
+
+// A reader's socket holds fewer.
+constexpr int messagesPerLook = 1000;
 
 } // namespace
 
@@ -23,7 +29,7 @@ struct WriterWrenSm::Reader {
     Sequence position = 0;
     bool synced = false;
     bool asleep = false;
-    bool failed = false; // a send failed: to be dropped at the next turn of the loop
+    bool failed = false; // to be dropped
 };
 
 struct WriterWrenSm::Impl {
@@ -55,12 +61,14 @@ void WriterWrenSm::doEnableListen(U32 filesMode) {
         tableId_, filesMode,
         [this](Mem::Fd connection, Hello const& hello) { accept(std::move(connection), hello); });
     impl_->listening = true;
+    pauseTicks_ = static_cast<U64>(pause * Dunlin::Rdtsc::calibrationRate()) + 1;
     impl_->queue.listening();
 }
 
 void WriterWrenSm::onDetach() {
     if (!impl_->listening) return;
     impl_->listening = false;
+    pauseTicks_ = 0;
     BolsterAcceptSm::bolsterAcceptSm().tableDel(tableId_);
     for (Reader const& reader : impl_->readers) loop().fdDel(reader.fd.get());
     impl_->readers.clear();
@@ -87,44 +95,59 @@ void WriterWrenSm::accept(Mem::Fd connection, Hello const& hello) {
         .fd = std::move(connection), .name = hello.name, .position = same ? hello.position : 0});
     FMTRACE(debugHandler(), 1, "reader {} at {}", hello.name, hello.position);
     loop().fdAdd(fd, EPOLLIN, [this, &reader](U32) { handleMessages(reader); });
-    checkQuiesced();
+    postCheck();
 }
 
-void WriterWrenSm::drop(Reader& reader) {
-    FMTRACE(debugHandler(), 1, "reader {} has gone", reader.name);
-    loop().fdDel(reader.fd.get());
-    if (reader.asleep) --sleepingReaders_;
-    impl_->readers.remove_if([&](Reader const& r) { return &r == &reader; });
+void WriterWrenSm::dropFailed() {
+    for (auto at = impl_->readers.begin(); at != impl_->readers.end();) {
+        auto const reader = at++;
+        if (!reader->failed) continue;
+        FMTRACE(debugHandler(), 1, "reader {} has gone", reader->name);
+        loop().fdDel(reader->fd.get());
+        if (reader->asleep) --sleepingReaders_;
+        impl_->readers.erase(reader);
+    }
 }
 
-void WriterWrenSm::handleMessages(Reader& reader) {
-    int const fd = reader.fd.get();
+// False if there is none, or if the connection has failed by it.
+bool WriterWrenSm::takeMessage(Reader& reader) {
     Message message;
-    Received const received = receive(fd, message);
-    if (received == Received::nothing) return;
+    Received const received = receive(reader.fd.get(), message);
+    if (received == Received::nothing) return false;
     bool const sleeps = message.kind == Kind::sleep;
     if (received == Received::closed || (!sleeps && message.kind != Kind::progress) ||
         message.position.position > impl_->queue.sequence() || reader.asleep) {
-        drop(reader);
-    } else {
-        ++sequencesProcessed_;
-        reader.position = message.position.position;
-        reader.synced = message.position.synced != 0;
-        if (sleeps && reader.position < impl_->queue.sequence()) {
-            ++wrens_;
-            if (!send(fd, Wake{.sequence = impl_->queue.sequence()})) drop(reader);
-        } else if (sleeps) {
-            // Nothing was announced since that look: the one thread does both.
-            reader.asleep = true;
-            ++sleepingReaders_;
-        }
+        reader.failed = true;
+        return false;
     }
+    ++sequencesProcessed_;
+    reader.position = message.position.position;
+    reader.synced = message.position.synced != 0;
+    if (sleeps && reader.position < impl_->queue.sequence()) {
+        ++wrens_;
+        reader.failed = !send(reader.fd.get(), Wake{.sequence = impl_->queue.sequence()});
+    } else if (sleeps) {
+        // Nothing was announced since that look: the one thread does both.
+        reader.asleep = true;
+        ++sleepingReaders_;
+    }
+    return !reader.failed;
+}
+
+void WriterWrenSm::handleMessages(Reader& reader) {
+    if (!takeMessage(reader) && !reader.failed) return;
+    dropFailed();
     auto const alive = impl_->alive; // the table's owner may end it when it hears of the quiet
     checkQuiesced();
     if (*alive && impl_->listening) impl_->queue.positionsChanged();
 }
 
 void WriterWrenSm::ring() {
+    if (sleepingReaders_ != 0) wakeSleepers();
+    if (sincePrevious_ >= pauseTicks_) flush();
+}
+
+void WriterWrenSm::wakeSleepers() {
     Wake const wake{.sequence = impl_->queue.sequence()};
     bool failed = false;
     for (Reader& reader : impl_->readers) {
@@ -135,8 +158,29 @@ void WriterWrenSm::ring() {
         if (!send(reader.fd.get(), wake)) reader.failed = failed = true;
     }
     sleepingReaders_ = 0;
-    // Dropping readers and telling of it would reach back into the table that is being changed.
+    // Telling of it would reach back into the table that is being changed.
     if (failed || impl_->lastQuiesced) postCheck();
+}
+
+// Also called in the midst of a change of the table, so what the table is to hear is posted.
+void WriterWrenSm::flush() {
+    if (!impl_->listening) return;
+    try {
+        BolsterAcceptSm::bolsterAcceptSm().look();
+    } catch (std::exception const& error) {
+        FMTRACE(debugHandler(), 0, "cannot let readers in: {}", error.what());
+    }
+    bool heard = false;
+    for (Reader& reader : impl_->readers)
+        for (int taken = 0; taken < messagesPerLook && takeMessage(reader); ++taken) heard = true;
+    heard |= std::any_of(impl_->readers.begin(), impl_->readers.end(),
+                         [](Reader const& r) { return r.failed; });
+    dropFailed();
+    if (heard) postCheck();
+}
+
+void WriterWrenSm::pauseIs(double seconds) {
+    pause = seconds;
 }
 
 void WriterWrenSm::postCheck() {
@@ -146,13 +190,7 @@ void WriterWrenSm::postCheck() {
         WriterWrenSm* const self = *alive;
         if (!self) return;
         self->impl_->checkPosted = false;
-        for (;;) {
-            auto const broken =
-                std::find_if(self->impl_->readers.begin(), self->impl_->readers.end(),
-                             [](Reader const& r) { return r.failed; });
-            if (broken == self->impl_->readers.end()) break;
-            self->drop(*broken);
-        }
+        self->dropFailed();
         self->checkQuiesced();
         if (*alive && self->impl_->listening) self->impl_->queue.positionsChanged();
     });

@@ -2,9 +2,11 @@
 // which of them sleep and want to be woken.
 //
 // All of it is private memory of the one thread that also advances the queue, so no wake-up is lost
-// and `notify` needs neither a fence nor a system call while all readers are awake.
+// and `notify` needs neither a fence nor a system call while all readers are awake. A writer that
+// never turns its event loop takes the readers' messages with its changes.
 #pragma once
 
+#include "Dunlin/Rdtsc.h"
 #include "Dunlin/Trace.h"
 #include "SharedMem/FileUtil.h"
 #include "SharedMem/OrielFile.h"
@@ -12,6 +14,7 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace Wren {
 
@@ -49,9 +52,23 @@ public:
     // Closes the connections of all readers and lets in no more.
     void onDetach();
 
-    // Wakes every sleeping reader. Ask `mustRing` first: it is one private word.
-    bool mustRing() const { return sleepingReaders_ != 0; }
+    // To be asked after each change, when it is published: whether `ring` has something to do. A
+    // reader sleeps, or this change comes after a pause, in which a message may have come that the
+    // event loop has not taken.
+    bool mustRing() {
+        if (pauseTicks_ == 0) return false; // not listening
+        U64 const now = Dunlin::Rdtsc::ticks();
+        sincePrevious_ = now - std::exchange(previousChange_, now);
+        return sleepingReaders_ != 0 || sincePrevious_ >= pauseTicks_;
+    }
+    // Wakes every sleeping reader and, after a pause, does what `flush` does. Calls nobody back and
+    // raises nothing.
     void ring();
+    // Takes the messages that wait for the event loop, lets new readers in, and wakes those that
+    // are behind. What the table is to hear of it, it hears from the event loop.
+    void flush();
+    // The pause, in seconds, for tables that listen from now on; a test may set 0.
+    static void pauseIs(double seconds);
 
     // The position of the reader that is furthest behind; `ifNone` without readers.
     Sequence slowest(Sequence ifNone) const;
@@ -73,7 +90,9 @@ private:
 
     void accept(Mem::Fd connection, Hello const& hello);
     void handleMessages(Reader& reader);
-    void drop(Reader& reader);
+    bool takeMessage(Reader& reader);
+    void dropFailed();
+    void wakeSleepers();
     void postCheck();
     void checkQuiesced();
 
@@ -81,6 +100,9 @@ private:
     std::unique_ptr<Impl> impl_;
     U32 tableId_;
     U32 sleepingReaders_ = 0;
+    U64 pauseTicks_ = 0; // 0: not listening
+    U64 previousChange_ = 0;
+    U64 sincePrevious_ = 0;
     U64 wrens_ = 0;
     U64 sequencesProcessed_ = 0;
 };

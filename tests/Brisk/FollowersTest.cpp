@@ -78,4 +78,43 @@ TEST_F(Followers, AClientOfAnotherUser) {
     }
 }
 
+// The writer turns its loop never, not even to let the followers in. Changes with pauses are rung, in
+// a row they are found; the slow look finds nothing to do.
+TEST_F(Followers, AWriterThatNeverTurnsItsLoop) {
+    Child writing([&](Child& self) {
+        auto const w = writer();
+        std::mt19937 random(3);
+        U64 stamp = 0;
+        for (S64 rounds = self.step(); rounds >= 0; rounds = self.step(static_cast<S64>(stamp)))
+            for (; rounds > 0; --rounds) {
+                ++stamp;
+                put(*w, static_cast<U32>(stamp % 50), stamp);
+                // On both sides of the pause that counts.
+                if (random() % 4 == 0) ::usleep(static_cast<unsigned>(random() % 2500));
+            }
+        return static_cast<int>(w->writerCounters().readers);
+    });
+    writing.hear();
+    Client values(name_, shadowSettings(BriskType::valueShadow));
+    Client keys(name_, shadowSettings(BriskType::keyShadow));
+    for (Client* const c : {&values, &keys}) c->init();
+    S64 last = 0;
+    std::mt19937 random(4);
+    for (int round = 0; round < 200; ++round) {
+        writing.tell(round < 20 ? 1 : static_cast<S64>(random() % 30));
+        last = writing.hear();
+        if (last == 0) continue;
+        auto const id = static_cast<U32>(last % 50);
+        auto const heard = [&](Client& c) { return c.known[id] == static_cast<U64>(last); };
+        ASSERT_TRUE(pump([&] { return heard(values) && heard(keys); }, 5)) << round;
+    }
+    for (Client* const c : {&values, &keys}) {
+        EXPECT_TRUE(c->front->connected());
+        EXPECT_EQ(c->shadow().lateWakes(), 0U);
+        EXPECT_EQ(c->shadow().resyncs(), 0U);
+    }
+    writing.tell(-1);
+    EXPECT_EQ(writing.join(), 2);
+}
+
 } // namespace

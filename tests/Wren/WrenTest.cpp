@@ -225,6 +225,71 @@ TEST_F(Doorbell, WhoBreaksTheProtocolLosesTheConnection) {
     }
 }
 
+// A writer that never turns its loop takes what has come with the next change after a pause (of no
+// length here), inside the change: nobody is called back before the loop is turned.
+TEST_F(Doorbell, AChangeTakesWhatTheLoopHasLeft) {
+    struct Pause {
+        Pause() { WriterWrenSm::pauseIs(0); }
+        ~Pause() { WriterWrenSm::pauseIs(pauseSeconds); }
+    } const none;
+    writer_.reset();
+    make();
+    U32 changes = 0;
+    auto const next = [&](bool flush) {
+        if (flush)
+            writer_->wren().flush();
+        else
+            change(1), ++changes;
+    };
+    auto& wren = writer_->wren();
+    Hello hello;
+    hello.tableId = address().tableId;
+    hello.orielId = oriel;
+    hello.position = 0;
+    Message message;
+    auto const heard = [&](Mem::Fd const& fd, Kind kind) {
+        return receive(fd.get(), message) == Received::message && message.kind == kind;
+    };
+    for (bool const flush : {false, true}) {
+        Mem::Fd const late = Support::dialed(address().socketName);
+        next(flush); // connected, not greeted
+        ASSERT_TRUE(send(late.get(), hello));
+        next(flush);
+        ASSERT_TRUE(heard(late, Kind::welcome));
+        EXPECT_EQ(message.welcome.sequence, changes);
+        ASSERT_TRUE(send(late.get(), Position{.kind = Kind::progress, .synced = 1, .position = 0}));
+        ASSERT_TRUE(send(late.get(), Position{.synced = 1, .position = changes}));
+        next(flush);
+        if (flush) {
+            EXPECT_EQ(wren.sleepingReaders(), 1U);
+            next(false);
+        }
+        EXPECT_TRUE(heard(late, Kind::wake));
+        EXPECT_EQ(message.wake.sequence, changes);
+        ASSERT_TRUE(send(late.get(), Position{.synced = 1, .position = 0})); // is behind already
+        next(flush);
+        EXPECT_TRUE(heard(late, Kind::wake));
+        ASSERT_TRUE(send(late.get(), Wake{})); // breaks the protocol
+        next(flush);
+        EXPECT_EQ(wren.readers(), 0U);
+        EXPECT_EQ(receive(late.get(), message), Received::closed);
+        EXPECT_EQ(quiet_.told, std::vector<bool>());
+    }
+    // One that has gone, and a corral that waits for it: that is for the loop.
+    {
+        Mem::Fd const gone = Support::dialed(address().socketName);
+        ASSERT_TRUE(send(gone.get(), hello));
+        next(false);
+        writer_->markShrinkStart();
+        next(false);
+        writer_->markShrinkEnd();
+    }
+    next(false);
+    EXPECT_EQ(wren.readers(), 0U);
+    EXPECT_NE(writer_->corralStart(), 0U);
+    ASSERT_TRUE(pump([&] { return writer_->corralStart() == 0; }));
+}
+
 // The writer's end played by hand: what it sends out of turn ends the connection, and a Sleep that
 // finds no room in the socket is kept until there is some.
 TEST_F(Doorbell, AReaderHoldsTheWriterToTheProtocol) {
