@@ -37,6 +37,8 @@ public:
     virtual bool connected() const { return false; }
     virtual Writer::Counters writerCounters() { return {}; }
     virtual Reader::Counters readerCounters() { return {}; }
+    // Takes what a writer that has gone has left to be told; see Mem::ReaderSentry::Notifiee.
+    virtual bool takeRest() { return true; }
     virtual void notifyingIs(bool) {}
     virtual void yieldTimeIs(double const&) {}
     virtual U64 sequence() const { return 0; }

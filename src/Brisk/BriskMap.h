@@ -101,6 +101,7 @@ public:
     std::string modeStr() const override;
     bool readerFullyAttached() const override;
     bool disconnectedActiveReader() const override;
+    bool takeRest() override { return interface_->takeRest(); }
     virtual std::string classType() const { return "BriskMap"; }
 
     // --- The table's contents. Damage goes to doCorruptionDetected: a lookup then answers "not
@@ -123,6 +124,8 @@ public:
     void handleRefused();
     // The first walk is complete.
     void shadowSynced();
+    // What a writer that has gone had left was told.
+    void shadowRestTaken();
     // Everything was told as gone.
     void shadowFlushed();
 

@@ -273,6 +273,11 @@ void BriskMap<Ops>::shadowSynced() {
 }
 
 template <class Ops>
+void BriskMap<Ops>::shadowRestTaken() {
+    if (mounter_) (*mounter_)(Mem::Sentry::eventRestTaken_, false);
+}
+
+template <class Ops>
 void BriskMap<Ops>::shadowFlushed() {
     if (detaching_) return; // `detach` does the rest
     installDummy();

@@ -44,6 +44,7 @@ public:
     bool quiesced() const override { return synced && syncer.done() && yarrowReader.quiesced(); }
     bool connected() const override { return wren.connected(); }
     Reader::Counters readerCounters() override;
+    bool takeRest() override { return BriskShadowBase::takeRest(); }
     void notifyingIs(bool on) override;
     void yieldTimeIs(double const& seconds) override;
     U64 sequence() const override { return counters_.sequence; }
@@ -73,6 +74,7 @@ private:
     std::string dumpHeaders() const override;
     void corruptionDetected(std::string const& message) override;
     void handleDisconnect() override;
+    void restTaken() override { map_->shadowRestTaken(); }
     void syncComplete() override;
     void flushComplete() override;
     void doFlushSlot(U32 slot) override;

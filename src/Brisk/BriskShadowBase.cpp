@@ -2,7 +2,10 @@
 
 #include "Dunlin/Exception.h"
 #include "Dunlin/Rdtsc.h"
+#include "Dunlin/TaskSchedulerRoot.h"
 #include "SharedMem/OwnerFile.h"
+
+#include <utility>
 
 namespace Brisk {
 namespace {
@@ -17,9 +20,12 @@ constexpr U32 prefetchedAhead = 8;
 BriskShadowBase::BriskShadowBase(Dunlin::Platform::DebugHandler& handler, char const* name,
                                  U32 flagsAre)
     : Debuggable(handler), shadowPath(name), flags(flagsAre), syncer(*this),
-      yarrowReader(handler, shadowPath), wren(handler, *this) {}
+      yarrowReader(handler, shadowPath), wren(handler, *this),
+      here_(std::make_shared<BriskShadowBase*>(this)) {}
 
-BriskShadowBase::~BriskShadowBase() = default;
+BriskShadowBase::~BriskShadowBase() {
+    *here_ = nullptr;
+}
 
 bool BriskShadowBase::initializeYarrow() {
     if (!yarrowReader.attach(sharedOrielId())) return false;
@@ -64,6 +70,7 @@ void BriskShadowBase::maybeEnableYarrow() {
     if (!runtime() || !syncer.done()) return;
     yarrowEnabled = wrenEnabled = true;
     wren.enable();
+    if (leaving_) postRest();
 }
 
 void BriskShadowBase::maybeConnect() {
@@ -79,11 +86,60 @@ void BriskShadowBase::maybeConnect() {
 
 void BriskShadowBase::stopAll() {
     wren.disconnect();
-    yarrowEnabled = wrenEnabled = false;
+    yarrowEnabled = wrenEnabled = leaving_ = false;
     yarrowReader.detach();
     syncer.stop();
     ++walkSerial_;
     quiescedReported = false;
+}
+
+// ---- what a writer has left behind ----
+
+bool BriskShadowBase::restLeft() const {
+    if (!runtime() || !notifying) return false;
+    return syncer.done() ? yarrowEnabled && yarrowReader.last() < rest_ : true;
+}
+
+bool BriskShadowBase::takeRest() {
+    // What a successor publishes in a table that it keeps is not waited for.
+    if (!std::exchange(leaving_, true)) rest_ = yarrowReader.head();
+    if (!restLeft()) return true;
+    postRest();
+    return false;
+}
+
+// One slice. A walk that is under way goes on by itself and comes back here when it is complete.
+void BriskShadowBase::postRest() {
+    if (std::exchange(restPosted_, true)) return;
+    Dunlin::schedulerRootDunlin->taskAdd(
+        Dunlin::TaskSchedulerRoot::Priority::normal, [here = here_] {
+            BriskShadowBase* const self = *here;
+            if (!self) return;
+            self->restPosted_ = false;
+            if (!self->leaving_ || !self->runtime()) return;
+            try {
+                if (self->restLeft() && self->syncer.done())
+                    self->wrenDrain(self->wren.yieldTime());
+            } catch (...) {
+                if (*here) self->postRest(); // what a client raises does not end it
+                throw;
+            }
+            if (!*here || !self->leaving_ || !self->runtime()) return;
+            if (!self->restLeft())
+                self->restTaken();
+            else if (self->syncer.done())
+                self->postRest();
+        });
+}
+
+// Files that a successor has replaced stop making sense to those who read the old ones: then what
+// could be taken from them was taken.
+void BriskShadowBase::unreadable(std::string const& message) {
+    yarrowEnabled = false;
+    wren.suspend();
+    if (!leaving_) return corruptionDetected(message);
+    FMTRACE(debugHandler(), 1, "{} the rest cannot be read: {}", shadowPath.text(), message);
+    postRest();
 }
 
 void BriskShadowBase::reportQuiesced(bool quiesced) {
@@ -93,7 +149,7 @@ void BriskShadowBase::reportQuiesced(bool quiesced) {
 }
 
 void BriskShadowBase::syncFailed(std::string const& message) {
-    corruptionDetected(message);
+    unreadable(message);
 }
 
 // A writer of another incarnation may have died before it announced its last change, and one that
@@ -143,13 +199,9 @@ bool BriskShadowBase::wrenDrain(double seconds) {
                 return false;
         }
     } catch (Dunlin::CorruptionDetectedException const& error) {
-        yarrowEnabled = false;
-        wren.suspend();
-        corruptionDetected(error.message());
+        unreadable(error.message());
     } catch (Dunlin::MemoryResourceException const& error) {
-        yarrowEnabled = false;
-        wren.suspend();
-        corruptionDetected(error.message());
+        unreadable(error.message());
     }
     return false;
 }

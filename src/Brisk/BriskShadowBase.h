@@ -31,8 +31,13 @@ public:
     U64 syncSlices() const { return syncer.slices(); }
 
     bool doSlot(Yarrow::BasicSlot slot, Wren::Sequence sequence, bool compare) override = 0;
+    // The writer has gone. True if the client has heard all that was published by then, as far as it
+    // wants to and as the files make sense. Otherwise the rest follows in slices, and `restTaken`
+    // after it. The files stay readable while they are mapped.
+    bool takeRest();
 
 protected:
+    virtual void restTaken() = 0;
     virtual void handleQuiesced(bool quiesced) = 0;
     virtual std::string dumpHeaders() const = 0;
     virtual void corruptionDetected(std::string const& message) = 0;
@@ -61,6 +66,8 @@ protected:
 
     // Maps the queue and starts the first walk. False if there is no queue of this generation.
     bool initializeYarrow();
+    // The writer is there after all.
+    void stay() { leaving_ = false; }
     // Connects to the table's writer if it listens.
     void maybeConnect();
     // Ends connection, queue and walk.
@@ -83,6 +90,9 @@ protected:
 
 private:
     void startWalk(bool asynchronous);
+    bool restLeft() const;
+    void postRest();
+    void unreadable(std::string const& message);
 
     // Of SyncerClient and ReaderClient.
     U32 syncBound() override;
@@ -101,6 +111,10 @@ private:
     U64 walkSerial_ = 0;
     U64 resyncs_ = 0;
     bool draining_ = false;
+    bool leaving_ = false; // the writer has gone, and the rest up to rest_ is being taken
+    bool restPosted_ = false;
+    Wren::Sequence rest_ = 0;
+    std::shared_ptr<BriskShadowBase*> here_; // posted tasks look here first
 };
 
 } // namespace Brisk

@@ -80,6 +80,7 @@ void BriskShadow<Ops>::takeBack() {
 template <class Ops>
 bool BriskShadow<Ops>::doInitialize(std::string const& event) {
     if (this->initialized()) {
+        stay();
         maybeConnect();
         return true;
     }

@@ -135,6 +135,7 @@ void ReaderSentry::examine(std::string const& event) {
         attachedTo_ = seen;
     try {
         if (notifiee_.readerFullyAttached() && (!there || !(seen == attachedTo_))) {
+            if (!notifiee_.takeRest()) return;
             FMTRACE(debugHandler(), 1, "{} event:{} writer {}", rootPath_.text(), event,
                     there ? "is another" : "has gone");
             attachedTo_ = {};

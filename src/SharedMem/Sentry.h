@@ -32,6 +32,7 @@ public:
     // pause lasts, as a lost connection and the end of a flush are.
     static constexpr char const* eventRefused_ = "refused";
     static constexpr char const* eventDamaged_ = "damaged";
+    static constexpr char const* eventRestTaken_ = "restTaken";
 
     virtual ~Sentry();
     Sentry(Sentry const&) = delete;
@@ -69,6 +70,9 @@ public:
         virtual SharedMem::OrielId orielId() const = 0;
         virtual void detach(bool force) = 0;
         virtual void attach(std::string const& event) = 0;
+        // Asked before a `detach` because the writer has gone: false if there is more to take from
+        // what it has left. The notifiee asks for another look when that is done.
+        virtual bool takeRest() { return true; }
         virtual bool localMem() const = 0;
         virtual std::string modeStr() const = 0;
         virtual bool readerFullyAttached() const = 0;

@@ -55,6 +55,7 @@ public:
     void notifyingIs(bool on);
     // How long one slice of taking notifications may last, in seconds.
     void yieldTimeIs(double const& seconds) { yieldTime_ = seconds; }
+    double yieldTime() const { return yieldTime_; }
 
     // Let in by the writer.
     bool connected() const { return state_ >= State::awake; }

@@ -117,4 +117,68 @@ TEST_F(Followers, AWriterThatNeverTurnsItsLoop) {
     EXPECT_EQ(writing.join(), 2);
 }
 
+// A writer goes while a follower is behind: what it had published is told before its end is.
+TEST_F(Followers, TheLastChangesOfAWriterAreTold) {
+    constexpr U32 keys = 5000, changes = 60'000;
+    enum class Behind { stopped, byRate, inItsWalk };
+    struct {
+        Behind behind;
+        bool killed;
+        BriskType type;
+        bool shrinks;
+    } const rows[] = {{Behind::stopped, false, BriskType::valueShadow, false},
+                      {Behind::stopped, true, BriskType::valueShadow, false},
+                      {Behind::stopped, false, BriskType::keyShadow, true},
+                      {Behind::byRate, false, BriskType::valueShadow, false},
+                      {Behind::byRate, true, BriskType::keyShadow, false},
+                      {Behind::inItsWalk, false, BriskType::valueShadow, false},
+                      {Behind::inItsWalk, true, BriskType::keyShadow, true}};
+    for (auto const& row : rows) {
+        int const number = static_cast<int>(&row - rows);
+        SCOPED_TRACE(number);
+        name_ = fmt::format("last/{}", number);
+        U32 const left = row.shrinks ? 100 : keys;
+        Child writing([&](Child& self) {
+            auto w = writer(writerSettings(row.shrinks));
+            for (U32 i = 0; i < keys; ++i) put(*w, i, i);
+            self.step();
+            for (U32 i = keys; i < changes; ++i) put(*w, i % keys, i);
+            for (U32 id = left; id < keys; ++id) drop(*w, id);
+            if (row.killed) ::kill(::getpid(), SIGKILL);
+            w.reset();
+            return 0;
+        });
+        writing.hear();
+        Child following([&](Child& self) {
+            auto settings = shadowSettings(row.type);
+            settings.asyncAlways = true;
+            Client c(name_, settings);
+            bool exact = false, ended = false;
+            c.onStatus = [&] {
+                if (c.front->mountStatus() == MountStatus::synchronised) return;
+                if (ended || c.statuses.find('3') == std::string::npos) return;
+                ended = true;
+                exact = c.known.size() == left;
+                for (auto const& [id, stamp] : c.known) exact &= stamp == changes - keys + id;
+            };
+            c.front->yieldTimeIs(1e-5);
+            c.init();
+            if (row.behind != Behind::inItsWalk && !pump([&] { return c.synchronised(); }))
+                return 1;
+            self.step();
+            if (!pump([&] { return ended; }, 20)) return 2;
+            if (!exact) return 3;
+            return pump([&] { return c.known.empty() && c.statuses.back() == '0'; }, 20) ? 0 : 4;
+        });
+        ASSERT_EQ(following.hear(), 0);
+        if (row.behind == Behind::byRate) following.tell(0);
+        if (row.behind == Behind::stopped) following.signal(SIGSTOP);
+        writing.tell(0);
+        EXPECT_EQ(writing.join(), row.killed ? 1000 + SIGKILL : 0);
+        if (row.behind != Behind::byRate) following.tell(0);
+        following.signal(SIGCONT);
+        EXPECT_EQ(following.join(), 0);
+    }
+}
+
 } // namespace
