@@ -11,10 +11,12 @@ namespace Wren {
 
 inline constexpr U32 protocolVersion = 1;
 
-// A change that comes so many seconds after the one before it makes the writer take the messages
-// that wait for its event loop. A follower that has seen no change for `quietSeconds` after its
-// Sleep may rely on that. docs/doorbell.md proves that half the longer time covers the shorter one.
-inline constexpr double pauseSeconds = 0.001, quietSeconds = 3 * pauseSeconds;
+// A change that comes so many seconds after the one before it makes the writer look for the messages
+// that wait for its event loop. A look that is over sooner than `longLookSeconds` is not counted as a
+// part of the next pause. A follower that has seen no change for `quietSeconds` after its Sleep may
+// rely on the writer. docs/doorbell.md tells why these numbers fit together.
+inline constexpr double pauseSeconds = 0.001, longLookSeconds = 10 * pauseSeconds,
+                        quietSeconds = 20 * pauseSeconds;
 
 enum class Kind : U32 { hello = 1, welcome, refused, sleep, wake, progress };
 

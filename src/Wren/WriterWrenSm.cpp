@@ -62,6 +62,7 @@ void WriterWrenSm::doEnableListen(U32 filesMode) {
         [this](Mem::Fd connection, Hello const& hello) { accept(std::move(connection), hello); });
     impl_->listening = true;
     pauseTicks_ = static_cast<U64>(pause * Dunlin::Rdtsc::calibrationRate()) + 1;
+    longLookTicks_ = static_cast<U64>(longLookSeconds / pauseSeconds) * pauseTicks_;
     impl_->queue.listening();
 }
 
@@ -144,7 +145,11 @@ void WriterWrenSm::handleMessages(Reader& reader) {
 
 void WriterWrenSm::ring() {
     if (sleepingReaders_ != 0) wakeSleepers();
-    if (sincePrevious_ >= pauseTicks_) flush();
+    if (sincePrevious_ < pauseTicks_) return;
+    flush();
+    // The look itself is no pause, or slow looks would follow each other.
+    U64 const end = Dunlin::Rdtsc::ticks();
+    if (end - previousChange_ < longLookTicks_) previousChange_ = end;
 }
 
 void WriterWrenSm::wakeSleepers() {

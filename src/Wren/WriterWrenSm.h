@@ -101,7 +101,8 @@ private:
     U32 tableId_;
     U32 sleepingReaders_ = 0;
     U64 pauseTicks_ = 0; // 0: not listening
-    U64 previousChange_ = 0;
+    U64 longLookTicks_ = 0;
+    U64 previousChange_ = 0; // or the end of the look that it led to
     U64 sincePrevious_ = 0;
     U64 wrens_ = 0;
     U64 sequencesProcessed_ = 0;
