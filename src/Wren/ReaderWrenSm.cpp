@@ -74,6 +74,7 @@ bool ReaderWrenSm::connect(SharedMem::BolsterInfo const& writer) {
     fd_ = std::move(fd);
     state_ = State::greeted;
     watch(EPOLLIN);
+    if (enabled_) lookLater(client_.wrenPosition());
     return true;
 }
 
