@@ -25,7 +25,8 @@ SlotWriterTable<Ops>::SlotWriterTable(Dunlin::Platform::DebugHandler& handlerIs,
         std::size_t const page = Mem::pageSize_;
         std::size_t const fit =
             page > Base::headerSize ? (page - Base::headerSize) / Base::slotSize : 0;
-        minSlots = fit == 0 ? 1 : static_cast<U32>(std::bit_floor(fit));
+        minSlots =
+            Mem::StepHooks::initialSlots(fit == 0 ? 1 : static_cast<U32>(std::bit_floor(fit)));
     }
 }
 

@@ -87,7 +87,8 @@ U32 BucketWriter<L>::attach(SharedMem::OrielId orielId) {
             memory_.detach();
         }
     }
-    std::size_t const size = Table::fileSize(initialNumBuckets);
+    numBuckets_ = Mem::StepHooks::initialBuckets(initialNumBuckets);
+    std::size_t const size = Table::fileSize(numBuckets_);
     void* const base = memory_.attachNew(size);
     if (!base)
         fmthrow<Dunlin::InvalidInitializeException>("cannot attach to shmem {} size:{}: {}",
@@ -101,8 +102,7 @@ U32 BucketWriter<L>::attach(SharedMem::OrielId orielId) {
 // Nobody else sees the file yet: no order is needed, but magic comes last all the same.
 template <class L>
 void BucketWriter<L>::format(SharedMem::OrielId orielId) {
-    numBuckets_ = initialNumBuckets;
-    log2NumBuckets_ = static_cast<U32>(std::countr_zero(initialNumBuckets));
+    log2NumBuckets_ = static_cast<U32>(std::countr_zero(numBuckets_));
     for (U32 i = 0; i < numBuckets_; ++i) {
         // The highest number is the last in bit-reversed order.
         bool const last = i == numBuckets_ - 1;

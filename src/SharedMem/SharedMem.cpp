@@ -43,6 +43,7 @@ void tailIsClosed([[maybe_unused]] void* base, [[maybe_unused]] std::size_t size
 std::atomic<std::size_t> bytesTracked{0};
 
 std::size_t lengthOf(int fd) {
+    StepHooks::look();
     struct stat status;
     return ::fstat(fd, &status) == 0 ? static_cast<std::size_t>(status.st_size) : 0;
 }
@@ -51,7 +52,8 @@ std::size_t lengthOf(int fd) {
 // `to` cuts it; the file's length stays. Where holes are not supported the pages just stay too;
 // their contents are never believed.
 void giveBack(int fd, std::size_t from, std::size_t to) {
-    std::size_t const start = roundToPage(from), end = roundToPage(to);
+    std::size_t const start = StepHooks::cutToTheByte() ? from : roundToPage(from);
+    std::size_t const end = roundToPage(to);
     if (start < end)
         ::fallocate(fd, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, static_cast<off_t>(start),
                     static_cast<off_t>(end - start));
@@ -79,6 +81,7 @@ SharedMemWrapper::~SharedMemWrapper() {
 std::size_t SharedMemWrapper::memSize() const {
     if (backing_ != Backing::file) return size_;
     if (fd_ >= 0) return lengthOf(fd_);
+    StepHooks::look();
     struct stat status;
     if (::stat(fileName_.c_str(), &status) != 0) return 0;
     return static_cast<std::size_t>(status.st_size);
@@ -86,6 +89,7 @@ std::size_t SharedMemWrapper::memSize() const {
 
 bool SharedMemWrapper::replaced() const {
     if (fd_ < 0) return false;
+    StepHooks::look();
     struct stat mine, named;
     if (::fstat(fd_, &mine) != 0 || ::stat(fileName_.c_str(), &named) != 0) return true;
     return mine.st_dev != named.st_dev || mine.st_ino != named.st_ino;
@@ -151,6 +155,7 @@ void SharedMemWrapper::closeFile() {
 void* SharedMemWrapper::mapDescriptor(std::size_t size, void const* hint) {
     int const protection = mode_ == Mode::writer ? PROT_READ | PROT_WRITE : PROT_READ;
     void* const range = hint ? nullptr : alignedRange(size);
+    StepHooks::look();
     void* const base = ::mmap(range ? range : const_cast<void*>(hint), size, protection,
                               range ? MAP_SHARED | MAP_FIXED : MAP_SHARED, fd_, 0);
     if (base == MAP_FAILED) {
@@ -257,6 +262,7 @@ void* SharedMemWrapper::remap(std::size_t size) {
         reason_ = fmt::format("the file has {} bytes, wanted {}", length, size);
         return nullptr;
     }
+    StepHooks::look();
     tailIsClosed(data_, size_, false);
     bool const aligned = size < hugePageSize_ || hugePageAligned(data_);
     void* base = aligned ? ::mremap(data_, size_, size, 0) : MAP_FAILED;

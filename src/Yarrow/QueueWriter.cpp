@@ -10,8 +10,15 @@ namespace {
 
 // A table starts with what fits one page; at least half of it is free after each compaction.
 std::size_t wantedSize(U32 live, U32 which) {
-    U64 const entries = std::min<U64>(2 * U64{live} + 64, 0xfffffff0U);
-    return Mem::roundToPage(TableView::fileSize(static_cast<U32>(entries), which));
+    U64 const free = live + U64{Mem::StepHooks::freeQueueEntries(64)};
+    U64 const entries = std::min<U64>(live + free, 0xfffffff0U);
+    std::size_t const size = TableView::fileSize(static_cast<U32>(entries), which);
+    return Mem::StepHooks::cutToTheByte() ? size : Mem::roundToPage(size);
+}
+
+// A table this many times as large as it needs to be gives memory back.
+std::size_t tooLarge() {
+    return Mem::StepHooks::cutToTheByte() ? 1 : 8;
 }
 
 } // namespace
@@ -375,7 +382,7 @@ void QueueWriter::compact(Sequence pruneThrough) {
 bool QueueWriter::reserveTable(U32 which, U32 live) {
     auto& file = files_[which];
     std::size_t const wanted = wantedSize(live, which);
-    if (file.mappedSize() < wanted || file.mappedSize() / 8 > wanted) {
+    if (file.mappedSize() < wanted || file.mappedSize() / tooLarge() > wanted) {
         bool const resized = file.resize(wanted) != nullptr;
         control_ = static_cast<ControlHeader*>(files_[0].data());
         if (!resized)
