@@ -267,7 +267,13 @@ bool BucketReader<L>::validate(SharedMem::OrielId orielId, std::string& error) c
         error = "bucket file is not mapped";
         return false;
     }
-    return Table::validate(*buckets, orielId, memory_.memSize(), error);
+    // The count may have doubled since the file was asked for its size: what looks too short then is
+    // judged again.
+    for (;;) {
+        auto const size = Mem::observe(buckets->size);
+        bool const sound = Table::validate(*buckets, orielId, memory_.memSize(), error);
+        if (sound || Mem::observe(buckets->size) == size) return sound;
+    }
 }
 
 template <class L>
