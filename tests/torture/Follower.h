@@ -18,11 +18,11 @@ namespace Support {
 // A shadow without its doorbell: what a client was told, from store and queue alone.
 template <U32 valueBytes>
 class FollowerOf : public Brisk::ShadowListener<TestKey, Stamped<valueBytes>> {
+public:
     using T = Table<valueBytes>;
     using Value = typename T::Value;
     using Ops = typename T::Ops;
 
-public:
     FollowerOf(char const* name, bool values)
         : reader_(quietTrace(), name, Ops{}, &counters_),
           queue_(quietTrace(), Mem::RootPath(name)) {
@@ -40,13 +40,16 @@ public:
     void walk() {
         Wren::Sequence const from = queue_.position();
         queue_.lastIs(from);
+        syncHead_ = Wren::syncPass;
         reader_.doResize();
         for (U32 slot = 0; slot < std::max(reader_.capacity(), store_->numSlots()); ++slot)
-            store_->doSlot(Yarrow::BasicSlot{slot}, Wren::syncPass, true);
+            doSlot(Yarrow::BasicSlot{slot}, Wren::syncPass, true);
         syncHead_ = queue_.head();
     }
-    void poll() {
-        while (true) {
+    void poll() { take(~0U); }
+    // Takes up to `max` notifications.
+    void take(U32 max) {
+        for (; max > 0; --max) {
             auto const taken = queue_.next();
             if (taken == Yarrow::QueueReader::Taken::none) return;
             if (taken == Yarrow::QueueReader::Taken::overtaken) {
@@ -54,11 +57,18 @@ public:
                 walk();
                 continue;
             }
-            store_->doSlot(queue_.slot(), queue_.sequence(), queue_.sequence() <= syncHead_);
+            doSlot(queue_.slot(), queue_.sequence(), queue_.sequence() <= syncHead_);
             queue_.done();
         }
     }
+    // The client hears that everything has gone.
+    void flush() {
+        for (U32 slot = 0; slot < store_->numSlots(); ++slot) store_->doFlushSlot(slot);
+    }
     bool sound() const { return store_->sound(); }
+    // Another generation is in the place of this one's table.
+    bool replaced() const { return reader_.replaced() || queue_.orielId() != reader_.orielId(); }
+    auto& queue() { return queue_; }
     // As if it were connected: the connection in its place holds the writer to what it promises.
     void counts() { queue_.countedFromIs(queue_.head()); }
 
@@ -67,24 +77,32 @@ public:
     U32 faults = 0; // deleted though not known, or torn
     U32 told = 0, overtakes = 0;
 
-private:
-    void shadowValue(Value const& value) override {
+protected:
+    virtual void doSlot(Yarrow::BasicSlot slot, Wren::Sequence sequence, bool compare) {
+        store_->doSlot(slot, sequence, compare);
+    }
+    virtual void toldValue(Value const& value) {
         if (!value.whole()) ++faults;
         known[value.key().id] = value.stamp();
         ++told;
     }
+    virtual void toldDelete(TestKey const& key) {
+        if (known.erase(key.id) == 0) ++faults;
+        deleted.push_back(key.id);
+    }
+    // What is mapped has been replaced, and does not change any more.
+    bool frozen() const { return reader_.replaced(); }
+
+private:
+    void shadowValue(Value const& value) override { toldValue(value); }
     void shadowKey(TestKey const& key) override {
         bool found = false;
         Value into;
         Value const* const value = store_->lookup(key, found, &into);
-        if (!found || !value->whole()) ++faults;
-        known[key.id] = value->stamp();
-        ++told;
+        if (!found) ++faults;
+        toldValue(*value);
     }
-    void shadowDelete(TestKey const& key) override {
-        if (known.erase(key.id) == 0) ++faults;
-        deleted.push_back(key.id);
-    }
+    void shadowDelete(TestKey const& key) override { toldDelete(key); }
 
     Ops ops_;
     Brisk::Reader::Counters counters_;

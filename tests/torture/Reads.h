@@ -19,11 +19,6 @@ struct Read {
         run;
 };
 
-inline S64 stampIn(State const& state, U32 key) {
-    auto const place = state.find(key);
-    return place == state.end() ? S64{-1} : S64{place->second};
-}
-
 inline ::testing::AssertionResult oneOf(char const* what, U32 key, S64 stamp, State const& before,
                                         State const& after) {
     if (stamp == stampIn(before, key) || stamp == stampIn(after, key))

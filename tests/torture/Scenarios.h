@@ -17,6 +17,12 @@ namespace Support {
 // Key number -> stamp of the record.
 using State = std::map<U32, U32>;
 
+// -1 for a key that is not there.
+inline S64 stampIn(State const& state, U32 key) {
+    auto const place = state.find(key);
+    return place == state.end() ? S64{-1} : S64{place->second};
+}
+
 template <U32 valueBytes>
 struct Table {
     using Value = Stamped<valueBytes>;
