@@ -117,6 +117,7 @@ public:
     bool assertOnOrphanAccess() const { return assertOnOrphanAccess_; }
     Mem::Sentry* mounter() const { return mounter_.get(); }
     MapDescriptor const& descriptor() const { return descriptor_; }
+    std::string const& typeName() const { return typeName_; }
 
     // --- Called by the shadow.
     void handleDisconnect() override;
@@ -130,6 +131,9 @@ public:
     void shadowFlushed();
 
 protected:
+    // For a front whose path comes later than itself: the name it has, and where it traces to until
+    // `init`. Not while it is initialized.
+    void nameIs(std::string const& name, std::shared_ptr<Dunlin::Platform::DebugHandler> handler);
     void interfaceIs(std::unique_ptr<Interface> interface);
     void installDummy();
     void silenceKeys();

@@ -37,6 +37,14 @@ BriskMap<Ops>::~BriskMap() {
 }
 
 template <class Ops>
+void BriskMap<Ops>::nameIs(std::string const& name,
+                           std::shared_ptr<Dunlin::Platform::DebugHandler> handler) {
+    FMASSERT(!initialized_, "name:{} already initialized, new name:{}", name_, name);
+    name_ = name;
+    handler_ = std::move(handler);
+}
+
+template <class Ops>
 void BriskMap<Ops>::interfaceIs(std::unique_ptr<Interface> interface) {
     retire(std::exchange(interface_, std::move(interface)));
 }

@@ -103,11 +103,13 @@ public:
     // file cannot grow, both with the table as it was.
     Value const* write(Value const& value, bool overwrite) override;
     // Writes the values one after the other, overwriting, and asks for the memory of each one ahead
-    // of its turn. What `write` raises ends it, with the values before that one written.
-    void writeAll(std::span<Value const* const> values);
+    // of its turn. What `write` raises ends it, with the values before that one written; `written`,
+    // if it is not null, counts them.
+    void writeAll(std::span<Value const* const> values, std::size_t* written = nullptr);
     bool remove(Key const& key, Value& value) override;
-    // Removes the keys one after the other, likewise; the number of those that were there.
-    U32 removeAll(std::span<Key const* const> keys);
+    // Removes the keys one after the other, likewise; the number of those that were there. Which,
+    // `removed` says, if it is not null: one word for each key that had its turn.
+    U32 removeAll(std::span<Key const* const> keys, bool* removed = nullptr);
     // The result points into the table; `out` is filled only with the default value of a miss.
     Value const* lookup(Key const& key, bool& found, void* out) const override;
     bool first(Value& value, IterHint& hint) const override;

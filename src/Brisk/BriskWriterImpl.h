@@ -116,20 +116,27 @@ auto BriskWriter<Ops>::write(Value const& value, bool overwrite) -> Value const*
 }
 
 template <class Ops>
-void BriskWriter<Ops>::writeAll(std::span<Value const* const> values) {
+void BriskWriter<Ops>::writeAll(std::span<Value const* const> values, std::size_t* written) {
     forAll(
         values, sizeof(Value), [](Value const& value) -> decltype(auto) { return Ops::key(value); },
-        [&](Value const& value) { write(value, true); });
+        [&](Value const& value) {
+            write(value, true);
+            if (written) ++*written;
+        });
 }
 
 template <class Ops>
-U32 BriskWriter<Ops>::removeAll(std::span<Key const* const> keys) {
-    U32 removed = 0;
+U32 BriskWriter<Ops>::removeAll(std::span<Key const* const> keys, bool* removed) {
+    U32 count = 0;
     Value old;
     forAll(
         keys, sizeof(Key), [](Key const& key) -> Key const& { return key; },
-        [&](Key const& key) { removed += remove(key, old); });
-    return removed;
+        [&](Key const& key) {
+            bool const wasThere = remove(key, old);
+            count += wasThere;
+            if (removed) *removed++ = wasThere;
+        });
+    return count;
 }
 
 // Calls `perform` with each item in its order, and asks for the memory of those that follow. What is

@@ -19,7 +19,7 @@
 namespace Mroute {
 
 // `Value` is what the table holds: ValueType with the same members and layout. `typeName` is the
-// name that stands in the files.
+// name that stands in the files, `attribute` that of the owner's attribute and of the directory.
 template <class ValueType, class KeyType>
 struct SharedTable {
     using Key = KeyType;
@@ -33,26 +33,33 @@ struct SharedTable {
 struct RouteTable
     : SharedTable<Brisk::Multicast::Fib::Route, Routing::Multicast::Fib::IpGenRouteKey> {
     static constexpr char const* typeName = "Brisk::Multicast::Fib::Route";
+    static constexpr char const* attribute = "route";
 };
 struct OifIndexIntfTable
     : SharedTable<Brisk::Multicast::Fib::OifIndexIntf, Brisk::Multicast::Fib::OifIndex> {
     static constexpr char const* typeName = "Brisk::Multicast::Fib::OifIndexIntf";
+    static constexpr char const* attribute = "oifIndexIntf";
 };
 struct BidirGroupTable : SharedTable<Brisk::Multicast::Fib::BidirGroup, Kelpie::IpGenPrefix> {
     static constexpr char const* typeName = "Brisk::Multicast::Fib::BidirGroup";
+    static constexpr char const* attribute = "bidirGroup";
 };
 struct DfProfileTable : SharedTable<Brisk::Multicast::Fib::DfProfile, Kelpie::IntfId> {
     static constexpr char const* typeName = "Brisk::Multicast::Fib::DfProfile";
+    static constexpr char const* attribute = "dfProfile";
 };
 struct CounterTable
     : SharedTable<Routing::Multicast::Fib::Counter, Routing::Multicast::Fib::IpGenRouteKey> {
     static constexpr char const* typeName = "Routing::Multicast::Fib::Counter";
+    static constexpr char const* attribute = "counter";
 };
 struct BitIndexMapTable : SharedTable<BitMapper::BitIndexMap, BitMapper::BitIndex> {
     static constexpr char const* typeName = "BitMapper::BitIndexMap";
+    static constexpr char const* attribute = "bitIndexMap";
 };
 struct WaitlistMapTable : SharedTable<BitMapper::WaitlistMap, BitMapper::BitMapperKey> {
     static constexpr char const* typeName = "BitMapper::WaitlistMap";
+    static constexpr char const* attribute = "waitlistMap";
 };
 
 } // namespace Mroute

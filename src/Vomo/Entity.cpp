@@ -130,8 +130,9 @@ void PtrInterface::NotifieeConst::notifierIs(PtrInterface* object, bool wantsZer
 }
 
 void Entity::parentIs(Ptr<Entity> const& parent) {
+    if (parent) handleParent(parent); // may refuse
     parent_ = parent.ptr();
-    handleParent(parent);
+    if (!parent) handleParent(parent);
 }
 
 Entity::~Entity() = default;

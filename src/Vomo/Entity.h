@@ -11,6 +11,9 @@
 namespace Vomo {
 
 struct Row;
+// An attribute's number.
+using AttributeId = U32;
+
 namespace Impl {
 struct CollectionAccess;
 } // namespace Impl
@@ -81,7 +84,8 @@ public:
     // That on the connection which `out` goes over, made if the peer has not heard of the entity.
     VomoNboAttrLogSa& vomoNboAttrLogSa(NboAttrLog::Out& out);
 
-    // The parent, which is not held; calls handleParent.
+    // The parent, which is not held. Calls handleParent, which may refuse a parent by raising: the
+    // link is then as it was. Without a parent the link is gone when handleParent is called.
     void parentIs(Ptr<Entity> const& parent);
     Entity* parent() const { return parent_; }
     // Before this is true no notifiee is called; a factory ends with it.
@@ -96,10 +100,8 @@ public:
     // How often the entity's tables were written, and how often a write changed something.
     U64 mutations() const { return mutations_; }
     U64 changes() const { return changes_; }
-    void mutationsInc(bool changed) {
-        ++mutations_;
-        changes_ += changed;
-    }
+    void mutationsInc() { ++mutations_; }
+    void changesInc() { ++changes_; }
 
 protected:
     Entity() = default;

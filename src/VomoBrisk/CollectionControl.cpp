@@ -43,8 +43,14 @@ Vomo::String CollectionControl::name() const {
 
 namespace VomoBrisk {
 
-Vomo::Ptr<CollectionControl> collectionControlFactory(Brisk::ControlBase* front) {
-    return Vomo::newEntity<CollectionControl>(front);
+void CollectionControl::entityRefIs(Vomo::Ptr<Vomo::Entity> const& entity) {
+    EntityOf::entityRefIs(entity);
+    if (!entity) front_ = nullptr;
+}
+
+Vomo::Ptr<CollectionControl> collectionControlFactory(Brisk::ControlBase* front,
+                                                      Vomo::Entity* entity) {
+    return Vomo::newEntity<CollectionControl>(front, entity);
 }
 
 } // namespace VomoBrisk

@@ -43,10 +43,14 @@ public:
     // The entity whose attribute the table is. It owns the control, so it is not held: when its last
     // reference goes it takes itself out with null.
     Vomo::Entity* entityRef() const { return entityRef_; }
-    void entityRefIs(Vomo::Ptr<Vomo::Entity> const& entity) { entityRef_ = entity.ptr(); }
+    virtual void entityRefIs(Vomo::Ptr<Vomo::Entity> const& entity) { entityRef_ = entity.ptr(); }
 
     // That of the entity; empty without one.
     Vomo::String name() const override;
+
+protected:
+    CollectionControl() = default;
+    explicit CollectionControl(Vomo::Entity* entity) : entityRef_(entity) {}
 
 private:
     friend EntityOf;
@@ -65,10 +69,14 @@ class CollectionControl
 public:
     enum Attr : U32 { quiescedAttr = 386 };
 
-    explicit CollectionControl(Brisk::ControlBase* front) : front_(front) {}
+    // `entity` is that whose attribute the table is. It may be under construction: no reference is
+    // taken.
+    explicit CollectionControl(Brisk::ControlBase* front, Vomo::Entity* entity = nullptr)
+        : EntityOf(entity), front_(front) {}
 
-    // The front of the table; not held.
+    // The front of the table, which is not held; null once the entity has taken itself out.
     Brisk::ControlBase* front() const { return front_; }
+    void entityRefIs(Vomo::Ptr<Vomo::Entity> const& entity) override;
     // A shadow has told its client everything that the queue held.
     bool quiesced() const { return quiesced_; }
     void quiescedIs(bool v) { assign(quiesced_, v, quiescedAttr); }
@@ -81,6 +89,7 @@ private:
     mutable Vomo::NotifieeList notifiees_;
 };
 
-Vomo::Ptr<CollectionControl> collectionControlFactory(Brisk::ControlBase* front);
+Vomo::Ptr<CollectionControl> collectionControlFactory(Brisk::ControlBase* front,
+                                                      Vomo::Entity* entity = nullptr);
 
 } // namespace VomoBrisk
