@@ -52,4 +52,28 @@ TEST_P(Interleave, EachPairOfOperationsAtEachPlace) {
     }
 }
 
+// Also while the table gets another size: what a reader judges by are words of one moment.
+TEST(InterleaveAttach, AReaderComesToASoundTableWhateverIsWrittenMeanwhile) {
+    TempBase const base;
+    for (auto const& scenario : scenarios<valueBytes>()) {
+        bool const resizes = scenario.name.find("growth") != std::string::npos ||
+                             scenario.name.find("shrink") != std::string::npos;
+        U32 step = 0;
+        for (bool more = resizes; more; ++step) {
+            Pair pair = prepared(scenario, "attach");
+            SCOPED_TRACE(fmt::format("{}, cut at step {}", scenario.name, step));
+            pair.reader->detach(false);
+            more = interrupted(
+                Mem::StepHooks::onLoad, step, [&] { scenario.run(*pair.writer); },
+                [&] { EXPECT_TRUE(pair.reader->initialize("test")); });
+            if (more && !HasFailure()) {
+                EXPECT_EQ(T::walked(*pair.reader), pair.after);
+            }
+            tidy(pair);
+            if (HasFailure()) return;
+        }
+        EXPECT_TRUE(!resizes || step > 100) << step;
+    }
+}
+
 } // namespace
