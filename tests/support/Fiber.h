@@ -1,7 +1,8 @@
 // A second stack of this thread: code that stops in the middle of anything and goes on later.
 //
 // An exception stays on the stack it was raised on: what a fiber runs catches its own. The runtime's
-// record of exceptions under way is the thread's, so each fiber keeps its part of it.
+// record of exceptions under way is the thread's, so each fiber keeps its part of it. ThreadSanitizer
+// is not told of the stacks: what runs on them is one thread.
 #pragma once
 
 #include <csetjmp>
@@ -12,8 +13,6 @@
 
 #if defined(__SANITIZE_ADDRESS__)
 #include <sanitizer/common_interface_defs.h>
-#elif defined(__SANITIZE_THREAD__)
-#include <sanitizer/tsan_interface.h>
 #endif
 
 namespace Support {
@@ -21,11 +20,7 @@ namespace Support {
 class Fiber {
 public:
     // The stack that runs now.
-    Fiber() : begun_(true) {
-#if defined(__SANITIZE_THREAD__)
-        tsan_ = __tsan_get_current_fiber();
-#endif
-    }
+    Fiber() : begun_(true) {}
     // Runs `body`, which never returns, on a stack of its own from the first switch on.
     explicit Fiber(std::function<void()> body)
         : body_(std::move(body)), stack_(new char[stackSize]), bottom_(stack_.get()),
@@ -35,14 +30,6 @@ public:
         context_.uc_stack.ss_size = stackSize;
         context_.uc_link = nullptr;
         ::makecontext(&context_, &Fiber::begin, 0);
-#if defined(__SANITIZE_THREAD__)
-        tsan_ = __tsan_create_fiber(0);
-#endif
-    }
-    ~Fiber() {
-#if defined(__SANITIZE_THREAD__)
-        if (stack_) __tsan_destroy_fiber(tsan_);
-#endif
     }
     Fiber(Fiber const&) = delete;
     Fiber& operator=(Fiber const&) = delete;
@@ -54,11 +41,9 @@ public:
         left_ = this;
 #if defined(__SANITIZE_ADDRESS__)
         __sanitizer_start_switch_fiber(&fakeStack_, to.bottom_, to.size_);
-#elif defined(__SANITIZE_THREAD__)
-        __tsan_switch_to_fiber(to.tsan_, 0);
 #endif
 #if defined(CAIRN_SANITIZED)
-        ::swapcontext(&context_, &to.context_); // which the sanitizers know
+        ::swapcontext(&context_, &to.context_); // which the sanitizer knows
 #else
         // Two system calls fewer than swapcontext makes.
         if (_setjmp(place_) == 0) {
@@ -104,7 +89,6 @@ private:
     bool begun_ = false;
     Exceptions exceptions_;
     [[maybe_unused]] void* fakeStack_ = nullptr;
-    [[maybe_unused]] void* tsan_ = nullptr;
 };
 
 } // namespace Support

@@ -20,6 +20,12 @@ using namespace Support;
 // Schedules that share a table, one after the other.
 constexpr U64 perTable = 64;
 
+#if defined(CAIRN_SANITIZED)
+constexpr U64 usualCount = 2'000;
+#else
+constexpr U64 usualCount = 20'000;
+#endif
+
 U64 underWay = 0;
 
 // An assertion of the table code ends the process: it leaves the number behind.
@@ -98,7 +104,7 @@ U64 fromEnvironment(char const* name, U64 usual) {
 TEST_F(Schedules, WhateverTheTurnsEveryReadIsTrueAndNothingIsLost) {
     U64 const fresh = soaking() ? U64{std::random_device{}()} << 24 : 0;
     U64 const first = fromEnvironment("CAIRN_SEED", fresh);
-    U64 const count = fromEnvironment("CAIRN_SCHEDULES", soaking() ? ~0ULL >> 8 : 20'000);
+    U64 const count = fromEnvironment("CAIRN_SCHEDULES", soaking() ? ~0ULL >> 8 : usualCount);
     std::string const fault = run(first, first + count);
     counted("{} random schedules from number {} on, {:.0f} a second: {} steps, {} slots moved, {} "
             "growths, {} shrinks, {} compactions, {} readers overtaken, {} new generations",
