@@ -14,7 +14,9 @@
 
 #include <algorithm>
 #include <csignal>
+#include <filesystem>
 #include <fstream>
+#include <sys/wait.h>
 #include <thread>
 
 using namespace Cairn;
@@ -375,6 +377,39 @@ TEST_F(ToolTest, CheckFindsDamageAndTouchesNothing) {
     }
     std::ofstream(slots, std::ios::binary | std::ios::trunc) << whole;
     EXPECT_EQ(tool.run({"check", table}).exitCode, 0);
+}
+
+TEST_F(ToolTest, CheckLeavesNoCopyHoweverItEnds) {
+    std::string text = "source,group,iif,oifs\n";
+    for (int i = 0; i < 10000; ++i)
+        text += fmt::format("10.0.0.1,239.{}.{}.1,eth0,eth1\n", i / 250, i % 250);
+    ASSERT_EQ(load("many.csv", text).exitCode, 0);
+    std::string const temporary = tool.path("tmp");
+    std::filesystem::create_directory(temporary);
+    ::setenv("TMPDIR", temporary.c_str(), 1);
+    EXPECT_EQ(tool.run({"-4", "check", "kernel/route"}).exitCode, 0);
+    EXPECT_TRUE(std::filesystem::is_empty(temporary));
+    for (int const signal : {SIGINT, SIGTERM, SIGHUP, SIGKILL}) {
+        SCOPED_TRACE(signal);
+        int code = 0;
+        for (int tries = 0; tries < 50 && code == 0; ++tries) { // until it is caught in the act
+            int const check = tool.start({"-4", "check", "kernel/route"});
+            auto const runs = [&] {
+                siginfo_t info{};
+                ::waitid(P_PID, static_cast<id_t>(check), &info, WEXITED | WNOHANG | WNOWAIT);
+                return info.si_pid == 0;
+            };
+            while (std::filesystem::is_empty(temporary) && runs()) std::this_thread::yield();
+            tool.signal(check, signal);
+            code = tool.wait(check);
+            // What no process can catch is followed by the removal, not preceded.
+            for (int i = 0; signal == SIGKILL && i < 1000; ++i, std::this_thread::sleep_for(10ms))
+                if (std::filesystem::is_empty(temporary)) break;
+            EXPECT_TRUE(std::filesystem::is_empty(temporary));
+        }
+        EXPECT_EQ(code, 128 + signal);
+    }
+    ::unsetenv("TMPDIR");
 }
 
 TEST_F(ToolTest, WritersTableIsNeitherCheckedNorRemoved) {
