@@ -76,6 +76,10 @@ TEST(RouteFile, FaultNamesFileLineAndReason) {
         {"{}", "f:1: not an array of routes"},
         {"[\n{\"dst\":\n", "f:3: not JSON: "},
         {"[{\"dst\":\"239.1.1.1\",\"table\":[]}]", "\"table\" is not a text"},
+        {"[{\"group\":\"239.1.1.1\",\"oifs\":7}]", "\"oifs\" is not an array"},
+        {"[{\"group\":\"239.1.1.1\",\"oifs\":[7]}]", "an entry of \"oifs\" is not a text"},
+        {"[{\"group\":\"239.1.1.1\",\"vrf\":\"a/b\"}]", "vrf \"a/b\" is not the name of a VRF"},
+        {head + "10.0.0.1,\x1b[2J,,\n", "group \"\\x1b[2J\" is not an IP address"},
     };
     for (auto const& row : rows) {
         SCOPED_TRACE(row.text);

@@ -63,12 +63,31 @@ std::vector<std::string> ToolRunner::command(std::vector<std::string> arguments)
     return arguments;
 }
 
-ToolResult ToolRunner::run(std::vector<std::string> arguments) const {
+ToolResult ToolRunner::run(std::vector<std::string> arguments, std::string const& inputFile) const {
+    return finish(command(std::move(arguments)), inputFile);
+}
+
+bool ToolRunner::canRunAsOther() {
+    if (::geteuid() != 0) return true;
+    return programExists("setpriv") && runProgram({"setpriv", "--reuid=65534", "--regid=65534",
+                                                   "--clear-groups", CAIRN_TOOL, "--version"},
+                                                  "/dev/null", {}, "/dev/null") == 0;
+}
+
+ToolResult ToolRunner::runAsOther(std::vector<std::string> arguments) const {
+    auto all = command(std::move(arguments));
+    if (::geteuid() == 0)
+        all.insert(all.begin(), {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"});
+    return finish(all, {});
+}
+
+ToolResult ToolRunner::finish(std::vector<std::string> const& command,
+                              std::string const& inputFile) const {
     static int count = 0;
     auto const out = path(fmt::format("out-{}", count));
     auto const err = path(fmt::format("err-{}", count++));
     ToolResult result;
-    result.exitCode = waitProgram(startProgram(command(std::move(arguments)), out, {}, err));
+    result.exitCode = waitProgram(startProgram(command, out, inputFile, err));
     result.out = contentsOf(out);
     result.err = contentsOf(err);
     fs::remove(out);

@@ -29,7 +29,12 @@ public:
     // A file of the given contents in the work directory; returns its path.
     std::string file(std::string const& name, std::string const& contents) const;
 
-    ToolResult run(std::vector<std::string> arguments) const;
+    // With a file for its standard input, if named.
+    ToolResult run(std::vector<std::string> arguments, std::string const& inputFile = {}) const;
+    // As somebody whom the modes of files and directories stop: root cannot be.
+    ToolResult runAsOther(std::vector<std::string> arguments) const;
+    static bool canRunAsOther();
+    std::vector<std::string> command(std::vector<std::string> arguments) const;
     // Starts it in the background; what is still running at the end is killed.
     // Its standard output goes to the named file in the work directory.
     int start(std::vector<std::string> arguments, std::string const& outputFile = "out");
@@ -43,7 +48,7 @@ public:
     bool shows(std::map<Cairn::RouteName, Cairn::NamedRoute> const& routes) const;
 
 private:
-    std::vector<std::string> command(std::vector<std::string> arguments) const;
+    ToolResult finish(std::vector<std::string> const& command, std::string const& inputFile) const;
     std::string work_, base_;
     std::vector<int> running_;
 };

@@ -188,6 +188,44 @@ TEST_F(WatchTest, FoldedEventsAreTheTable) {
     EXPECT_EQ(tool.wait(last), 0);
 }
 
+// A table that was removed and made again while nobody wrote it has fewer routes; and tables of other
+// writers and VRFs come while the watcher runs. It follows what `show` shows.
+TEST_F(WatchTest, FollowsWhatShowShowsAndTellsWhatWentMeanwhile) {
+    int const watch = tool.start({"-j", "watch", "--initial"}, "watched");
+    ASSERT_TRUE(told("watched", "waiting", 2));
+    auto const load = [&](std::string const& name, std::string const& text) {
+        int const writer =
+            tool.start({"mirror", "-q", "--name", name, "--from", tool.file(name + ".json", text)});
+        EXPECT_TRUE(await([&] {
+            auto const truth = shown();
+            return !truth.empty() && Folded(printed("watched")).table == truth;
+        }));
+        return writer;
+    };
+    auto const end = [&](int writer) {
+        tool.signal(writer, SIGTERM);
+        EXPECT_EQ(tool.wait(writer), 0);
+    };
+    int writer = load("kernel", R"([{"group": "239.1.1.1", "iif": "pimreg", "oifs": ["eth1"]},
+                                    {"group": "239.1.1.2", "oifs": ["eth1"]},
+                                    {"group": "239.1.1.3", "oifs": ["eth1"]}])");
+    end(writer);
+    ASSERT_TRUE(told("watched", "writer_gone", 1));
+    EXPECT_EQ(tool.run({"cleanup", "routing/multicast/routestatus/default/kernel/route"}).exitCode,
+              0);
+    writer = load("kernel", R"([{"group": "239.1.1.1", "iif": "eth0", "oifs": ["eth1"]}])");
+    EXPECT_TRUE(await([&] { return Folded(printed("watched")).table.size() == 1; }));
+    EXPECT_GE(Folded(printed("watched")).events.at("deleted"), 2u);
+    int const other = load("other", R"([{"group": "239.1.1.1", "vrf": "blue"},
+                                        {"group": "ff0e::1", "oifs": ["eth1"]}])");
+    EXPECT_TRUE(await([&] { return Folded(printed("watched")).table == shown(); }));
+    EXPECT_EQ(Folded(printed("watched")).table.size(), 3u);
+    end(writer);
+    end(other);
+    tool.signal(watch, SIGINT);
+    EXPECT_EQ(tool.wait(watch), 0);
+}
+
 TEST_F(WatchTest, InitialFiltersAndKeys) {
     int const writer = tool.start({"mirror", "-q", "--from", file});
     std::this_thread::sleep_for(1s);

@@ -3,7 +3,7 @@
 // A table is judged as its next writer would judge it, by the writer's own validator, but on a
 // copy: a writer that finds files unsound formats them anew, and a check must not. The table's
 // writer lock is held meanwhile, so that nobody changes what is being copied.
-#include "AnyTable.h"
+#include "Access.h"
 #include "Commands.h"
 
 #include "Dunlin/Util.h"
@@ -158,11 +158,17 @@ std::string exactTable(std::string name) {
     bool const plain = !name.empty() && parts.is_relative() &&
                        std::none_of(parts.begin(), parts.end(),
                                     [](fs::path const& p) { return p == ".." || p == "."; });
-    if (!plain) throw CommandError(badUse, fmt::format("\"{}\" is not the name of a table", name));
-    for (char const* file : {"slots", "buckets", "owner", "oriel"})
-        if (fs::is_regular_file(base + name + "/" + file)) return name;
-    throw CommandError(noTable, fmt::format("no table {} below {} (its whole name is needed)", name,
-                                            Dunlin::Util::baseDirectory()));
+    if (!plain)
+        throw CommandError(badUse,
+                           fmt::format("\"{}\" is not the name of a table", shortened(name)));
+    std::error_code error;
+    for (char const* file : {"slots", "buckets", "owner", "oriel"}) {
+        if (fs::is_regular_file(base + name + "/" + file, error)) return name;
+        if (error == std::errc::permission_denied) throw closedError(name);
+    }
+    throw CommandError(noTable,
+                       fmt::format("no table {} below {} (its whole name is needed)",
+                                   shortened(name), shortened(Dunlin::Util::baseDirectory())));
 }
 
 } // namespace
@@ -171,6 +177,8 @@ int checkCommand(Common const& common, std::string const& text) {
     Listing listing = common.listing();
     std::string const table = tableMeant(text, common.v4, common.v6);
     Mem::YokeRootPath const path(table);
+    // What may not be read cannot be judged.
+    if (auto const fault = faultOf(table); fault && fault->code != damaged) throw *fault;
     Progress const progress;
     SharedMem::OwnerFile owner(trace(), path, false);
     Mem::WriterLock::waitIs(0.2); // a writer that lives is not waited for
@@ -185,6 +193,7 @@ int checkCommand(Common const& common, std::string const& text) {
     U32 const generation = SharedMem::OrielFile(trace(), path, false).read();
     if (generation == 0) finding("the oriel file is missing or damaged");
     if (std::string why; !owner.validate(why)) finding("owner file: " + why);
+    if (!fs::exists(path.file("buckets"))) finding("its file buckets is missing");
     // A reader's suspicion; it may have met nothing worse than a writer beginning anew.
     bool const marked = fs::exists(path.file("corruption-detected"));
 

@@ -1,9 +1,7 @@
 // The command line of `cairn`: arguments in, exit code out.
-#include "AnyTable.h"
+#include "Access.h"
 #include "Commands.h"
-#include "KernelFeed.h"
 #include "Output.h"
-#include "RouteFile.h"
 #include "Signals.h"
 
 #include "Dunlin/Util.h"
@@ -11,8 +9,10 @@
 #include <CLI/CLI.hpp>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <fmt/format.h>
 #include <iostream>
+#include <numeric>
 
 namespace {
 
@@ -40,11 +40,59 @@ std::vector<std::string> arguments(int argc, char** argv) {
     return all;
 }
 
+// How many letters differ, are missing or too many.
+std::size_t distance(std::string const& a, std::string const& b) {
+    std::vector<std::size_t> row(b.size() + 1);
+    std::iota(row.begin(), row.end(), std::size_t{0});
+    for (std::size_t i = 1; i <= a.size(); ++i) {
+        std::size_t diagonal = std::exchange(row[0], i);
+        for (std::size_t j = 1; j <= b.size(); ++j)
+            diagonal = std::exchange(
+                row[j], std::min({diagonal + (a[i - 1] != b[j - 1]), row[j] + 1, row[j - 1] + 1}));
+    }
+    return row.back();
+}
+
+// Raises CommandError if the word where the command belongs is none, before the parser answers a
+// --help behind it. `all` is in the parser's order: the first word is the last.
+void requireCommand(CLI::App const& app, std::vector<std::string> const& all) {
+    for (std::size_t i = all.size(); i-- > 0;) {
+        std::string const& word = all[i];
+        if (word == "--") return;
+        if (word.starts_with('-')) {
+            auto const* const option = app.get_option_no_throw(word);
+            if (option && option->get_items_expected_min() > 0 && i > 0) --i; // its value
+            continue;
+        }
+        std::string nearest;
+        for (auto const* const command : app.get_subcommands({})) {
+            if (command->get_name() == word) return;
+            if (nearest.empty() || distance(word, command->get_name()) < distance(word, nearest))
+                nearest = command->get_name();
+        }
+        bool const near = distance(word, nearest) <= std::max<std::size_t>(2, nearest.size() / 2);
+        throw Cairn::CommandError(Cairn::badUse,
+                                  fmt::format("no command \"{}\"{}", Cairn::shortened(word),
+                                              near ? fmt::format("; did you mean {}?", nearest)
+                                                   : std::string("; cairn --help lists them")));
+    }
+}
+
+// What the help of a command says of the options that all commands take.
+std::string commonOptions(CLI::App const& app) {
+    std::vector<CLI::Option const*> options;
+    for (auto const* const option : app.get_options())
+        if (option->get_name() != "--help" && option->get_name() != "--version")
+            options.push_back(option);
+    return CLI::Formatter().make_group("Options of every command", false, options);
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     using namespace Cairn;
     openOutput();
+    catchCutFiles();
     CLI::App app{"Multicast routes in shared tables: mirror the kernel's, show, look up, inspect."};
     app.name("cairn");
     app.footer(footer);
@@ -55,9 +103,19 @@ int main(int argc, char** argv) {
         [](std::string& text) {
             double value = 0;
             bool const isNumber = CLI::detail::lexical_cast(text, value);
-            return isNumber && !std::isfinite(value) ? text + " is no number" : std::string();
+            return isNumber && !std::isfinite(value) ? text + " is not a number" : std::string();
         },
         "");
+
+    // A sign would be taken for a very large number.
+    CLI::Validator const isWhole(
+        [](std::string& text) {
+            bool const digits = !text.empty() && text.find_first_not_of("0123456789") == text.npos;
+            return digits ? std::string() : shortened(text) + " is not a whole number";
+        },
+        "");
+    CLI::Validator const isNotEmpty(
+        [](std::string& text) { return text.empty() ? "is empty" : std::string(); }, "");
 
     Common common;
     bool only4 = false, only6 = false;
@@ -71,15 +129,27 @@ int main(int argc, char** argv) {
         ->type_name("[=WHEN]");
     app.add_option("--base", base,
                    "Base directory of all tables; else CAIRN_BASE, else /dev/shm/cairn")
-        ->type_name("DIR");
+        ->type_name("DIR")
+        ->check(isNotEmpty);
     app.set_version_flag("-V,--version", "cairn " CAIRN_VERSION);
 
     int result = done;
-    auto const command = [&](char const* name, char const* what, std::function<int()> run) {
+    // Who reads needs the base directory; a watcher waits for one that nobody has named, and a writer
+    // makes it.
+    enum class Base { always, ifNamed, ifThere, never };
+    auto const command = [&](char const* name, char const* what, std::function<int()> run,
+                             Base needs = Base::always) {
         auto* const sub = app.add_subcommand(name, what);
         sub->fallthrough();
-        sub->callback([&, run] {
+        sub->footer([&app] { return commonOptions(app); });
+        sub->callback([&, run, needs] {
             if (!base.empty()) Dunlin::Util::baseDirectoryIs(base);
+            bool const named = !base.empty() || std::getenv("CAIRN_BASE");
+            bool const there = std::filesystem::exists(
+                std::filesystem::symlink_status(Dunlin::Util::baseDirectory()));
+            if (needs == Base::always || (needs == Base::ifNamed && named) ||
+                (needs == Base::ifThere && there))
+                requireBase();
             common.v4 = !only6;
             common.v6 = !only4;
             common.colour = colour == "always"  ? Colour::always
@@ -92,9 +162,9 @@ int main(int argc, char** argv) {
     };
 
     MirrorArguments mirror;
-    auto* const mirrorApp =
-        command("mirror", "Write the tables: keep them in step with the kernel, or with a file",
-                [&] { return mirrorCommand(common, mirror); });
+    auto* const mirrorApp = command(
+        "mirror", "Write the tables: keep them in step with the kernel, or with a file",
+        [&] { return mirrorCommand(common, mirror); }, Base::ifThere);
     auto* const from =
         mirrorApp
             ->add_option("--from", mirror.from,
@@ -116,6 +186,7 @@ int main(int argc, char** argv) {
             ->excludes(once);
     mirrorApp->add_option("--seed", mirror.seed, "Seed of the changes (1)")
         ->type_name("N")
+        ->check(isWhole)
         ->needs(churn);
     mirrorApp
         ->add_option("--settle", mirror.settleMs,
@@ -158,7 +229,7 @@ int main(int argc, char** argv) {
         "watch",
         "Follow routes as they are added, changed, deleted: [source PREFIX|*] [group PREFIX] "
         "[iif IF] [oif IF] [vrf VRF] [name NAME]",
-        [&] { return watchCommand(common, watch); });
+        [&] { return watchCommand(common, watch); }, Base::ifNamed);
     watchApp->add_option("filter", watch.words, "Keyword and value pairs")->type_name("");
     watchApp->add_flag("--initial", watch.initial, "Print what is there at first");
     watchApp->add_flag("--keys", watch.keys, "Keep keys alone, not routes; says that, not how");
@@ -205,21 +276,25 @@ int main(int argc, char** argv) {
         ->check(CLI::Range(0.1, 1e6))
         ->check(isFinite);
     probeApp->add_flag("--walk", probe.walk, "Walk over and over instead of looking up");
-    probeApp->add_option("--seed", probe.seed, "Seed of the order of lookups (1)")->type_name("N");
+    probeApp->add_option("--seed", probe.seed, "Seed of the order of lookups (1)")
+        ->type_name("N")
+        ->check(isWhole);
 
     std::string module, typeName, valueText, valueType;
-    command("types", "List the types: module, kind, size, attributes, default",
-            [&] { return typesCommand(common, module); })
+    command(
+        "types", "List the types: module, kind, size, attributes, default",
+        [&] { return typesCommand(common, module); }, Base::never)
         ->add_option("module", module, "One module's types only")
         ->type_name("MODULE");
-    command("type", "One type in full: every attribute with number, kind, type and default",
-            [&] { return typeCommand(common, typeName); })
+    command(
+        "type", "One type in full: every attribute with number, kind, type and default",
+        [&] { return typeCommand(common, typeName); }, Base::never)
         ->add_option("name", typeName, "Its full name, Multicast::Group::GroupKey")
         ->type_name("NAME")
         ->required();
-    auto* const valueApp =
-        command("value", "Read a value's text form and print it back, or say where it is wrong",
-                [&] { return valueCommand(common, valueText, valueType); });
+    auto* const valueApp = command(
+        "value", "Read a value's text form and print it back, or say where it is wrong",
+        [&] { return valueCommand(common, valueText, valueType); }, Base::never);
     valueApp->add_option("text", valueText, "\"Value('Type', ** {...})\"")
         ->type_name("TEXT")
         ->required();
@@ -237,21 +312,18 @@ int main(int argc, char** argv) {
         return failed ? say(badUse, "cannot write the output") : code;
     };
     try {
-        app.parse(arguments(argc, argv));
+        auto all = arguments(argc, argv);
+        requireCommand(app, all);
+        app.parse(all);
         return flushed(result);
     } catch (CLI::ParseError const& e) {
-        return app.exit(e) == 0 ? flushed(done) : badUse;
-    } catch (CommandError const& e) {
-        return say(e.code, e.what());
-    } catch (RouteFileError const& e) {
-        return say(badUse, e.what());
-    } catch (KernelError const& e) {
-        return say(badUse, e.what());
-    } catch (Dunlin::CorruptionDetectedException const& e) {
-        return say(damaged, e.what());
-    } catch (Dunlin::Exception const& e) {
-        return say(noTable, e.what());
-    } catch (std::exception const& e) {
-        return say(badUse, e.what());
+        if (e.get_exit_code() == 0) { // --help and --version
+            app.exit(e);
+            return flushed(done);
+        }
+        return say(badUse, fmt::format("{} (cairn COMMAND --help says more)", e.what()).c_str());
+    } catch (...) {
+        auto const error = errorOfException();
+        return say(error.code, error.what());
     }
 }

@@ -1,5 +1,5 @@
 // `cairn mirror`: the writer. Fed by the kernel or by a file, until a signal ends it.
-#include "AnyTable.h"
+#include "Access.h"
 #include "Churn.h"
 #include "Commands.h"
 #include "KernelMirror.h"
@@ -169,7 +169,11 @@ int mirrorCommand(Common const& common, MirrorArguments const& arguments) {
     });
     std::signal(SIGPIPE, SIG_IGN); // who reads stderr may go, and the tables be written on
     EndBySignal const endBySignal;
-    Mirror(arguments, common, endBySignal).run();
+    try {
+        Mirror(arguments, common, endBySignal).run();
+    } catch (Dunlin::Exception const&) {
+        throw errorOfException("tables " + arguments.name);
+    }
     return done;
 }
 

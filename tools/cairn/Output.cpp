@@ -37,19 +37,33 @@ bool wantsColour(Colour colour) {
 }
 
 void complain(std::string const& line) {
-    std::fputs((line + "\n").c_str(), stderr);
+    std::fputs((printable(line) + "\n").c_str(), stderr);
 }
 
 std::string printable(std::string_view text) {
     std::string safe;
-    for (char const c : text) {
-        auto const byte = static_cast<U8>(c);
-        if (byte < 0x20 || byte == 0x7f)
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        auto const byte = static_cast<U8>(text[i]);
+        // The second set of control characters, in UTF-8.
+        bool const pair = byte == 0xc2 && i + 1 < text.size() &&
+                          static_cast<U8>(text[i + 1]) >= 0x80 &&
+                          static_cast<U8>(text[i + 1]) < 0xa0;
+        if (pair)
+            safe += fmt::format("\\x{:02x}\\x{:02x}", byte, static_cast<U8>(text[++i]));
+        else if (byte < 0x20 || byte == 0x7f)
             safe += fmt::format("\\x{:02x}", byte);
         else
-            safe += c;
+            safe += text[i];
     }
     return safe;
+}
+
+std::string shortened(std::string_view text) {
+    constexpr std::size_t longest = 120;
+    if (text.size() <= longest) return printable(text);
+    std::size_t cut = longest - 3;
+    while (cut > 0 && (static_cast<U8>(text[cut]) & 0xc0) == 0x80) --cut; // whole characters
+    return printable(text.substr(0, cut)) + "...";
 }
 
 std::string Row::text(bool colour) const {
@@ -98,6 +112,12 @@ void Listing::print(Row const& row) {
     else
         fmt::print(stream_, "{}\n", row.text(colour_));
     ++rows_;
+}
+
+Listing* Listing::present = nullptr;
+
+void Listing::finishAll() {
+    for (Listing* listing = present; listing; listing = listing->outer_) listing->finish();
 }
 
 void Listing::finish() {

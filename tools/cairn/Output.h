@@ -20,8 +20,10 @@ bool wantsColour(Colour colour);
 // A text made safe for a terminal: control characters as \xNN. Names come from files that any
 // process may have written.
 std::string printable(std::string_view text);
+// The same for a message: cut where it is longer than such a text should be.
+std::string shortened(std::string_view text);
 
-// Writes a line to stderr. A stderr that cannot be written to stops nobody.
+// Writes a line to stderr, made safe for a terminal. A stderr that cannot be written to stops nobody.
 void complain(std::string const& line);
 
 class Row {
@@ -63,14 +65,19 @@ private:
 class Listing {
 public:
     Listing(std::FILE* stream, bool json, bool colour)
-        : stream_(stream), json_(json), colour_(colour) {}
-    ~Listing() { finish(); }
+        : stream_(stream), json_(json), colour_(colour), outer_(std::exchange(present, this)) {}
+    ~Listing() {
+        finish();
+        present = outer_;
+    }
     Listing(Listing const&) = delete;
     Listing& operator=(Listing const&) = delete;
 
     void print(Row const& row);
     void finish();
     std::size_t rows() const { return rows_; }
+    // Closes the array of a listing that is under way, for who ends the process from elsewhere.
+    static void finishAll();
 
 private:
     std::FILE* stream_;
@@ -78,6 +85,8 @@ private:
     bool colour_;
     bool finished_ = false;
     std::size_t rows_ = 0;
+    Listing* outer_;
+    static Listing* present;
 };
 
 } // namespace Cairn

@@ -1,6 +1,6 @@
 // `cairn probe`: reads a route table at full speed beside its writer and says each second what it
 // met. What it reads is checked: a record under a key must be of that key.
-#include "AnyTable.h"
+#include "Access.h"
 #include "Board.h"
 #include "Commands.h"
 #include "Signals.h"
@@ -49,8 +49,12 @@ public:
     Probe(std::string table, ProbeArguments const& arguments, EndBySignal const& endBySignal)
         : arguments_(arguments), endBySignal_(endBySignal), table_(std::move(table)), path_(table_),
           random_(arguments.seed) {
-        if (!attached()) throw CommandError(noTable, fmt::format("table {}: not readable", table_));
-        collectKeys();
+        front_ = openTable<Mroute::RouteTable>(table_);
+        try {
+            collectKeys();
+        } catch (...) {
+            throw errorOfException("table " + table_);
+        }
     }
 
     // Reads until `end`.
@@ -135,15 +139,19 @@ private:
 std::string largestTable(Common const& common) {
     std::string largest;
     U64 most = 0;
-    for (auto const& table : tablesPresent()) {
+    auto const [tables, closed] = tablesPresent();
+    for (auto const& table : tables) {
         auto const name = RouteTableName::ofRoute(table);
         if (!name || !(name->v4 ? common.v4 : common.v6)) continue;
-        auto const front = readingFront<Mroute::RouteTable>(table);
-        if (front && (largest.empty() || front->members() > most)) {
+        // Of tables that cannot be read the first is chosen if there are no others, to say why.
+        auto const header = faultOf(table) ? std::nullopt : headerOf(Mem::YokeRootPath(table));
+        U64 const entries = header ? header->occupiedSlots + U64{1} : 0;
+        if (largest.empty() || entries > most) {
             largest = table;
-            most = front->members();
+            most = entries;
         }
     }
+    if (largest.empty() && !closed.empty()) throw closedError(closed.front());
     if (largest.empty())
         throw CommandError(noTable,
                            fmt::format("no route table below {}", Dunlin::Util::baseDirectory()));

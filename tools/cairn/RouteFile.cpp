@@ -1,5 +1,8 @@
 #include "RouteFile.h"
 
+#include "Output.h"
+#include "TableNames.h"
+
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
@@ -7,6 +10,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <iostream>
 #include <map>
 #include <sstream>
 
@@ -23,12 +27,12 @@ public:
     std::size_t line = 1;
 
     [[noreturn]] void fail(std::string const& reason) const {
-        throw RouteFileError(fmt::format("{}:{}: {}", path_, line, reason));
+        throw RouteFileError(fmt::format("{}:{}: {}", shortened(path_), line, reason));
     }
 
     IpAddress address(std::string const& text, char const* what) const {
         auto const a = parseAddress(text);
-        if (!a) fail(fmt::format("{} \"{}\" is not an IP address", what, text));
+        if (!a) fail(fmt::format("{} \"{}\" is not an IP address", what, shortened(text)));
         return *a;
     }
 
@@ -36,7 +40,13 @@ public:
     std::string const& interface(std::string const& name, char const* what) const {
         auto const bad = [](char c) { return static_cast<U8>(c) <= ' ' || c == '\x7f'; };
         if (name.empty() || name.size() > 63 || std::any_of(name.begin(), name.end(), bad))
-            fail(fmt::format("{} \"{}\" is not the name of an interface", what, name));
+            fail(fmt::format("{} \"{}\" is not the name of an interface", what, shortened(name)));
+        return name;
+    }
+
+    std::string const& vrf(std::string const& name) const {
+        if (!isDirectoryName(name))
+            fail(fmt::format("vrf \"{}\" is not the name of a VRF", shortened(name)));
         return name;
     }
 
@@ -115,11 +125,17 @@ void addJsonRoute(Json const& object, Reader& reader) {
     if (!object.is_object()) reader.fail("an entry of the array is not an object");
     if (textOf(object, "state", reader) == "unresolved") return reader.passOver();
     NamedRoute route;
-    auto const& group = textOf(object, "dst", reader);
+    // `ip` says dst and src, this tool group and source.
+    bool const ours = object.contains("group");
+    char const* const groupKey = ours ? "group" : "dst";
+    char const* const sourceKey = ours ? "source" : "src";
+    auto const& group = textOf(object, groupKey, reader);
     if (group.empty()) reader.fail("the route has no \"dst\", its group");
-    route.name.group = reader.address(group, "dst");
-    if (auto const& source = textOf(object, "src", reader); !source.empty())
-        route.name.source = reader.address(source, "src");
+    route.name.group = reader.address(group, groupKey);
+    if (auto const& source = textOf(object, sourceKey, reader); !source.empty() && source != "*")
+        route.name.source = reader.address(source, sourceKey);
+    if (auto const& vrf = textOf(object, "vrf", reader); !vrf.empty())
+        route.name.vrf = reader.vrf(vrf);
     if (auto const table = object.find("table"); table != object.end()) {
         std::string const text = table->is_number_unsigned() ? std::to_string(table->get<U64>())
                                                              : textOf(object, "table", reader);
@@ -130,6 +146,13 @@ void addJsonRoute(Json const& object, Reader& reader) {
     // A resolved route whose incoming interface is gone says "unresolved" there.
     if (auto const& iif = textOf(object, "iif", reader); !iif.empty() && iif != "unresolved")
         route.iif = reader.interface(iif, "iif");
+    if (auto const oifs = object.find("oifs"); oifs != object.end()) {
+        if (!oifs->is_array()) reader.fail("\"oifs\" is not an array");
+        for (auto const& oif : *oifs) {
+            if (!oif.is_string()) reader.fail("an entry of \"oifs\" is not a text");
+            route.oifs.push_back(reader.interface(oif.get_ref<std::string const&>(), "oif"));
+        }
+    }
     if (auto const hops = object.find("multipath"); hops != object.end()) {
         if (!hops->is_array()) reader.fail("\"multipath\" is not an array");
         for (auto const& hop : *hops) {
@@ -228,7 +251,7 @@ RouteFile parseCsv(std::string_view text, Reader reader) {
         NamedRoute route;
         if (group.empty()) reader.fail("the route has no group");
         route.name.group = reader.address(group, "group");
-        if (!source.empty()) route.name.source = reader.address(source, "source");
+        if (!source.empty() && source != "*") route.name.source = reader.address(source, "source");
         if (!iif.empty()) route.iif = reader.interface(iif, "iif");
         std::istringstream blanks(oifs);
         for (std::string oif; blanks >> oif;) route.oifs.push_back(reader.interface(oif, "oif"));
@@ -249,13 +272,18 @@ RouteFile parseRouteFile(std::string_view text, std::string const& path) {
 }
 
 RouteFile readRouteFile(std::string const& path) {
+    if (path == "-") {
+        std::ostringstream text;
+        text << std::cin.rdbuf();
+        return parseRouteFile(text.str(), "standard input");
+    }
     errno = 0;
     std::ifstream in(path, std::ios::binary);
     std::ostringstream text;
     if (!in || !(text << in.rdbuf()) || in.bad()) {
         // An empty file sets the fail bit of the copy; it is told apart by its state.
         if (in.is_open() && errno == 0) return parseRouteFile({}, path);
-        throw RouteFileError(fmt::format("{}: {}", path, std::strerror(errno)));
+        throw RouteFileError(fmt::format("{}: {}", shortened(path), std::strerror(errno)));
     }
     return parseRouteFile(text.str(), path);
 }

@@ -1,5 +1,6 @@
-// Routes from a file: the JSON of `ip -j mroute show`, or CSV with a header line that names
-// `source,group,iif,oifs` in any order. The file decides by its first character: '[' is JSON.
+// Routes from a file: the JSON of `ip -j mroute show` or of `cairn -j show`, or CSV with a header line
+// that names `source,group,iif,oifs` in any order. The file decides by its first character: '[' is
+// JSON. A source that is empty or `*` is that of a (*,G). The file "-" is standard input.
 #pragma once
 
 #include "NamedRoute.h"

@@ -14,10 +14,12 @@ std::map<std::string, std::string> keywords(std::vector<std::string> const& word
             return !words[i].empty() && k.starts_with(words[i]);
         });
         if (match == known.end())
-            throw CommandError(
-                badUse, fmt::format("\"{}\" is none of: {}", words[i], fmt::join(known, ", ")));
+            throw CommandError(badUse, fmt::format("\"{}\" is none of: {}", shortened(words[i]),
+                                                   fmt::join(known, ", ")));
         if (i + 1 == words.size())
             throw CommandError(badUse, fmt::format("{} needs a value", *match));
+        if (words[i + 1].empty())
+            throw CommandError(badUse, fmt::format("the value of {} is empty", *match));
         if (!values.emplace(*match, words[i + 1]).second)
             throw CommandError(badUse, fmt::format("{} is given twice", *match));
     }
@@ -29,8 +31,8 @@ namespace {
 IpPrefix prefixArgument(std::string const& text, char const* what) {
     auto const prefix = parsePrefix(text);
     if (!prefix)
-        throw CommandError(badUse,
-                           fmt::format("{} \"{}\" is not an IP address or prefix", what, text));
+        throw CommandError(
+            badUse, fmt::format("{} \"{}\" is not an IP address or prefix", what, shortened(text)));
     return *prefix;
 }
 
@@ -39,7 +41,8 @@ IpPrefix prefixArgument(std::string const& text, char const* what) {
 IpAddress addressArgument(std::string const& text, char const* what) {
     auto const address = parseAddress(text);
     if (!address)
-        throw CommandError(badUse, fmt::format("{} \"{}\" is not an IP address", what, text));
+        throw CommandError(badUse,
+                           fmt::format("{} \"{}\" is not an IP address", what, shortened(text)));
     return *address;
 }
 

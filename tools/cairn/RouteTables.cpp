@@ -276,7 +276,7 @@ RouteTables::Vrf& RouteTables::vrf(bool v4, std::string const& name) {
 void RouteTables::open() {
     if (v4_) vrf(true, "default");
     if (v6_) vrf(false, "default");
-    for (auto const& table : tablesPresent())
+    for (auto const& table : tablesPresent().tables)
         if (auto const name = RouteTableName::ofRoute(table);
             name && name->name == name_ && (name->v4 ? v4_ : v6_))
             vrf(name->v4, name->vrf);

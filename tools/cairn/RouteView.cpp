@@ -1,10 +1,11 @@
 #include "RouteView.h"
 
-#include "AnyTable.h"
+#include "Access.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <filesystem>
 
 namespace Cairn {
 
@@ -14,8 +15,8 @@ using Routing::Multicast::Fib::IpGenRouteKey;
 
 struct RouteView::Tables {
     explicit Tables(RouteTableName const& name)
-        : oifs(readingFront<Mroute::OifIndexIntfTable>(name.oifIndexIntf())),
-          routes(readingFront<Mroute::RouteTable>(name.route())) {}
+        : oifs(openTable<Mroute::OifIndexIntfTable>(name.oifIndexIntf())),
+          routes(openTable<Mroute::RouteTable>(name.route())) {}
 
     // The names of a route's interfaces. An index may get another interface once its last route is
     // gone: the names count only if the route still stands afterwards.
@@ -49,25 +50,30 @@ template <class Read>
 auto guarded(RouteTableName const& name, Read read) {
     try {
         return read();
-    } catch (Dunlin::CorruptionDetectedException const& e) {
-        throw CommandError(damaged, fmt::format("table {}: {}", name.route(), e.what()));
-    } catch (Dunlin::Exception const& e) {
-        throw CommandError(noTable, fmt::format("table {}: {}", name.route(), e.what()));
+    } catch (Dunlin::Exception const&) {
+        throw errorOfException("table " + name.route());
     }
+}
+
+// Whether a table that passes the filter may be below a directory.
+bool couldHold(std::string const& directory, ViewFilter const& filter) {
+    std::size_t depth = 0;
+    for (auto const& part : std::filesystem::path(directory)) {
+        std::string const is = part.string();
+        if ((depth == 0 && !(is == "routing" ? filter.v4 : is == "routing6" && filter.v6)) ||
+            (depth == 1 && is != "multicast") || (depth == 2 && is != "routestatus") ||
+            (depth == 3 && !filter.vrf.empty() && is != filter.vrf) ||
+            (depth == 4 && !filter.name.empty() && is != filter.name))
+            return false;
+        ++depth;
+    }
+    return true;
 }
 
 } // namespace
 
-RouteView::RouteView(RouteTableName const& name) : name_(name) {
-    guarded(name_, [&] {
-        takeTraceReason();
-        tables_ = std::make_unique<Tables>(name);
-        if (tables_->oifs && tables_->routes) return;
-        auto const reason = takeTraceReason();
-        throw CommandError(noTable, fmt::format("table {}: {}", name_.route(),
-                                                reason.empty() ? "not readable" : reason));
-    });
-}
+RouteView::RouteView(RouteTableName const& name)
+    : name_(name), tables_(std::make_unique<Tables>(name)) {}
 
 RouteView::~RouteView() = default;
 
@@ -110,28 +116,42 @@ Row RouteView::row(SeenRoute const& seen) const {
     return row;
 }
 
+std::vector<RouteTableName> routeTables(ViewFilter const& filter) {
+    std::vector<RouteTableName> names;
+    auto const [tables, closed] = tablesPresent();
+    for (auto const& table : tables)
+        if (auto const name = RouteTableName::ofRoute(table);
+            name && (name->v4 ? filter.v4 : filter.v6) &&
+            (filter.vrf.empty() || filter.vrf == name->vrf) &&
+            (filter.name.empty() || filter.name == name->name))
+            names.push_back(*name);
+    return names;
+}
+
+void requireOpen(ViewFilter const& filter) {
+    for (auto const& directory : tablesPresent().closed)
+        if (couldHold(directory, filter)) throw closedError(directory);
+}
+
 void forEachView(ViewFilter const& filter, std::function<void(RouteView const&)> const& visit) {
     std::optional<CommandError> fault;
     std::size_t viewed = 0;
-    for (auto const& table : tablesPresent()) {
-        auto const name = RouteTableName::ofRoute(table);
-        if (!name || !(name->v4 ? filter.v4 : filter.v6) ||
-            (!filter.vrf.empty() && filter.vrf != name->vrf) ||
-            (!filter.name.empty() && filter.name != name->name))
-            continue;
+    for (auto const& name : routeTables(filter)) {
         try {
-            visit(RouteView(*name));
+            visit(RouteView(name));
             ++viewed;
         } catch (CommandError const& e) {
-            if (!fault) fault = e;
+            if (!fault || e.code > fault->code) fault = e;
         }
     }
     if (fault) throw *fault;
+    requireOpen(filter);
     if (viewed == 0)
-        throw CommandError(noTable, fmt::format("no route table{}{}{}{} below {}",
-                                                filter.vrf.empty() ? "" : " of VRF ", filter.vrf,
-                                                filter.name.empty() ? "" : " by the name ",
-                                                filter.name, Dunlin::Util::baseDirectory()));
+        throw CommandError(
+            noTable,
+            fmt::format("no route table{}{}{}{} below {}", filter.vrf.empty() ? "" : " of VRF ",
+                        shortened(filter.vrf), filter.name.empty() ? "" : " by the name ",
+                        shortened(filter.name), shortened(Dunlin::Util::baseDirectory())));
 }
 
 } // namespace Cairn

@@ -35,8 +35,12 @@ struct ViewFilter {
     bool v4 = true, v6 = true;
     std::string vrf, name;
 };
+// The names of the tables that are there.
+std::vector<RouteTableName> routeTables(ViewFilter const& filter);
+// Raises CommandError if a directory may not be entered that may hold such tables.
+void requireOpen(ViewFilter const& filter);
 // Calls `visit` with each. A table that cannot be read does not hide the others: it is raised as
-// CommandError after them, as is that there is none at all.
+// CommandError after them, the worst of several, as is that there is none at all.
 void forEachView(ViewFilter const& filter, std::function<void(RouteView const&)> const& visit);
 
 } // namespace Cairn

@@ -27,23 +27,35 @@ int showCommand(Common const& common, Words const& words) {
 }
 
 int getCommand(Common const& common, Words const& words) {
+    // SOURCE GROUP, or "source X group Y" as `show` prints it.
+    bool const named =
+        !words.empty() && !words[0].empty() &&
+        (std::string("source").starts_with(words[0]) || std::string("group").starts_with(words[0]));
     if (words.size() < 2) throw CommandError(badUse, "get needs a source and a group");
-    IpAddress const group = addressArgument(words[1], "group");
-    if (!group.isMulticast())
-        throw CommandError(badUse, fmt::format("group {} is not a multicast address", words[1]));
-    IpAddress const source =
-        words[0] == "*" ? unspecifiedAddress(group.af()) : addressArgument(words[0], "source");
-    if (source.af() != group.af())
-        throw CommandError(badUse, fmt::format("source {} and group {} are of two address families",
-                                               words[0], words[1]));
-    if (!(isV4(group) ? common.v4 : common.v6))
-        throw CommandError(badUse,
-                           fmt::format("group {} is not of the family asked for", words[1]));
-    auto const values = keywords({words.begin() + 2, words.end()}, {"vrf", "name"});
+    Words typed = words;
+    if (!named) {
+        typed = {"source", words[0], "group", words[1]};
+        typed.insert(typed.end(), words.begin() + 2, words.end());
+    }
+    auto const values = keywords(typed, {"source", "group", "vrf", "name"});
     auto const value = [&](char const* key) {
         auto const found = values.find(key);
         return found == values.end() ? std::string() : found->second;
     };
+    if (value("source").empty() || value("group").empty())
+        throw CommandError(badUse, "get needs a source and a group");
+    IpAddress const group = addressArgument(value("group"), "group");
+    if (!group.isMulticast())
+        throw CommandError(badUse,
+                           fmt::format("group {} is not a multicast address", toText(group)));
+    IpAddress const source = value("source") == "*" ? unspecifiedAddress(group.af())
+                                                    : addressArgument(value("source"), "source");
+    if (source.af() != group.af())
+        throw CommandError(badUse, fmt::format("source {} and group {} are of two address families",
+                                               toText(source), toText(group)));
+    if (!(isV4(group) ? common.v4 : common.v6))
+        throw CommandError(badUse,
+                           fmt::format("group {} is not of the family asked for", toText(group)));
     Listing listing = common.listing();
     forEachView({isV4(group), !isV4(group), value("vrf"), value("name")},
                 [&](RouteView const& view) {

@@ -1,18 +1,26 @@
 #include "Signals.h"
 
+#include "Output.h"
+#include "TableNames.h"
+
 #include "Dunlin/Exception.h"
 #include "Dunlin/TaskSchedulerRoot.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cerrno>
+#include <cinttypes>
 #include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <fstream>
 #include <poll.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace Cairn {
@@ -103,6 +111,54 @@ ssize_t writeAll(void*, char const* data, std::size_t size) {
 }
 
 } // namespace
+
+namespace {
+
+// The file that is mapped at an address, and where in it.
+struct MappedFile {
+    std::string path = "a file";
+    off_t offset = 0;
+};
+
+MappedFile fileAt(std::uintptr_t address) {
+    std::ifstream maps("/proc/self/maps");
+    for (std::string line; std::getline(maps, line);) {
+        std::uintptr_t begin = 0, end = 0, offset = 0;
+        int path = 0;
+        if (std::sscanf(line.c_str(), "%" SCNxPTR "-%" SCNxPTR " %*s %" SCNxPTR " %*s %*s %n",
+                        &begin, &end, &offset, &path) < 3 ||
+            address < begin || address >= end || path == 0)
+            continue;
+        return {line.substr(static_cast<std::size_t>(path)),
+                static_cast<off_t>(address - begin + offset)};
+    }
+    return {};
+}
+
+// The fault is one of our own reading instructions, never inside the C library: what must not be
+// called from a handler may be called here.
+void busError(int, siginfo_t* info, void*) {
+    ::signal(SIGBUS, SIG_DFL); // a second one is none of these
+    Listing::finishAll();
+    std::fflush(stdout);
+    auto const [path, offset] = fileAt(reinterpret_cast<std::uintptr_t>(info->si_addr));
+    struct stat status {};
+    // Memory for files may also have run out, even for the zeros of a page.
+    bool const cut = ::stat(path.c_str(), &status) != 0 || offset >= status.st_size;
+    complain(fmt::format("cairn: {} {}", shortened(path),
+                         cut ? "was cut off while it was in use: the table is damaged"
+                             : "cannot be read: its file system has no page left"));
+    ::_exit(cut ? damaged : noTable);
+}
+
+} // namespace
+
+void catchCutFiles() {
+    struct sigaction action {};
+    action.sa_sigaction = busError;
+    action.sa_flags = SA_SIGINFO;
+    ::sigaction(SIGBUS, &action, nullptr);
+}
 
 void openOutput() {
     cookie_io_functions_t functions{};

@@ -22,6 +22,10 @@ private:
     Mem::Fd event_;
 };
 
+// A file that somebody cuts off beneath a reader costs it the page that it reads: that ends the process
+// with the exit code of a damaged table, a sentence and, in JSON, a closed array.
+void catchCutFiles();
+
 // Gives the process a stdout on which a signal cuts nothing: every write is completed. A pipe that is
 // full when the command ends is made larger for the rest of what is in the buffer, so that neither
 // the end waits for the reader nor the reader meets half a row.

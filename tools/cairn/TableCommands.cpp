@@ -1,5 +1,5 @@
 // `cairn ls` and `cairn stat`: what tables there are, and what one is like.
-#include "AnyTable.h"
+#include "Access.h"
 #include "Commands.h"
 
 #include "Brisk/SlotHeaderCommon.h"
@@ -19,15 +19,28 @@ namespace Cairn {
 int lsCommand(Common const& common) {
     Listing listing = common.listing();
     int result = done;
-    for (auto const& table : tablesPresent()) {
+    auto const complainOf = [&](std::string const& table, CommandError const& fault) {
+        listing.print(Row()
+                          .add("table", table)
+                          .add("state",
+                               std::string(fault.code == damaged ? "damaged" : "not_readable"),
+                               Row::Hue::bad)
+                          .add("finding", std::string(fault.what())));
+        result = std::max(result, int{fault.code});
+    };
+    auto const [tables, closed] = tablesPresent();
+    for (auto const& directory : closed)
+        if (ofFamily(directory + "/", common.v4, common.v6))
+            complainOf(directory, closedError(directory));
+    for (auto const& table : tables) {
         if (!ofFamily(table, common.v4, common.v6)) continue;
         Mem::YokeRootPath const path(table);
+        auto const fault = faultOf(table);
         auto const header = headerOf(path);
-        if (!header) {
-            // A table that went meanwhile is no longer there to list.
-            if (::access(path.file("slots").c_str(), F_OK) != 0) continue;
-            listing.print(Row().add("table", table).add("state", "damaged", Row::Hue::bad));
-            result = damaged;
+        // A table that went meanwhile is no longer there to list.
+        if (::access(path.file("slots").c_str(), F_OK) != 0 && errno == ENOENT) continue;
+        if (fault || !header) {
+            complainOf(table, fault ? *fault : attachError(table, ""));
             continue;
         }
         auto const writer = writerOf(path);
@@ -73,8 +86,9 @@ int statCommand(Common const& common, std::string const& text, bool headers) {
     Listing listing = common.listing(); // an array even if there is nothing to tell
     std::string const table = tableMeant(text, common.v4, common.v6);
     Mem::YokeRootPath const path(table);
+    if (auto const fault = faultOf(table)) throw *fault;
     auto const header = headerOf(path);
-    if (!header) throw CommandError(damaged, fmt::format("table {}: no header", table));
+    if (!header) throw attachError(table, "no header");
     if (headers) return printHeaders(table, path, *header);
 
     std::vector<std::pair<std::string, Row::Value>> facts;
@@ -102,9 +116,7 @@ int statCommand(Common const& common, std::string const& text, bool headers) {
     // What a reader sees that attaches now and walks once.
     int result = done;
     bool const known = withTable(header->typeName, [&]<class Table>() {
-        auto const front = readingFront<Table>(table);
-        if (!front)
-            throw CommandError(noTable, fmt::format("table {}: cannot be attached to", table));
+        auto const front = openTable<Table>(table);
         auto const& reader = front->table();
         fact("buckets", U64{reader.buckets()});
         U64 walked = 0;

@@ -1,10 +1,14 @@
 #include "TableNames.h"
 
+#include "Output.h"
+
 #include "Dunlin/Util.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 
 namespace Cairn {
@@ -29,18 +33,37 @@ bool isDirectoryName(std::string const& text) {
                         [](char c) { return c == '/' || static_cast<U8>(c) < ' ' || c == '\x7f'; });
 }
 
-std::vector<std::string> tablesPresent() {
-    std::vector<std::string> tables;
-    fs::path const base = Dunlin::Util::baseDirectory();
+namespace {
+
+// What goes while it is looked at is not there.
+void gather(fs::path const& base, fs::path const& below, TablesPresent& found) {
     std::error_code error;
-    auto const options = fs::directory_options::skip_permission_denied;
-    // A table may go while its directory is read: what cannot be looked at is not there.
-    for (fs::recursive_directory_iterator it(base, options, error), end; !error && it != end;
-         it.increment(error))
-        if (it->path().filename() == "slots")
-            tables.push_back(fs::relative(it->path().parent_path(), base, error).string());
-    std::sort(tables.begin(), tables.end());
-    return tables;
+    fs::directory_iterator it(base / below, error);
+    if (error == std::errc::permission_denied) found.closed.push_back(below.string());
+    for (fs::directory_iterator const end; !error && it != end; it.increment(error)) {
+        std::error_code gone;
+        auto const name = it->path().filename();
+        if (name == "slots")
+            found.tables.push_back(below.string());
+        else if (it->is_directory(gone) && !it->is_symlink(gone) &&
+                 !(below.empty() && name == "board"))
+            gather(base, below / name, found);
+    }
+}
+
+} // namespace
+
+TablesPresent tablesPresent() {
+    TablesPresent found;
+    gather(Dunlin::Util::baseDirectory(), {}, found);
+    std::sort(found.tables.begin(), found.tables.end());
+    std::sort(found.closed.begin(), found.closed.end());
+    return found;
+}
+
+CommandError closedError(std::string const& directory) {
+    return {noTable, fmt::format("directory {} below {}: {}", shortened(directory),
+                                 shortened(Dunlin::Util::baseDirectory()), std::strerror(EACCES))};
 }
 
 bool ofFamily(std::string const& table, bool v4, bool v6) {
@@ -48,7 +71,7 @@ bool ofFamily(std::string const& table, bool v4, bool v6) {
 }
 
 std::string tableMeant(std::string const& text, bool v4, bool v6) {
-    auto const tables = tablesPresent();
+    auto const [tables, closed] = tablesPresent();
     std::string name = text;
     while (name.ends_with('/')) name.pop_back();
     auto const base = Dunlin::Util::baseDirectory() + "/";
@@ -57,12 +80,14 @@ std::string tableMeant(std::string const& text, bool v4, bool v6) {
     std::vector<std::string> meant;
     for (auto const& table : tables)
         if (table.ends_with("/" + name) && ofFamily(table, v4, v6)) meant.push_back(table);
+    if (name.empty()) throw CommandError(badUse, "the name of a table is empty");
+    if (meant.empty() && !closed.empty()) throw closedError(closed.front());
     if (meant.empty())
-        throw CommandError(
-            noTable, fmt::format("no table \"{}\" below {}", text, Dunlin::Util::baseDirectory()));
+        throw CommandError(noTable, fmt::format("no table \"{}\" below {}", shortened(text),
+                                                shortened(Dunlin::Util::baseDirectory())));
     if (meant.size() > 1)
-        throw CommandError(badUse,
-                           fmt::format("\"{}\" may be any of: {}", text, fmt::join(meant, ", ")));
+        throw CommandError(badUse, fmt::format("\"{}\" may be any of: {}", shortened(text),
+                                               fmt::join(meant, ", ")));
     return meant.front();
 }
 

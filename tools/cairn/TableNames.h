@@ -45,7 +45,13 @@ struct RouteTableName {
 bool isDirectoryName(std::string const& text);
 
 // The tables below the base directory, by name, sorted.
-std::vector<std::string> tablesPresent();
+struct TablesPresent {
+    std::vector<std::string> tables;
+    std::vector<std::string> closed; // directories that may not be entered
+};
+TablesPresent tablesPresent();
+// The error that there are directories which may not be entered.
+CommandError closedError(std::string const& directory);
 // Whether a table belongs to a family that is asked for; one of no family always does.
 bool ofFamily(std::string const& table, bool v4, bool v6);
 // The table that `text` means: its whole name, a path of it, or the end of the only name of the

@@ -7,18 +7,22 @@
 //
 // With a filter the events are those of a table that holds only what passes: a route that enters it
 // is added, one that leaves it is deleted.
-#include "AnyTable.h"
+#include "Access.h"
 #include "Board.h"
 #include "Commands.h"
 #include "RouteFilter.h"
 #include "Signals.h"
 
 #include "Dunlin/TaskSchedulerRoot.h"
+#include "Dunlin/Util.h"
+#include "SharedMem/DirectoryWatch.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <set>
+#include <unistd.h>
 
 namespace Cairn {
 namespace {
@@ -100,6 +104,7 @@ public:
         shadow.type = arguments.keys ? Brisk::BriskType::keyShadow : Brisk::BriskType::valueShadow;
         // That everything is gone with the writer is said in one line.
         shadow.notifyOnFlush = false;
+        requireReadable();
         routes_.init(shadow);
         if (synchronised()) return;
         begun_ = true; // nothing is there: whatever comes is news
@@ -114,7 +119,7 @@ public:
             if (std::exchange(left_, false)) end();
             if (synchronised() && !following_) begin();
         }
-        if (!following_) return;
+        if (!following_) return requirePermitted();
         members_ = routes_.members();
         if (U64 const walk = routes_.readerCounters().syncSequence; walk != lastWalk_) {
             lastWalk_ = walk;
@@ -129,6 +134,25 @@ private:
     using Changes = std::map<Key, std::optional<Route>>; // no route: deleted
 
     bool synchronised() const { return routes_.mountStatus() == Mem::MountStatus::synchronised; }
+
+    // A table that is there and cannot be followed ends the command; one that is not is waited for.
+    void requireReadable() const {
+        for (auto const& table : {name_.route(), name_.oifIndexIntf()}) {
+            if (::access(Mem::YokeRootPath(table).file("slots").c_str(), F_OK) != 0 &&
+                errno != EACCES)
+                continue;
+            Patience patience(table);
+            auto fault = faultOf(table);
+            while (fault && patience.again()) fault = faultOf(table);
+            if (fault) throw *fault;
+        }
+    }
+    void requirePermitted() const {
+        for (auto const& table : {name_.route(), name_.oifIndexIntf()})
+            if (::access(Mem::YokeRootPath(table).file("slots").c_str(), R_OK) != 0 &&
+                errno == EACCES)
+                throw *faultOf(table);
+    }
 
     // At most once a second, and only when something else woke this process.
     void post() {
@@ -302,33 +326,107 @@ private:
 
 } // namespace
 
+namespace {
+
+// The watches of all tables that pass, those that appear later included.
+class Watches {
+public:
+    Watches(Common const& common, WatchArguments const& arguments, RouteFilter const& filter,
+            ViewFilter const& tables, Listing& listing)
+        : common_(common), arguments_(arguments), filter_(filter), tables_(tables),
+          listing_(listing) {
+        requireOpen(tables_);
+        for (bool const v4 : {true, false}) {
+            if (!(v4 ? common_.v4 : common_.v6)) continue;
+            // This one is waited for, even if there are others.
+            add({v4, tables_.vrf.empty() ? "default" : tables_.vrf,
+                 tables_.name.empty() ? "kernel" : tables_.name});
+            if (tables_.vrf.empty() || tables_.name.empty()) listen(vrfsOf(v4));
+        }
+        discover();
+    }
+    void turn() {
+        if (std::exchange(appeared_, false)) discover();
+        for (auto const& [name, watch] : watches_) watch->turn();
+    }
+
+private:
+    static std::string vrfsOf(bool v4) {
+        return fmt::format("{}/{}/multicast/routestatus", Dunlin::Util::baseDirectory(),
+                           v4 ? "routing" : "routing6");
+    }
+    void listen(std::string const& directory) {
+        auto& place = directories_[directory];
+        if (!place)
+            place = std::make_unique<Mem::DirectoryWatch>(
+                directory, [this](std::string const&) { appeared_ = true; });
+    }
+    void add(RouteTableName const& name) {
+        auto& place = watches_[name.route()];
+        if (!place) place = std::make_unique<TableWatch>(name, arguments_, filter_, listing_);
+    }
+    // Tables of a VRF and a name of which there is a directory. First the ear, then the look.
+    void discover() {
+        for (bool const v4 : {true, false}) {
+            if (!(v4 ? common_.v4 : common_.v6)) continue;
+            std::error_code error;
+            for (std::filesystem::directory_iterator it(vrfsOf(v4), error), end;
+                 !error && it != end; it.increment(error))
+                if (tables_.vrf.empty() || tables_.vrf == it->path().filename())
+                    listen(it->path().string());
+        }
+        for (auto const& name : routeTables(tables_)) add(name);
+        for (auto const& [directory, ear] : directories_) addBelow(directory);
+    }
+    void addBelow(std::string const& directory) {
+        std::error_code error;
+        auto const below =
+            std::filesystem::path(directory).lexically_relative(Dunlin::Util::baseDirectory());
+        if (std::distance(below.begin(), below.end()) != 4) return;
+        for (std::filesystem::directory_iterator it(directory, error), end; !error && it != end;
+             it.increment(error)) {
+            auto const name = it->path().filename().string();
+            if (it->is_directory(error) && (tables_.name.empty() || tables_.name == name))
+                add({*below.begin() == "routing", std::filesystem::path(directory).filename(),
+                     name});
+        }
+    }
+
+    Common const& common_;
+    WatchArguments const& arguments_;
+    RouteFilter const& filter_;
+    ViewFilter const& tables_;
+    Listing& listing_;
+    std::map<std::string, std::unique_ptr<TableWatch>> watches_;
+    std::map<std::string, std::unique_ptr<Mem::DirectoryWatch>> directories_;
+    bool appeared_ = false;
+};
+
+} // namespace
+
 int watchCommand(Common const& common, WatchArguments arguments) {
     arguments.json = common.json;
     auto const values = keywords(arguments.words, {"source", "group", "iif", "oif", "vrf", "name"});
     auto const filter = RouteFilter::of(values);
     if (arguments.keys && !(filter.iif + filter.oif).empty())
         throw CommandError(badUse, "--keys follows keys alone: iif and oif cannot be known");
-    auto const value = [&](char const* key, char const* otherwise) {
+    auto const value = [&](char const* key) {
         auto const found = values.find(key);
-        return found == values.end() ? std::string(otherwise) : found->second;
+        if (found != values.end() && !isDirectoryName(found->second))
+            throw CommandError(
+                badUse, fmt::format("{} \"{}\" is not a name", key, shortened(found->second)));
+        return found == values.end() ? std::string() : found->second;
     };
-    RouteTableName name{true, value("vrf", "default"), value("name", "kernel")};
-    if (!isDirectoryName(name.vrf) || !isDirectoryName(name.name))
-        throw CommandError(badUse, "vrf and name are names");
+    ViewFilter const tables{common.v4, common.v6, value("vrf"), value("name")};
     EndBySignal const endBySignal;
     Listing listing = common.listing();
-    std::vector<std::unique_ptr<TableWatch>> watches;
-    for (bool const v4 : {true, false}) {
-        if (!(v4 ? common.v4 : common.v6)) continue;
-        name.v4 = v4;
-        watches.push_back(std::make_unique<TableWatch>(name, arguments, filter, listing));
-    }
+    Watches watches(common, arguments, filter, tables, listing);
     auto& loop = *Dunlin::schedulerRootDunlin;
     double const end = arguments.seconds > 0 ? loop.now() + arguments.seconds : 0;
     Dunlin::TaskSchedulerRoot::TimerId timer = 0;
     if (end > 0) timer = loop.timerAdd(arguments.seconds, [] {});
     while (!endBySignal.ended() && (end == 0 || loop.now() < end)) {
-        for (auto const& watch : watches) watch->turn();
+        watches.turn();
         if (std::fflush(stdout) != 0) // main says what the matter is
             break;
         loop.runOnce(-1);
