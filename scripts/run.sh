@@ -29,6 +29,7 @@ root=/dev/shm
 [ -w "$root" ] || root=${TMPDIR:-/tmp}
 work=$(mktemp -d "$root/cairn-run.XXXXXX")
 export CAIRN_BASE="$work/base"
+mkdir "$CAIRN_BASE"
 writer= readers= daemon= changer= netns=
 finish() {
     trap - EXIT INT TERM
