@@ -329,6 +329,25 @@ private:
     void tell(Owner* owner, Key const& key) { Impl::CollectionAccess::notify(owner, attr, &key); }
 };
 
+// References to entities of other owners, in order of a key of one's own.
+template <class Owner, U32 attr, class Key_, class Child_>
+class OrderedEntries : public OrderedMap<Owner, attr, Key_, Ptr<Child_>> {
+    using Base = OrderedMap<Owner, attr, Key_, Ptr<Child_>>;
+
+public:
+    static constexpr RowKind kind = RowKind::foreignEntries;
+    using Child = Child_;
+    using typename Base::Key;
+
+    // Null takes the member out.
+    void is(Owner* owner, Key const& key, Ptr<Child> const& child) {
+        if (child)
+            Base::is(owner, key, child);
+        else
+            this->del(owner, key);
+    }
+};
+
 // The owner of an entity as one of its constructor's parameters; not held.
 template <class Owner>
 class OwnerRef {

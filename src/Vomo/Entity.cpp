@@ -146,6 +146,11 @@ void ownerChecked(Entity const* entity, VomoTypeBase type, U32 attrId, VomoTypeB
         Dunlin::fmthrow<TypeException>("{}: attribute {} is a {}, not a {}", type.name(), attrId,
                                        owner.name(), entity->fwkType().name());
 }
+void typeChecked(Entity const& entity, VomoTypeBase owner, VomoTypeBase wanted) {
+    if (!VomoTypeBase::isDerived(entity.fwkType(), wanted))
+        Dunlin::fmthrow<TypeException>("{}: a {} is wanted, not a {}", owner.name(), wanted.name(),
+                                       entity.fwkType().name());
+}
 void throwNewEntityArgsException(VomoTypeBase type) {
     Dunlin::fmthrow<ArgumentException>("{} takes no arguments but its name", type.name());
 }

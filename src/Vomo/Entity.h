@@ -160,6 +160,8 @@ private:
 [[noreturn]] void throwNotMadeByOthers(VomoTypeBase type);
 // Raises unless `entity`, given as the owner of a `type` by its attribute, is an `owner`.
 void ownerChecked(Entity const* entity, VomoTypeBase type, U32 attrId, VomoTypeBase owner);
+// Raises unless `entity`, given to an `owner`, is a `wanted`.
+void typeChecked(Entity const& entity, VomoTypeBase owner, VomoTypeBase wanted);
 namespace Impl {
 // There is another child under the key of `added`.
 [[noreturn]] void throwMutatorReinstantiating(Entity const& owner, U32 attrId,

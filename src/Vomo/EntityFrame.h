@@ -86,6 +86,8 @@ struct CollectionFunctions {
     static constexpr bool isOrdered = std::is_base_of_v<RbTreeMapGeneric, Coll>;
     static constexpr bool isEntities = requires { typename Coll::Child; };
     static constexpr bool isChildren = Coll::kind == RowKind::children;
+    // By a key that is not theirs.
+    static constexpr bool isForeign = Coll::kind == RowKind::foreignEntries;
     static constexpr bool isSet = std::is_void_v<Value>;
     static constexpr bool isOfEntity = std::is_base_of_v<Entity, T>;
 
@@ -119,6 +121,8 @@ struct CollectionFunctions {
                 (self->*member).is(self, keyAt(key));
             else // a child that knows its owner
                 (self->*member).is(self, keyAt(key), Ptr<T>(self));
+        } else if constexpr (isForeign) {
+            (self->*member).is(self, keyAt(key), childIn(*static_cast<Ptr<Entity> const*>(value)));
         } else if constexpr (isEntities) {
             enterEntry(object, static_cast<Ptr<Entity> const*>(value)->ptr(), key);
         } else if constexpr (isSet) {
@@ -134,10 +138,14 @@ struct CollectionFunctions {
         else
             (self->*delBy)(keyAt(key));
     }
-    static bool enterEntry(void* object, Entity* entity, void const* key) {
+    // Raises unless it is null or what the collection holds.
+    static auto childIn(Ptr<Entity> const& entity) {
         using Child = typename Coll::Child;
-        if (entity != nullptr) ownerChecked(entity, IdOf<T>::type, Coll::number, IdOf<Child>::type);
-        Ptr<Child> const child(static_cast<Child*>(entity));
+        if (entity) ownerChecked(entity.ptr(), IdOf<T>::type, Coll::number, IdOf<Child>::type);
+        return Ptr<Child>(static_cast<Child*>(entity.ptr()));
+    }
+    static bool enterEntry(void* object, Entity* entity, void const* key) {
+        auto const child = childIn(Ptr<Entity>(entity));
         if (child && !(Coll::keyIn(child) == keyAt(key))) return false;
         if constexpr (isChildren)
             in(object).enter(owner(object), child);
@@ -156,7 +164,9 @@ struct CollectionFunctions {
     static void iterDel(void* iterator) { delete static_cast<Iterator*>(iterator); }
     static void iterObj(void* iterator, void* out) {
         auto& i = *static_cast<Iterator*>(iterator);
-        if constexpr (isOrdered) {
+        if constexpr (isForeign) {
+            *static_cast<Ptr<Entity>*>(out) = Ptr<Entity>(i.value());
+        } else if constexpr (isOrdered) {
             *static_cast<Value*>(out) = i.value();
         } else {
             auto* const present = i.node();
@@ -219,7 +229,7 @@ struct CollectionFunctions {
         ops.iterObj = iterObj;
         if constexpr (isEntities) {
             ops.child = &IdOf<typename Coll::Child>::type;
-            ops.enter = enterEntry;
+            if constexpr (!isForeign) ops.enter = enterEntry;
         } else if constexpr (!isSet) {
             ops.value = &fieldType<Value>;
         }
@@ -293,12 +303,16 @@ struct OwnerIn<Ref<Owner>> {
 template <auto get, auto set>
 U32 foreignOp(void* out, void* object, AttributeOp op, void* a, void*) {
     using T = typename SignatureOf<get>::Class;
-    if (op == AttributeOp::get)
+    using Target = typename PointedBy<std::remove_cvref_t<ResultOf<get>>>::type;
+    if (op == AttributeOp::get) {
         store(out, Ptr<Entity>((static_cast<T const*>(object)->*get)()));
-    else if (op == AttributeOp::set)
-        setScalar<set>(object, a);
-    else
+    } else if (op == AttributeOp::set) {
+        Entity* const given = static_cast<Ptr<Entity> const*>(a)->ptr();
+        if (given != nullptr) typeChecked(*given, IdOf<T>::type, IdOf<Target>::type);
+        (static_cast<T*>(object)->*set)(Ptr<Target>(static_cast<Target*>(given)));
+    } else {
         return 1;
+    }
     return 0;
 }
 
@@ -330,7 +344,7 @@ consteval Row collection(char const* name, char const* keyName = nullptr) {
             .keyName = keyName,
             .field = Impl::fieldAt<member>,
             .collection = &F::ops};
-    if (F::isEntities != (keyName != nullptr))
+    if ((F::isEntities && !F::isForeign) != (keyName != nullptr))
         throw "collections of entities name the key's attribute";
     if constexpr (F::isEntities)
         row.type = &entityType<typename F::Coll::Child>;

@@ -63,6 +63,8 @@ enum class RowKind : U8 {
     readOnlyEntries, // likewise, which the generic interface cannot change
     foreignEntries,  // likewise, of entities that another one owns
     foreign,         // pointer to an entity that is somewhere else
+    table,           // shared table; not sent
+    control,         // pointer to what shows a table's state
 };
 struct RowFacts {
     RowKind kind;
@@ -95,6 +97,8 @@ inline constexpr std::array allRowFacts{
     RowFacts{RowKind::readOnlyEntries, {0x21, 0x4C, 0x01}, "collection,entities,read-only"},
     RowFacts{RowKind::foreignEntries, {0x21, 0xDC, 0x15}, "collection,entities,foreign,notifies"},
     RowFacts{RowKind::foreign, {0x20, 0x5C, 0x11}, "foreign,notifies"},
+    RowFacts{RowKind::table, {0x01, 0x5C, 0x01}, "table,notifies"},
+    RowFacts{RowKind::control, {0x20, 0x5C, 0x01}, "control,notifies"},
 };
 constexpr RowFacts const& factsOf(RowKind kind) {
     return allRowFacts[static_cast<std::size_t>(kind)];
