@@ -1,7 +1,10 @@
 #include "Mroute/BitMapperTypes.h"
 
+#include "Mroute/BriskStatus.h"
 #include "Mroute/Wang.h"
 #include "Vomo/Record.h"
+#include "VomoBrisk/TableRows.h"
+#include "VomoBrisk/VomoBriskMapImpl.h"
 
 #include <bit>
 #include <ostream>
@@ -43,6 +46,21 @@ struct Vomo::Describe<BitMapper::BitMapperKey> {
     });
 };
 template <>
+struct Vomo::Describe<BitMapper::BriskStatus> {
+    using T = BitMapper::BriskStatus;
+    static constexpr auto type = entity("BitMapper::BriskStatus", wide);
+    static constexpr auto attributes = rows({
+        VomoBrisk::table<&T::bitIndexMap_>(),
+        VomoBrisk::control<&T::bitIndexMapControl, &T::bitIndexMapControlIs>(
+            T::bitIndexMapControlAttr, "bitIndexMapControl"),
+        VomoBrisk::table<&T::waitlistMap_>(),
+        VomoBrisk::control<&T::waitlistMapControl, &T::waitlistMapControlIs>(
+            T::waitlistMapControlAttr, "waitlistMapControl"),
+        function<&T::isNewMapping>(T::isNewMappingAttr, "isNewMapping", {"bit"}),
+        function<&T::lookupBitIndex>(T::lookupBitIndexAttr, "lookupBitIndex", {"bit"}),
+    });
+};
+template <>
 struct Vomo::Describe<BitMapper::TableInfo> {
     using T = BitMapper::TableInfo;
     static constexpr auto type = value("BitMapper::TableInfo");
@@ -69,8 +87,8 @@ U32 BitMapperKey::hash() const {
 
 VomoBrisk::MountInfo TableInfo::mountInfo(VomoBrisk::VomoBriskType type) {
     VomoBrisk::MountInfo info(type);
-    info.collectionInfoIs({"bitIndexMap", maxBitIndexMaps, 0});
-    info.collectionInfoIs({"waitlistMap", maxBitIndexMaps, 0});
+    info.collectionInfoIs({Mroute::BitIndexMapTable::attribute, maxBitIndexMaps, 0});
+    info.collectionInfoIs({Mroute::WaitlistMapTable::attribute, maxBitIndexMaps, 0});
     return info;
 }
 
@@ -78,7 +96,14 @@ std::ostream& operator<<(std::ostream& stream, BitIndex v) {
     return stream << v.value();
 }
 
+Vomo::Ptr<BriskStatus> briskStatusFactory(Vomo::String const& name) {
+    return Vomo::newEntity<BriskStatus>(name);
+}
+
 } // namespace BitMapper
+
+VOMO_BRISK_INSTANCE(BitMapper::BriskStatus, Mroute::BitIndexMapTable);
+VOMO_BRISK_INSTANCE(BitMapper::BriskStatus, Mroute::WaitlistMapTable);
 
 namespace Vomo {
 constinit decltype(BitMapperTypesModule::frames) BitMapperTypesModule::frames =

@@ -10,6 +10,7 @@ namespace BitMapper {
 class BitIndex;
 class BitMapperKey;
 class BitIndexMap;
+class BriskStatus;
 class WaitlistMap;
 class TableInfo;
 } // namespace BitMapper
@@ -18,7 +19,7 @@ namespace Vomo {
 extern "C" VomoModule const _BitMapperTypes_f5722ab7f2af9957_vomoModule;
 struct BitMapperTypesModule
     : TypeList<BitMapper::BitIndex, BitMapper::BitIndexMap, BitMapper::BitMapperKey,
-               BitMapper::TableInfo, BitMapper::WaitlistMap> {
+               BitMapper::BriskStatus, BitMapper::TableInfo, BitMapper::WaitlistMap> {
     static constexpr VomoModule const* record = &_BitMapperTypes_f5722ab7f2af9957_vomoModule;
     static ValueFrames<size> const frames;
 };

@@ -1,9 +1,12 @@
 #include "Mroute/Mfib.h"
 
 #include "L3/VrfName.h"
+#include "Mroute/CounterStatus.h"
 #include "Mroute/MfibConfig.h"
 #include "Mroute/RouteKeyBits.h"
 #include "Vomo/Record.h"
+#include "VomoBrisk/TableRows.h"
+#include "VomoBrisk/VomoBriskMapImpl.h"
 
 #include <cstdio>
 #include <ostream>
@@ -66,6 +69,16 @@ struct Vomo::Describe<Routing::Multicast::Fib::CounterMode> {
         literal(2, "None", T::None),
         literal(3, "packetMode", T::packetMode),
         literal(4, "byteMode", T::byteMode),
+    });
+};
+template <>
+struct Vomo::Describe<Routing::Multicast::Fib::CounterStatus> {
+    using T = Routing::Multicast::Fib::CounterStatus;
+    static constexpr auto type = entity("Routing::Multicast::Fib::CounterStatus", wide);
+    static constexpr auto attributes = rows({
+        VomoBrisk::table<&T::counter_>(),
+        VomoBrisk::control<&T::counterControl, &T::counterControlIs>(T::counterControlAttr,
+                                                                     "counterControl"),
     });
 };
 template <>
@@ -300,7 +313,13 @@ bool operator<(Counter const& a, Counter const& b) {
     return a.value_ < b.value_;
 }
 
+Vomo::Ptr<CounterStatus> counterStatusFactory(Vomo::String const& name) {
+    return Vomo::newEntity<CounterStatus>(name);
+}
+
 } // namespace Routing::Multicast::Fib
+
+VOMO_BRISK_INSTANCE(Routing::Multicast::Fib::CounterStatus, Mroute::CounterTable);
 
 namespace Vomo {
 constinit decltype(MfibModule::frames) MfibModule::frames = ModuleRecord<MfibModule>::frames;

@@ -9,6 +9,7 @@ class Config;
 enum class ConfigMultipathControl : U8; // Config::MultipathControl
 class Counter;
 enum class CounterMode : U32;
+class CounterStatus;
 class Intf;
 class RouteKeyTypeConverter;
 } // namespace Routing::Multicast::Fib
@@ -18,7 +19,8 @@ extern "C" VomoModule const _Mfib_81f0b1a1b6aa3812_vomoModule;
 struct MfibModule
     : TypeList<Routing::Multicast::Fib::Config, Routing::Multicast::Fib::ConfigMultipathControl,
                Routing::Multicast::Fib::Counter, Routing::Multicast::Fib::CounterMode,
-               Routing::Multicast::Fib::Intf, Routing::Multicast::Fib::RouteKeyTypeConverter> {
+               Routing::Multicast::Fib::CounterStatus, Routing::Multicast::Fib::Intf,
+               Routing::Multicast::Fib::RouteKeyTypeConverter> {
     static constexpr VomoModule const* record = &_Mfib_81f0b1a1b6aa3812_vomoModule;
     static ValueFrames<size> const frames;
 };

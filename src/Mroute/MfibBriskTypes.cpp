@@ -1,7 +1,10 @@
 #include "Mroute/MfibBriskTypes.h"
 
+#include "Mroute/FibTables.h"
 #include "Mroute/MfibDir.h"
 #include "Vomo/Record.h"
+#include "VomoBrisk/TableRows.h"
+#include "VomoBrisk/VomoBriskMapImpl.h"
 
 #include <bit>
 #include <ostream>
@@ -15,6 +18,19 @@ struct Vomo::Describe<Brisk::Multicast::Fib::BidirGroup> {
         ctor<&T::key_>(2, "key"),
         mutates<&T::rpa_>(3, "rpa"),
         function<&T::briskString>(4, "briskString"),
+    });
+};
+template <>
+struct Vomo::Describe<Brisk::Multicast::Fib::BidirStatus> {
+    using T = Brisk::Multicast::Fib::BidirStatus;
+    static constexpr auto type = entity("Brisk::Multicast::Fib::BidirStatus", wide);
+    static constexpr auto attributes = rows({
+        VomoBrisk::table<&T::bidirGroup_>(),
+        VomoBrisk::control<&T::bidirGroupControl, &T::bidirGroupControlIs>(T::bidirGroupControlAttr,
+                                                                           "bidirGroupControl"),
+        VomoBrisk::table<&T::dfProfile_>(),
+        VomoBrisk::control<&T::dfProfileControl, &T::dfProfileControlIs>(T::dfProfileControlAttr,
+                                                                         "dfProfileControl"),
     });
 };
 template <>
@@ -121,6 +137,30 @@ struct Vomo::Describe<Brisk::Multicast::Fib::Route> {
         mutates<&T::oifBitmap_, 7>(36, "oifBitmap8"),
         function<&T::briskString>(37, "briskString"),
         function<&T::isStarG>(38, "isStarG"),
+    });
+};
+template <>
+struct Vomo::Describe<Brisk::Multicast::Fib::RouteOrderedCollection> {
+    using T = Brisk::Multicast::Fib::RouteOrderedCollection;
+    static constexpr auto type = entity("Brisk::Multicast::Fib::RouteOrderedCollection", wide);
+    static constexpr auto attributes = rows({
+        collection<&T::route_>("route"),
+    });
+};
+template <>
+struct Vomo::Describe<Brisk::Multicast::Fib::Status> {
+    using T = Brisk::Multicast::Fib::Status;
+    static constexpr auto type = entity("Brisk::Multicast::Fib::Status", wide);
+    static constexpr auto attributes = rows({
+        VomoBrisk::table<&T::route_>(),
+        VomoBrisk::control<&T::routeControl, &T::routeControlIs>(T::routeControlAttr,
+                                                                 "routeControl"),
+        VomoBrisk::table<&T::oifIndexIntf_>(),
+        VomoBrisk::control<&T::oifIndexIntfControl, &T::oifIndexIntfControlIs>(
+            T::oifIndexIntfControlAttr, "oifIndexIntfControl"),
+        foreign<&T::bitMapperBriskStatus, &T::bitMapperBriskStatusIs>(T::bitMapperBriskStatusAttr,
+                                                                      "bitMapperBriskStatus"),
+        statics<&T::mountPath>(T::mountPathAttr, "mountPath", {"af", "vrf", "name"}),
     });
 };
 template <>
@@ -263,11 +303,27 @@ Vomo::String BidirGroup::briskString() const {
 
 VomoBrisk::MountInfo TableInfo::mfibMountInfo(VomoBrisk::VomoBriskType type) {
     VomoBrisk::MountInfo info(type);
-    info.collectionInfoIs({"route", maxRoutes, 0});
-    info.collectionInfoIs({"oifIndexIntf", maxOifIndexs, 0});
+    info.collectionInfoIs({Mroute::RouteTable::attribute, maxRoutes, 0});
+    info.collectionInfoIs({Mroute::OifIndexIntfTable::attribute, maxOifIndexs, 0});
     return info;
 }
 
+Vomo::String Status::mountPath(Kelpie::AddressFamily af, L3::VrfName vrf,
+                               Vomo::String const& name) {
+    bool const v4 = af == Kelpie::ipv4();
+    PLAINASSERT(v4 || af == Kelpie::ipv6(), "false && \"Unsupported address family\"");
+    return (v4 ? "routing/multicast/routestatus/" : "routing6/multicast/routestatus/") +
+           vrf.stringValue() + "/" + name;
+}
+Vomo::Ptr<Status> statusFactory(Vomo::String const& name) {
+    return Vomo::newEntity<Status>(name);
+}
+Vomo::Ptr<BidirStatus> bidirStatusFactory(Vomo::String const& name) {
+    return Vomo::newEntity<BidirStatus>(name);
+}
+Vomo::Ptr<RouteOrderedCollection> routeOrderedCollectionFactory(Vomo::String const& name) {
+    return Vomo::newEntity<RouteOrderedCollection>(name);
+}
 Vomo::String MfibDir::mountPath(Kelpie::AddressFamily af) {
     return Routing::Multicast::Fib::mountPath(af);
 }
@@ -283,6 +339,11 @@ std::ostream& operator<<(std::ostream& stream, OifIndex v) {
 }
 
 } // namespace Brisk::Multicast::Fib
+
+VOMO_BRISK_INSTANCE(Brisk::Multicast::Fib::Status, Mroute::RouteTable);
+VOMO_BRISK_INSTANCE(Brisk::Multicast::Fib::Status, Mroute::OifIndexIntfTable);
+VOMO_BRISK_INSTANCE(Brisk::Multicast::Fib::BidirStatus, Mroute::BidirGroupTable);
+VOMO_BRISK_INSTANCE(Brisk::Multicast::Fib::BidirStatus, Mroute::DfProfileTable);
 
 namespace Vomo {
 constinit decltype(MfibBriskTypesModule::frames) MfibBriskTypesModule::frames =

@@ -10,6 +10,7 @@
 
 namespace Brisk::Multicast::Fib {
 class BidirGroup;
+class BidirStatus;
 class DfProfile;
 class IntfOifIndex;
 class MfibDir;
@@ -17,17 +18,20 @@ class MfibDirColl;
 class OifIndex;
 class OifIndexIntf;
 class Route;
+class RouteOrderedCollection;
+class Status;
 class TableInfo;
 } // namespace Brisk::Multicast::Fib
 
 namespace Vomo {
 extern "C" VomoModule const _MfibBriskTypes_aaea5100197a8ed6_vomoModule;
 struct MfibBriskTypesModule
-    : TypeList<Brisk::Multicast::Fib::BidirGroup, Brisk::Multicast::Fib::DfProfile,
-               Brisk::Multicast::Fib::IntfOifIndex, Brisk::Multicast::Fib::MfibDir,
-               Brisk::Multicast::Fib::MfibDirColl, Brisk::Multicast::Fib::OifIndex,
-               Brisk::Multicast::Fib::OifIndexIntf, Brisk::Multicast::Fib::Route,
-               Brisk::Multicast::Fib::TableInfo> {
+    : TypeList<Brisk::Multicast::Fib::BidirGroup, Brisk::Multicast::Fib::BidirStatus,
+               Brisk::Multicast::Fib::DfProfile, Brisk::Multicast::Fib::IntfOifIndex,
+               Brisk::Multicast::Fib::MfibDir, Brisk::Multicast::Fib::MfibDirColl,
+               Brisk::Multicast::Fib::OifIndex, Brisk::Multicast::Fib::OifIndexIntf,
+               Brisk::Multicast::Fib::Route, Brisk::Multicast::Fib::RouteOrderedCollection,
+               Brisk::Multicast::Fib::Status, Brisk::Multicast::Fib::TableInfo> {
     static constexpr VomoModule const* record = &_MfibBriskTypes_aaea5100197a8ed6_vomoModule;
     static ValueFrames<size> const frames;
 };

@@ -3,11 +3,11 @@
 // for it.
 //
 //   class Status : public Vomo::EntityOf<Status, VomoBrisk::TableOwner> {
-//       using RouteTable = VomoBrisk::TableMember<Status, Mroute::RouteTable>;
+//       using RouteTable = VomoBrisk::TableMember<Status, routeAttr, Mroute::RouteTable>;
 //       RouteTable::Value route(RouteTable::Key const& key) const { return route_.get(key); }
 //       void routeIs(RouteTable::Value const& v) { route_.is(v); }
 //       ...
-//       RouteTable route_{*this, routeAttr, &Status::routeNotify, &Status::routeNotifyMountStatus,
+//       RouteTable route_{*this, &Status::routeNotify, &Status::routeNotifyMountStatus,
 //                         &Status::routeNotifyQuiesced};
 //   };
 #pragma once
@@ -22,9 +22,11 @@ namespace VomoBrisk {
 
 // `Instance` names the key, the value as the table holds it, its Ops, the name of its type and that of
 // the attribute.
-template <class Owner, class Instance>
+template <class Owner, U32 attr, class Instance>
 class TableMember final : public TableAttribute {
 public:
+    static constexpr U32 number = attr;
+    static constexpr char const* attribute = Instance::attribute;
     using Key = typename Instance::Key;
     using Value = typename Instance::Value;
     using Map = VomoBriskMap<Owner, Value, Key, typename Instance::Ops>;
@@ -33,15 +35,15 @@ public:
     using Keys = std::span<Key const* const>;
 
     // The name of the owner must be there already.
-    TableMember(Owner& owner, Vomo::AttributeId id, typename Map::NotifyFn notifyFn,
+    TableMember(Owner& owner, typename Map::NotifyFn notifyFn,
                 typename Map::MountStatusFn mountStatusFn, typename Map::QuiescedFn quiescedFn)
-        : TableAttribute(owner, id), owner_(owner), notify_(notifyFn),
+        : TableAttribute(owner, attr), owner_(owner), notify_(notifyFn),
           map_(Instance::typeName, &owner) {
         controlMake();
-        map_.entity(Instance::attribute, &owner, id, notifyFn, mountStatusFn, quiescedFn);
+        map_.entity(attribute, &owner, attr, notifyFn, mountStatusFn, quiescedFn);
     }
 
-    char const* name() const override { return Instance::attribute; }
+    char const* name() const override { return attribute; }
     Brisk::BriskMapBase& front() override { return map_; }
     Mem::MountStatus mountStatus() const override { return map_.mountStatus(); }
     void init(Brisk::MapDescriptor const& settings) override { map_.init(settings); }
@@ -56,6 +58,12 @@ public:
         Value const* const at = map_.safeLookup(key, found, &result);
         if (at != &result) Instance::Ops::copyValue(&result, at);
         return result;
+    }
+    // The same, for a moment: until the next call. Null if the key is not there.
+    Value const* find(Key const& key) const {
+        bool found = false;
+        Value const* const at = map_.safeLookup(key, found, &found_);
+        return found ? at : nullptr;
     }
     bool has(Key const& key) const {
         bool found = false;
@@ -107,10 +115,11 @@ private:
     Owner& owner_;
     typename Map::NotifyFn const notify_;
     Map map_;
+    mutable Value found_{};
 };
 
-template <class Owner, class Instance>
-void TableMember<Owner, Instance>::delAll() {
+template <class Owner, U32 attr, class Instance>
+void TableMember<Owner, attr, Instance>::delAll() {
     Vomo::Ptr<Vomo::Entity> const hold(&entity_);
     Value value;
     Brisk::IterHint hint;
@@ -124,10 +133,10 @@ void TableMember<Owner, Instance>::delAll() {
 
 // Changes, then notifies those keys that `change` has marked as changed, all of them whatever one
 // notifiee raises; then raises what was raised first.
-template <class Owner, class Instance>
+template <class Owner, U32 attr, class Instance>
 template <class Change, class KeyOf>
-void TableMember<Owner, Instance>::many(std::size_t count, Change const& change,
-                                        KeyOf const& keyOf) {
+void TableMember<Owner, attr, Instance>::many(std::size_t count, Change const& change,
+                                              KeyOf const& keyOf) {
     Vomo::Ptr<Vomo::Entity> const hold(&entity_);
     auto const changed = std::make_unique<bool[]>(count);
     Dunlin::FirstRaised raised;
@@ -139,8 +148,8 @@ void TableMember<Owner, Instance>::many(std::size_t count, Change const& change,
     raised.rethrow();
 }
 
-template <class Owner, class Instance>
-void TableMember<Owner, Instance>::isAll(Values values) {
+template <class Owner, U32 attr, class Instance>
+void TableMember<Owner, attr, Instance>::isAll(Values values) {
     many(
         values.size(),
         [&](bool* written) {
@@ -157,8 +166,8 @@ void TableMember<Owner, Instance>::isAll(Values values) {
         [&](std::size_t i) -> Key { return values[i]->fwkKey(); });
 }
 
-template <class Owner, class Instance>
-void TableMember<Owner, Instance>::delAll(Keys keys) {
+template <class Owner, U32 attr, class Instance>
+void TableMember<Owner, attr, Instance>::delAll(Keys keys) {
     many(
         keys.size(), [&](bool* removed) { map_.safeRemoveAll(keys, removed); },
         [&](std::size_t i) -> Key { return *keys[i]; });

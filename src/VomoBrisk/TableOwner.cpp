@@ -38,6 +38,11 @@ void TableAttribute::controlDrop() {
     control_ = nullptr;
 }
 
+void throwOtherKey(Vomo::VomoTypeBase owner, char const* table) {
+    Dunlin::fmthrow<Vomo::ArgumentException>("{}: the entry has another key than that given for {}",
+                                             owner.name(), table);
+}
+
 TableAttribute* TableOwner::table(std::string_view name) const {
     auto const found = std::find_if(tables_.begin(), tables_.end(),
                                     [&](auto const* table) { return name == table->name(); });

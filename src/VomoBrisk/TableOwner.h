@@ -71,6 +71,8 @@ private:
 // their roles. Taken out of its tree it is an orphan for good.
 class TableOwner : public Vomo::Entity {
 public:
+    using Control = VomoBrisk::Control;
+
     // In the order in which the class declares them.
     std::span<TableAttribute* const> tables() const { return tables_; }
     // Null if no table has that name.
@@ -93,6 +95,7 @@ public:
     };
 
 protected:
+    TableOwner() = default;
     // For the constructor of the class, when all its fields are there.
     void zeroReferencesAttach() { zeroReferences_.notifierIs(this, true); }
 

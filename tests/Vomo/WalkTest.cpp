@@ -301,6 +301,7 @@ std::set<Op> operationsOf(AttributeRow const& row) {
     case RowKind::flag:
     case RowKind::view:
     case RowKind::foreign:
+    case RowKind::control:
         return {Op::get, Op::set};
     case RowKind::indexed:
         return {Op::get, Op::set, Op::del};
@@ -318,6 +319,7 @@ std::set<Op> operationsOf(AttributeRow const& row) {
     case RowKind::children:
     case RowKind::entries:
     case RowKind::foreignEntries:
+    case RowKind::table:
         return {Op::get, Op::set, Op::del, Op::count, Op::version, Op::has};
     }
     return {};
@@ -362,7 +364,19 @@ TEST(AllTypes, EveryAttributeAnswersItsOperationsAndNoOthers) {
             }
             Field const key(type.module, row.keyOrValue);
             bool const keyed = row.keyOrValue != 0xFFFF;
+            if (is(row, RowKind::table)) { // an entry has its key
+                VomoType const entry = typeOfReference(type.module, row.type);
+                entry.module->genericTable[entry.index].attributeOp(
+                    key.get(), value.get(), attrByName(entry, "key"), Op::get, nullptr, nullptr);
+            }
             EXPECT_EQ(answer(attr, Op::get, value.get(), key.get(), nullptr), 0U);
+            if (is(row, RowKind::foreignEntries)) { // null takes a member out
+                VomoType const entry = typeOfReference(type.module, row.type);
+                auto* const made = static_cast<Entity*>(
+                    entry.module->genericTable[entry.index].newEntityForDir("other", nullptr));
+                *static_cast<Ptr<Entity>*>(value.get()) = Ptr<Entity>(made);
+                made->referencesDec(); // the factory's
+            }
             if (has.contains(Op::count)) {
                 U32 count = 7, version = 0, later = 0;
                 EXPECT_EQ(answer(attr, Op::version, &version, nullptr, nullptr), 0U);

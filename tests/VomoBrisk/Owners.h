@@ -104,7 +104,7 @@ template <class Table>
 class OwnerOf : public VomoBrisk::TableOwner {
 public:
     enum Attr : U32 { tableAttr = 258, tableControlAttr };
-    using Member = VomoBrisk::TableMember<OwnerOf, Table>;
+    using Member = VomoBrisk::TableMember<OwnerOf, tableAttr, Table>;
     using Key = typename Member::Key;
     using Value = typename Member::Value;
 
@@ -131,8 +131,7 @@ public:
 
 private:
     Vomo::String name_;
-    Member table_{*this, tableAttr, &OwnerOf::notify, &OwnerOf::notifyMountStatus,
-                  &OwnerOf::notifyQuiesced};
+    Member table_{*this, &OwnerOf::notify, &OwnerOf::notifyMountStatus, &OwnerOf::notifyQuiesced};
     mutable Vomo::NotifieeList notifiees_;
 };
 
