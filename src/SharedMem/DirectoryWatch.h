@@ -4,6 +4,7 @@
 
 #include "Dunlin/Types.h"
 
+#include <array>
 #include <functional>
 #include <string>
 
@@ -25,13 +26,15 @@ private:
     struct Hub;
     friend struct Hub;
     static Hub& hub();
+    // The watches of the directory above `watched_` and of `watched_` itself.
+    using Watches = std::array<int, 2>;
     void arm();
-    void handle(U32 mask, std::string const& name);
+    void handle(int watch, U32 mask, std::string const& name);
 
     std::string directory_;
     Callback callback_;
     std::string watched_; // the directory or a parent
-    int watch_ = -1;
+    Watches watches_{-1, -1};
 };
 
 } // namespace Mem
