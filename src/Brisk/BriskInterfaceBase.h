@@ -25,6 +25,8 @@ public:
     // Whether the table is sound.
     virtual bool validate() { return true; }
     virtual bool validateFiles() { return true; }
+    // Makes the files of a living table again, which somebody has removed.
+    virtual bool remake() { return false; }
     // Removes the table for good.
     virtual void cleanup() {}
     virtual U32 members() const = 0;

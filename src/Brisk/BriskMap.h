@@ -63,6 +63,7 @@ public:
     virtual std::string rootPath() const { return name_; }
     bool validate() override;
     bool validateFiles(std::string const& event, unsigned flags) override;
+    bool remake() override { return interface_->remake(); }
     virtual BriskType mode() const { return descriptor_.type; }
     bool localMem() const override { return descriptor_.localMem; }
     virtual U64 sequence() const;

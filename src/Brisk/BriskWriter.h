@@ -68,6 +68,12 @@ public:
     bool validate() override;
     // Raises CorruptionDetectedException if the files on disk are not those in use.
     bool validateFiles() override;
+    // Makes the table again, with all its entries, in the place from which its files were removed: a
+    // new generation, to which readers come over. Nothing if no file is missing, or if the table was
+    // cleaned up or let go. False if it is not possible now: another process writes the table, or an
+    // operation is open. Raises InvalidInitializeException and MemoryResourceException where files
+    // cannot be made. In both cases the table remains as it was, without a name, for this process.
+    bool remake() override;
     void cleanup() override;
 
     U32 members() const override;
@@ -164,6 +170,11 @@ private:
     SharedMem::OrielId newOrielId() const;
     std::vector<SharedMem::OrielId> idsInFiles() const;
     void removeCorruptionFile() const;
+    bool fileIsMissing() const;
+    template <class F>
+    void eachFile(F const& f);
+    void copyFiles(SharedMem::OrielId id);
+    void moveToCopies(SharedMem::OrielId id);
 
     void assertAttached(char const* doing) const;
     void assertNotResizing() const;

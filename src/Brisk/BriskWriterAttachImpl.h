@@ -270,7 +270,8 @@ std::vector<SharedMem::OrielId> BriskWriter<Ops>::idsInFiles() const {
 
 template <class Ops>
 SharedMem::OrielId BriskWriter<Ops>::newOrielId() const {
-    auto const taken = idsInFiles();
+    auto taken = idsInFiles();
+    taken.push_back(orielId_);
     for (;;) {
         SharedMem::OrielId const id = static_cast<U16>(::getpid()) | U32{Util::nextGeneration()}
                                                                          << 16;
@@ -337,8 +338,103 @@ bool BriskWriter<Ops>::validateFiles() {
     queue_.validateFile();
     SharedMem::OrielFile(handler, rootPath_, localMem_).validate(orielId_);
     SharedMem::OwnerFile(handler, rootPath_, localMem_).validateFile();
+    if (writerLock_.held() && !writerLock_.hasName(rootPath_))
+        Dunlin::fmthrow<Dunlin::CorruptionDetectedException>(
+            "{} is not the locked file", rootPath_.file(SharedMem::OwnerFile::LOCK_NAME));
     removeCorruptionFile();
     return true;
+}
+
+template <class Ops>
+bool BriskWriter<Ops>::fileIsMissing() const {
+    for (char const* const name :
+         {Table::Base::fileName, HashMap::Buckets::fileName, Yarrow::primaryName,
+          Yarrow::secondaryName, SharedMem::OrielFile::ORIEL_NAME, SharedMem::OwnerFile::OWNER_NAME,
+          SharedMem::OwnerFile::LOCK_NAME})
+        if (::access(rootPath_.file(name).c_str(), F_OK) != 0) return true;
+    return false;
+}
+
+// In the order in which a new generation is put in place.
+template <class Ops>
+template <class F>
+void BriskWriter<Ops>::eachFile(F const& f) {
+    map_.buckets.eachFile(f);
+    queue_.eachFile(f);
+    f(table_.memory, offsetof(SlotHeaderCommon, orielId));
+}
+
+// Until all files of the new generation have their names, this process goes on with the old ones,
+// and so does a reader that has them mapped: whatever fails can be tried again. The oriel file comes
+// last, as in `attach`: a reader that finds its id finds the rest.
+template <class Ops>
+bool BriskWriter<Ops>::remake() {
+    auto& handler = this->debugHandler();
+    // After a cleanup nobody owns the table.
+    if (localMem_ || !this->initialized() || !owner_) return true;
+    if (writerLock_.hasName(rootPath_) && !fileIsMissing()) return true;
+    if (directSlot_ != noSlot || resizing_) return false;
+    SharedMem::OrielFile orielFile(handler, rootPath_, localMem_);
+    SharedMem::OwnerFile ownerFile(handler, rootPath_, localMem_);
+    if (!writerLock_.hasName(rootPath_)) {
+        writerLock_.release();
+        if (Mem::WriterLock::writerExists(rootPath_)) {
+            FMTRACE(handler, 0, "{} has another writer by now", rootPath_.text());
+            return false;
+        }
+        ownerFile.lock();
+        writerLock_ = Mem::WriterLock::acquireWriterLock(handler, rootPath_, ownerFile, false);
+    }
+    SharedMem::OrielId const id = newOrielId();
+    orielFile.cleanup();
+    copyFiles(id);
+    ownerFile.typeNameIs(typeName_);
+    ownerFile.sharedMemTypeIs(1);
+    ownerFile.bolsterInfoIs(
+        {Wren::BolsterAcceptSm::bolsterAcceptSm().socketName(), queue_.wren().tableId()});
+    // Readers of the old generation lose their connection, and look for the new one.
+    queue_.wren().onDetach();
+    moveToCopies(id);
+    queue_.wren().doEnableListen(Mem::permissionsOf(rootPath_.file(Table::Base::fileName)));
+    orielFile.write(id);
+    FMTRACE(handler, 0, "{} was made again, with {} entries", rootPath_.text(), members());
+    return true;
+}
+
+template <class Ops>
+void BriskWriter<Ops>::copyFiles(SharedMem::OrielId id) {
+    struct Copies {
+        BriskWriter& writer;
+        bool complete = false;
+        ~Copies() {
+            if (!complete) writer.eachFile([](auto& file, std::size_t) { file.dropCopy(); });
+        }
+    } copies{*this};
+    auto const failed = [](auto const& file) {
+        Dunlin::fmthrow<Dunlin::InvalidInitializeException>("cannot make {} again: {}",
+                                                            file.getFilename(), file.reason());
+    };
+    eachFile([&](auto& file, std::size_t idOffset) {
+        if (!file.copyAside(idOffset, id)) failed(file);
+    });
+    eachFile([&](auto& file, std::size_t) {
+        if (!file.commitCopy()) failed(file);
+    });
+    copies.complete = true;
+}
+
+// Whoever has the old files mapped learns that their generation is over (H-file-2). The new ones
+// take their place at the same addresses: no index, anchor or pointer of this process changes.
+template <class Ops>
+void BriskWriter<Ops>::moveToCopies(SharedMem::OrielId id) {
+    eachFile([](auto& file, std::size_t idOffset) {
+        Mem::publish(*reinterpret_cast<U32*>(static_cast<char*>(file.data()) + idOffset), 0U);
+    });
+    // Shows the id to readers between two looks at the count.
+    table_.header->numSlots.valueIs(Mem::peek(table_.header->numSlots).value);
+    eachFile([](auto& file, std::size_t) { file.moveToCopy(); });
+    queue_.orielIdIs(id);
+    orielId_ = id;
 }
 
 template <class Ops>

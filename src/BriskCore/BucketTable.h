@@ -75,6 +75,11 @@ public:
     U32 attach(SharedMem::OrielId orielId);
     // Puts a file made by `attach` in its place; the one it replaces is retired first.
     void commit();
+    // Calls `f(file, where its orielId is)`.
+    template <class F>
+    void eachFile(F const& f) {
+        f(memory_, offsetof(Header, orielId));
+    }
     // Maps the file for that many entries and sets the local count; leaves version and count in
     // the header alone. Raises MemoryResourceException and keeps the old mapping.
     void resize(U32 numBuckets);

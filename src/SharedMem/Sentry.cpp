@@ -19,9 +19,9 @@ Dunlin::TaskSchedulerRoot& loop() {
     return *Dunlin::schedulerRootDunlin;
 }
 
-// The files whose coming and going says something about the writer. The queue's are mapped with
-// them and need no look of their own.
-constexpr std::array<std::string_view, 4> tellingFiles = {"oriel", "owner", "slots", "buckets"};
+// The files whose coming and going says something about the writer, or to it.
+constexpr std::array<std::string_view, 7> tellingFiles = {
+    "oriel", "owner", "slots", "buckets", "yarrow", "yarrow2", "owner.lock"};
 
 // The pause before another attempt to attach to the same writer, in seconds. It doubles up to the
 // longest; an attempt that lasted for twice that long has not failed.
@@ -217,6 +217,10 @@ WriterSentry::WriterSentry(Dunlin::Platform::DebugHandler& handler, Notifiee* no
                            RootPath const& rootPath)
     : Sentry(handler, rootPath), notifiee_(notifiee) {}
 
+WriterSentry::~WriterSentry() {
+    loop().timerDel(retry_);
+}
+
 void WriterSentry::operator()(std::string const& event, bool noticed) {
     FMTRACE(debugHandler(), 5, "{} event:{} noticed:{}", rootPath_.text(), event, noticed);
     if (!watching || !noticed || notifiee_->orielId() == 0) return;
@@ -225,7 +229,30 @@ void WriterSentry::operator()(std::string const& event, bool noticed) {
     } catch (Dunlin::Exception const& error) {
         FMTRACE(debugHandler(), 0, "files of the live table {} were changed: {}", rootPath_.text(),
                 error.message());
+        return remake();
     }
+    pause_ = 0;
+}
+
+// What is in the way (no room, no permission, another writer) may go without a change of the files.
+void WriterSentry::remake() {
+    std::string why = "the table is in use";
+    try {
+        if (notifiee_->remake()) {
+            pause_ = 0;
+            return;
+        }
+    } catch (Dunlin::Exception const& error) {
+        why = error.message();
+    }
+    if (retry_ != 0) return;
+    pause_ = pause_ == 0 ? firstPause : std::min(2 * pause_, longestPause);
+    FMTRACE(debugHandler(), 0, "{} is not made again: {}, next attempt in {} s", rootPath_.text(),
+            why, pause_);
+    retry_ = loop().timerAdd(pause_, [this] {
+        retry_ = 0;
+        (*this)(eventRetry_, true);
+    });
 }
 
 } // namespace Mem

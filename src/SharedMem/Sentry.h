@@ -119,7 +119,8 @@ private:
     std::shared_ptr<ReaderSentry*> here_; // a notifiee may destroy the sentry that calls it
 };
 
-// The writer's side: notices when somebody takes the files of a living table away.
+// The writer's side: notices when somebody takes the files of a living table away, and has them made
+// again.
 class WriterSentry : public Sentry {
 public:
     class Notifiee {
@@ -128,14 +129,22 @@ public:
         virtual SharedMem::OrielId orielId() const = 0;
         virtual bool validate() = 0;
         virtual bool validateFiles(std::string const& event, unsigned flags) = 0;
+        // Makes missing files of the table again. False if that is not possible now; raises where
+        // files cannot be made. Both lead to another attempt.
+        virtual bool remake() { return true; }
     };
 
     WriterSentry(Dunlin::Platform::DebugHandler& handler, Notifiee* notifiee,
                  RootPath const& rootPath);
+    ~WriterSentry() override;
     void operator()(std::string const& event, bool noticed) override;
 
 private:
+    void remake();
+
     Notifiee* notifiee_;
+    double pause_ = 0; // before the next attempt, in seconds
+    Dunlin::TaskSchedulerRoot::TimerId retry_ = 0;
 };
 
 } // namespace Mem

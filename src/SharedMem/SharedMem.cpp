@@ -292,7 +292,61 @@ void* SharedMemWrapper::remap(std::size_t size) {
     return data_;
 }
 
+bool SharedMemWrapper::copyAside(std::size_t idOffset, U32 id) {
+    try {
+        makeDirectory(directory_);
+    } catch (Dunlin::InvalidInitializeException const& error) {
+        reason_ = error.message();
+        return false;
+    }
+    std::string const name = temporaryName(fileName_);
+    dropCopy();
+    ::unlink(name.c_str());
+    StepHooks::store();
+    copy_.reset(::open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+    if (!copy_) return fail("open", errno) != nullptr;
+    auto const failed = [&](char const* what, int error) {
+        dropCopy();
+        return fail(what, error) != nullptr;
+    };
+    backByHugePages(copy_.get(), 0, size_);
+    if (int const error = ::posix_fallocate(copy_.get(), 0, static_cast<off_t>(size_)); error != 0)
+        return failed("cannot reserve space", error);
+    for (std::size_t at = 0; at < size_;) {
+        auto const put = ::pwrite(copy_.get(), static_cast<char const*>(data_) + at, size_ - at,
+                                  static_cast<off_t>(at));
+        if (put > 0) at += static_cast<std::size_t>(put);
+        if (put < 0 && errno != EINTR) return failed("write", errno);
+    }
+    if (::pwrite(copy_.get(), &id, sizeof id, static_cast<off_t>(idOffset)) != sizeof id)
+        return failed("write", errno);
+    return true;
+}
+
+bool SharedMemWrapper::commitCopy() {
+    StepHooks::store();
+    if (::rename(temporaryName(fileName_).c_str(), fileName_.c_str()) == 0) return true;
+    return fail("rename", errno) != nullptr;
+}
+
+void SharedMemWrapper::moveToCopy() {
+    tailIsClosed(data_, size_, false);
+    void* const base =
+        ::mmap(data_, size_, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, copy_.get(), 0);
+    FMASSERT(base == data_, "cannot map the copy of {}: {}", fileName_, std::strerror(errno));
+    closeFile();
+    fd_ = copy_.release();
+    tailIsClosed(data_, size_, true);
+    applyDump();
+}
+
+void SharedMemWrapper::dropCopy() {
+    if (copy_) ::unlink(temporaryName(fileName_).c_str());
+    copy_.reset();
+}
+
 void SharedMemWrapper::unmap() {
+    dropCopy();
     if (backing_ != Backing::file) {
         local_.detach();
     } else {

@@ -6,6 +6,7 @@
 // (H-file-2): whoever has the old one mapped keeps it.
 #pragma once
 
+#include "SharedMem/FileUtil.h"
 #include "SharedMem/LocalMem.h"
 #include "SharedMem/RootPath.h"
 
@@ -48,6 +49,16 @@ public:
     // The mapping goes into this process's core files, or not. Holds for later mappings too; see
     // also Dunlin::Util::includeShmemInCore.
     void dumpToCoreIs(bool include);
+    // Writer, for a file that somebody has removed under it, in three steps of which the first two
+    // change nothing that is mapped: the mapped bytes go into a new file under the temporary name,
+    // with `id` in place of the word at `idOffset`; that gets the file's name; the mapping is that
+    // of the new file from then on, at the same address. A failure of the first two leaves its
+    // cause in `reason()`. A copy that is not used after all is dropped.
+    bool copyAside(std::size_t idOffset, U32 id);
+    bool commitCopy();
+    void moveToCopy();
+    void dropCopy();
+
     // Removes the file by name; an absent one is fine. An attached mapping stays usable.
     void cleanup();
 
@@ -74,6 +85,7 @@ private:
     void* data_ = nullptr;
     std::size_t size_ = 0;
     int fd_ = -1;
+    Fd copy_; // of the mapped bytes, while a removed file is made again
     Backing backing_;
     Mode mode_ = Mode::writer;
     bool uncommitted_ = false; // built under the temporary name, not renamed yet

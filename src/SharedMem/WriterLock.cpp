@@ -63,6 +63,12 @@ struct flock byteLock(short type, long byte) {
     return lock;
 }
 
+bool isNamed(Fd const& file, std::string const& fileName) {
+    struct stat mine, named;
+    return ::fstat(file.get(), &mine) == 0 && ::stat(fileName.c_str(), &named) == 0 &&
+           mine.st_ino == named.st_ino && mine.st_dev == named.st_dev;
+}
+
 // Opens and locks; empty if another holds the byte. A lock won on a file that has lost its name
 // meanwhile (a cleanup) excludes nobody, so that is looked at after the lock is held.
 Fd tryLockByte(std::string const& fileName, long byte) {
@@ -79,10 +85,7 @@ Fd tryLockByte(std::string const& fileName, long byte) {
             Dunlin::fmthrow<Dunlin::InvalidInitializeException>("cannot lock {}: {}", fileName,
                                                                 std::strerror(errno));
         }
-        struct stat mine, named;
-        if (::fstat(file.get(), &mine) == 0 && ::stat(fileName.c_str(), &named) == 0 &&
-            mine.st_ino == named.st_ino && mine.st_dev == named.st_dev)
-            return file;
+        if (isNamed(file, fileName)) return file;
     }
 }
 
@@ -147,6 +150,10 @@ WriterLock WriterLock::acquireWriterLock(Dunlin::Platform::DebugHandler& handler
     }
     result.hold_ = std::move(hold);
     return result;
+}
+
+bool WriterLock::hasName(RootPath const& rootPath) const {
+    return hold_ && isNamed(hold_->lock, rootPath.file(SharedMem::OwnerFile::LOCK_NAME));
 }
 
 bool WriterLock::writerExists(RootPath const& rootPath) {

@@ -31,6 +31,8 @@ public:
                                                       bool forCleanup);
     void release() { hold_.reset(); }
     bool held() const { return hold_ != nullptr; }
+    // Whether the locked file still has its name. A lock on a file without one excludes nobody.
+    bool hasName(RootPath const& rootPath) const;
 
     // Whether some process (this one included) is the table's writer now.
     static bool writerExists(RootPath const& rootPath);

@@ -43,6 +43,14 @@ public:
     // Raises CorruptionDetectedException if a file was replaced or got shorter.
     void validateFile() const;
     void cleanup();
+    // Calls `f(file, where its orielId is)` for each of the queue's files.
+    template <class F>
+    void eachFile(F const& f) {
+        f(files_[1], offsetof(SecondaryHeader, orielId));
+        f(files_[0], offsetof(ControlHeader, orielId));
+    }
+    // The files are those of another generation now, at the same addresses.
+    void orielIdIs(SharedMem::OrielId orielId) { orielId_ = orielId; }
     void detach();
     void dumpToCoreIs(bool include);
 

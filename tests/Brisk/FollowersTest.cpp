@@ -181,4 +181,112 @@ TEST_F(Followers, TheLastChangesOfAWriterAreTold) {
     }
 }
 
+// Another process with a follower and a plain reader: answers, for each stamp it hears, whether both
+// have come to know it, and all other entries besides.
+class Elsewhere {
+public:
+    explicit Elsewhere(std::string const& name, std::size_t size)
+        : child_([=](Child& self) { return live(self, name, size); }) {}
+    bool knows(U64 stamp) {
+        child_.tell(static_cast<S64>(stamp));
+        return child_.hear() == 1;
+    }
+
+private:
+    static int live(Child& self, std::string const& name, std::size_t size) {
+        Client follower(name, shadowSettings(BriskType::valueShadow));
+        Client plain(name, shadowSettings(BriskType::reader));
+        follower.init();
+        plain.init();
+        S64 wanted = 0;
+        loop().fdAdd(self.hearFd(), 1, [&](U32) { wanted = self.hear(); });
+        for (;;) {
+            if (!pump([&] { return wanted != 0; }, 60) || wanted < 0) return 0;
+            auto const stamp = static_cast<U64>(std::exchange(wanted, 0));
+            bool const known = pump([&] {
+                bool found = false;
+                TestValue into;
+                TestValue const* const value = plain.front->safeLookup(TestKey(1), found, &into);
+                return found && value->stamp() == stamp && follower.known.size() == size &&
+                       follower.known[1] == stamp;
+            });
+            self.tell(known && follower.shadow().lateWakes() == 0 && follower.strayDeletes == 0);
+        }
+    }
+    Child child_;
+};
+
+class RemovedTable : public Followers {
+public:
+    static constexpr U32 size = 3000;
+    RemovedTable() {
+        w.init();
+        for (U32 id = 0; id < size; ++id) write(id, id);
+        Dunlin::traceSinkIs([this](auto&&, unsigned, std::string_view, std::string const& text) {
+            traced += text + '\n';
+        });
+    }
+    void write(U32 id, U64 stamp) { w.front->table().write(TestValue(TestKey(id), stamp), true); }
+    std::string directory() const { return base_.path() + "/" + name_; }
+
+    Elsewhere elsewhere{name_, size};
+    Client w{name_, writerSettings()};
+    std::string traced;
+};
+
+// Somebody removes files of a living table: the writer says so and makes it again, whole, and fronts
+// of all kinds come over, in this process and in others. The other process has files of the former
+// generations mapped, so the removed directories live on.
+TEST_F(RemovedTable, IsMadeAgainWhole) {
+    Client values(name_, shadowSettings(BriskType::valueShadow));
+    Client keys(name_, shadowSettings(BriskType::keyShadow));
+    Client plain(name_, shadowSettings(BriskType::reader));
+    for (Client* const c : {&values, &keys, &plain}) c->init();
+    U64 stamp = size;
+    ASSERT_TRUE(elsewhere.knows(1));
+    for (char const* const removed : {"", "slots", "owner", "..", "oriel", "buckets", "yarrow",
+                                      "yarrow2", "owner.lock", "../..", "../../..", ""}) {
+        SCOPED_TRACE(removed);
+        auto const before = w.front->orielId();
+        traced.clear();
+        std::filesystem::remove_all(directory() + "/" + removed);
+        write(2, ++stamp); // nobody has noticed yet
+        ASSERT_TRUE(pump([&] { return w.front->orielId() != before; }));
+        EXPECT_NE(traced.find("files of the live table"), std::string::npos);
+        EXPECT_NE(traced.find("was made again, with 3000 entries"), std::string::npos);
+        EXPECT_TRUE(w.front->validate());
+        EXPECT_TRUE(w.front->validateFiles("test", 0));
+        write(1, ++stamp);
+        ASSERT_TRUE(pump([&] {
+            for (Client* const c : {&values, &keys, &plain})
+                if (c->front->orielId() != w.front->orielId()) return false;
+            return values.known[1] == stamp && keys.known[1] == stamp;
+        }));
+        EXPECT_EQ(values.known.size(), size);
+        EXPECT_EQ(keys.known, values.known);
+        EXPECT_EQ(contents(plain.front->table()), values.known);
+        ASSERT_TRUE(elsewhere.knows(stamp));
+    }
+    EXPECT_FALSE(std::filesystem::exists(file("corruption-detected")));
+    // What is removed on purpose stays so.
+    w.front->cleanup();
+    settle();
+    EXPECT_FALSE(std::filesystem::exists(directory()));
+}
+
+// It cannot be made: the writer says why, goes on with what it has, and tries again.
+TEST_F(RemovedTable, IsMadeAgainLater) {
+    ASSERT_TRUE(elsewhere.knows(1));
+    std::filesystem::remove_all(directory());
+    std::ofstream(directory()) << "in the way";
+    ASSERT_TRUE(pump([&] { return traced.find("next attempt in 0.1 s") != std::string::npos; }));
+    EXPECT_NE(traced.find("cannot make directory"), std::string::npos);
+    write(1, size);
+    EXPECT_EQ(w.front->members(), size);
+    std::filesystem::remove(directory());
+    ASSERT_TRUE(pump([&] { return traced.find("was made again") != std::string::npos; }));
+    EXPECT_TRUE(w.front->validate());
+    EXPECT_TRUE(elsewhere.knows(size));
+}
+
 } // namespace

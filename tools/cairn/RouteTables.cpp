@@ -40,6 +40,22 @@ Brisk::MapDescriptor descriptor(U32 size) {
     return result;
 }
 
+// Has a table made again when somebody removes its files.
+template <class Writer>
+class Watched : public Mem::WriterSentry::Notifiee {
+public:
+    explicit Watched(Writer& writer)
+        : writer_(writer), sentry_(writer.debugHandler(), this, writer.rootPath()) {}
+    SharedMem::OrielId orielId() const override { return writer_.orielId(); }
+    bool validate() override { return writer_.validate(); }
+    bool validateFiles(std::string const&, unsigned) override { return writer_.validateFiles(); }
+    bool remake() override { return writer_.remake(); }
+
+private:
+    Writer& writer_;
+    Mem::WriterSentry sentry_;
+};
+
 template <class Table>
 std::unique_ptr<typename Table::Writer> takeOver(std::string const& name, U32 size) {
     auto writer = std::make_unique<typename Table::Writer>(
@@ -248,6 +264,8 @@ private:
     BoardEntry oifsBoard_, routesBoard_;
     std::unique_ptr<Mroute::OifIndexIntfTable::Writer> oifs_;
     std::unique_ptr<Mroute::RouteTable::Writer> routes_;
+    Watched<Mroute::OifIndexIntfTable::Writer> oifsWatched_{*oifs_};
+    Watched<Mroute::RouteTable::Writer> routesWatched_{*routes_};
     std::array<Interface, numOifIndexes> interfaces_{};
     std::bitset<numOifIndexes> touched_;
     std::bitset<numOifIndexes> building_; // of the record in the making, not counted yet
