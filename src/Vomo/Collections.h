@@ -58,6 +58,7 @@ class ValueSet
     : public HashMap2018<HashMap2018NodeExternKey<Hash::legacy, Hash::seed, Key_, void, false>,
                          Key_, void> {
 public:
+    using OwnerType = Owner;
     static constexpr U32 number = attr;
     static constexpr RowKind kind = RowKind::valueSet;
     using Key = Key_;
@@ -90,11 +91,15 @@ class ValueMap
     : public HashMap2018<HashMap2018NodeExternKey<Hash::legacy, Hash::seed, Key_, Value_, false>,
                          Key_, Value_> {
 public:
+    using OwnerType = Owner;
     static constexpr U32 number = attr;
     static constexpr RowKind kind = RowKind::valueMap;
     using Key = Key_;
     using Value = Value_;
     using Node = HashMap2018NodeExternKey<Hash::legacy, Hash::seed, Key, Value, false>;
+
+    ValueMap() = default;
+    ValueMap(NboAttrLog::In* in, StreamBogon tag) : HashMap2018<Node, Key_, Value_>(in, tag) {}
 
     bool has(Key const& key) const { return (*this)[key] != nullptr; }
     // The default if there is no member.
@@ -129,6 +134,7 @@ public:
 template <class Owner, U32 attr, class Key_, class Value_>
 class OrderedMap : public RbTreeMap<Impl::OrderedNode<Owner, attr, Key_, Value_>, Key_, Value_> {
 public:
+    using OwnerType = Owner;
     static constexpr U32 number = attr;
     static constexpr RowKind kind = RowKind::valueMap;
     using Key = Key_;
@@ -207,6 +213,7 @@ class Entries : public Impl::EntityMap<Child_, keyOf, Hash> {
     using Base = Impl::EntityMap<Child_, keyOf, Hash>;
 
 public:
+    using OwnerType = Owner;
     static constexpr U32 number = attr;
     static constexpr RowKind kind = rowKind;
     using Child = Child_;
@@ -255,6 +262,7 @@ class Children : public Impl::EntityMap<Child_, keyOf, Hash> {
     static constexpr bool hasTwoLevels = !std::is_null_pointer_v<decltype(alsoIn)>;
 
 public:
+    using OwnerType = Owner;
     static constexpr U32 number = attr;
     static constexpr RowKind kind = RowKind::children;
     using Child = Child_;

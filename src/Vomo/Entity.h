@@ -197,6 +197,7 @@ template <class T, class Base = Entity>
 class EntityOf : public Base, public Tracked<T> {
 public:
     using Base::Base;
+    using Tracked<T>::vomoAllocTrackTypeInfo_; // not that of the base
     // What one connection has yet to send of a T; Vomo/NboAttrLogFlow.h.
     using FlowOut = NboAttrLog::FlowOut;
     NotifieeListRecord notifieeList() const override {

@@ -78,8 +78,8 @@ struct NoMutator {};
 // own: for one that does more.
 template <auto member, auto setBy, auto delBy>
 struct CollectionFunctions {
-    using T = ClassOf<member>;
     using Coll = FieldOf<member>;
+    using T = typename Coll::OwnerType; // the class of the member, or derived from it
     using Key = typename Coll::Key;
     using Value = typename Coll::Value;
     using Iterator = typename Coll::IteratorConst;

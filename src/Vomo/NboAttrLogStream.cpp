@@ -67,7 +67,10 @@ bool handleInstantiatingCollSerialization(Sa& sa, Row const& row, void const* ke
 // that it has not heard of goes behind its announcement; see `sendEntryOf`.
 bool handleEntrySerialization(Sa& sa, Row const& row, void const* key, Entity* entry) {
     CollectionOps const& coll = *row.collection;
-    if (entry != nullptr && sa.streamDemuxer().adapterIfAny(entry) == nullptr) return true;
+    if (entry != nullptr && entry->parent() == nullptr)
+        entry = nullptr; // has left, and no number names it: the peer drops it
+    else if (entry != nullptr && sa.streamDemuxer().adapterIfAny(entry) == nullptr)
+        return true;
     CollSerializationCtx const ctx = contextOf(sa, row, entry == nullptr);
     std::size_t const size = coll.key->logSize(key);
     Out* const out = sa.instantiatingCollSerializeCheck(ctx, entry, size);
@@ -110,15 +113,19 @@ void vomoHandleSerializeSing(Sa& sa, Row const& row, void const* key, void const
         sa.dirtyCollIs(row, key);
 }
 
-// A child has been announced: where the owner has filled it in, too, that can go now.
+// A child has been announced: where the owner has filled it in, too, that can go now. Or it has left:
+// an entry that is still there goes as gone.
 void sendEntryOf(Sa& sa, std::span<Row const> rows, Row const& of, void const* key,
                  void const* child) {
-    if (of.kind != RowKind::children || child == nullptr) return;
-    for (Row const& row : rows)
-        if (isLate(row) && row.collection->key == of.collection->key &&
-            sa.vomoRawFlowOut()->vomoHasSynced(row.number) &&
-            row.collection->find(sa.object(), key) == child)
-            vomoHandleSerializeSing(sa, row, key, child);
+    if (of.kind != RowKind::children) return;
+    for (Row const& row : rows) {
+        if (!isLate(row) || row.collection->key != of.collection->key ||
+            !sa.vomoRawFlowOut()->vomoHasSynced(row.number))
+            continue;
+        void const* const entry = row.collection->find(sa.object(), key);
+        if (entry != nullptr && (child == nullptr || child == entry))
+            vomoHandleSerializeSing(sa, row, key, entry);
+    }
 }
 
 // Walks the members from `from`, or from the first. False when it stops at a bookmark.
