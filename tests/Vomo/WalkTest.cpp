@@ -94,6 +94,9 @@ auto samples() {
         Multicast::Group::McastGroupKind::mcastGroupKindMpls,
         FecIndex(5),
         changed(McastTunnelEncapInfo(FecIndex(5)), [](auto& v) { v.outlifIdIs(6); }),
+        changed(McastTunnelEncapInfoColl(),
+                [](auto& v) { v.encapInfoIs(FecIndex(5), McastTunnelEncapInfo(FecIndex(5))); }),
+        Multicast::Tunnel::TunnelId::fromVpls(intf("Ethernet1")),
         Multicast::Tunnel::TunnelType::vpls,
         VplsPwEncapInfo(1, U64{1} << 63, intf("Loopback0")),
         changed(Counter(key), [](auto& v) { v.lastRefreshTimeIs(0.1), v.activeIs(true); }),
@@ -254,8 +257,15 @@ public:
         // For these the default is one behind the last index, and a family without paths.
         if (type == typeByName("Brisk::Multicast::Fib::OifIndex")) object_->textIs("0");
         if (type == typeByName("Kelpie::AddressFamily")) object_->textIs("2");
+        // And here an address without a family, and tunnels without a kind.
+        if (type == typeByName("Kelpie::IpGenAddr")) object_->textIs("224.0.0.1");
+        if (type == typeByName("Multicast::Tunnel::TunnelType")) object_->textIs("'vxlanBum'");
+        if (type == typeByName("Multicast::Tunnel::TunnelId"))
+            *static_cast<Multicast::Tunnel::TunnelId*>(at_) =
+                Multicast::Tunnel::TunnelId::fromVpls(Kelpie::IntfId(7));
     }
     void* get() const { return at_; }
+    Ptr<Entity>& entity() { return entity_; }
 
 private:
     void* at_;
@@ -276,6 +286,15 @@ std::vector<void*> addresses(std::vector<std::unique_ptr<Field>> const& fields) 
     if (!fields.empty()) list.clear();
     for (auto const& field : fields) list.push_back(field->get());
     return list;
+}
+
+Ptr<Entity> made(VomoType type, std::vector<void*> const& arguments) {
+    U64 room = ~U64{0}; // holds nothing that could be released
+    type.module->genericTable[type.index].constructFromCtorArgs(&room, arguments.data());
+    Ptr<Entity>* const at = std::launder(reinterpret_cast<Ptr<Entity>*>(&room));
+    Ptr<Entity> const entity(*at);
+    std::destroy_at(at);
+    return entity;
 }
 
 using Op = AttributeOp;
@@ -337,6 +356,12 @@ TEST(AllTypes, EveryAttributeAnswersItsOperationsAndNoOthers) {
                 return generic.attributeOp(out, object, attr, op, a, b);
             } catch (RangeException const&) {
                 return 0U; // a VLAN of a target that has none
+            } catch (TypeException const&) {
+                return 0U; // the interface of a tunnel of another kind
+            } catch (NoImplementationException const&) {
+                return 0U; // left to derived directories
+            } catch (std::bad_cast const&) {
+                return 0U; // a directory of another kind
             }
         };
         if (type.row().numAttributes < 30) {
@@ -354,6 +379,7 @@ TEST(AllTypes, EveryAttributeAnswersItsOperationsAndNoOthers) {
                     EXPECT_EQ(answer(attr, op, nullptr, nullptr, nullptr), 1U)
                         << static_cast<U32>(op);
                 }
+            if (has.empty()) continue;
             Field value(type.module, row.type);
             if (has.contains(Op::call)) {
                 if (isKey && ofSomeKinds.contains(attr.name())) continue;
@@ -380,6 +406,10 @@ TEST(AllTypes, EveryAttributeAnswersItsOperationsAndNoOthers) {
             if (has.contains(Op::count)) {
                 U32 count = 7, version = 0, later = 0;
                 EXPECT_EQ(answer(attr, Op::version, &version, nullptr, nullptr), 0U);
+                if (!has.contains(Op::set)) continue;
+                if (is(row, RowKind::entries))
+                    value.entity() = made(typeOfReference(type.module, row.type), {key.get()});
+                if (is(row, RowKind::valueSet)) *static_cast<bool*>(value.get()) = true;
                 EXPECT_EQ(answer(attr, Op::set, nullptr, key.get(), value.get()), 0U);
                 EXPECT_EQ(answer(attr, Op::version, &later, nullptr, nullptr), 0U);
                 EXPECT_NE(later, version);
@@ -411,14 +441,12 @@ TEST(AllTypes, EveryAttributeAnswersItsOperationsAndNoOthers) {
             }
             if (generic.constructFromCtorArgs == nullptr) continue; // a table's control
             ++entities;
-            auto const fields = arguments(module, type.row().parameters);
-            auto list = addresses(fields);
-            U64 room = ~U64{0}; // holds nothing that could be released
-            generic.constructFromCtorArgs(&room, list.data());
-            Ptr<Entity>* const entity = std::launder(reinterpret_cast<Ptr<Entity>*>(&room));
-            EXPECT_EQ((*entity)->fwkType(), type);
-            walk(type, entity->ptr());
-            std::destroy_at(entity);
+            VomoType of = type; // a derived type may have its parameters from its base
+            while (of.row().parameters == 0 && !of.base().isNull()) of = of.base();
+            auto const fields = arguments(of.module, of.row().parameters);
+            Ptr<Entity> const entity = made(type, addresses(fields));
+            EXPECT_EQ(entity->fwkType(), type);
+            for (of = type; !of.isNull(); of = of.base()) walk(of, entity.ptr());
         }
     EXPECT_GE(entities, 5);
 }
