@@ -53,23 +53,16 @@ public:
 
     // The value of the key; the default one if it is not there.
     Value get(Key const& key) const {
-        Value result;
         bool found = false;
-        Value const* const at = map_.safeLookup(key, found, &result);
-        if (at != &result) Instance::Ops::copyValue(&result, at);
-        return result;
+        return *map_.safeLookup(key, found, nullptr);
     }
-    // The same, for a moment: until the next call. Null if the key is not there.
+    // Null if the key is not there. Good until the next operation on the table.
     Value const* find(Key const& key) const {
         bool found = false;
-        Value const* const at = map_.safeLookup(key, found, &found_);
+        Value const* const at = map_.safeLookup(key, found, nullptr);
         return found ? at : nullptr;
     }
-    bool has(Key const& key) const {
-        bool found = false;
-        map_.safeLookup(key, found, nullptr);
-        return found;
-    }
+    bool has(Key const& key) const { return find(key) != nullptr; }
 
     // The mutators raise NoPermissionException where the table is read-only, and what the writer's
     // own operations raise. Each change that was made is notified, also if what is raised then goes
@@ -115,7 +108,6 @@ private:
     Owner& owner_;
     typename Map::NotifyFn const notify_;
     Map map_;
-    mutable Value found_{};
 };
 
 template <class Owner, U32 attr, class Instance>
