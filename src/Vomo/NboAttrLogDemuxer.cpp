@@ -370,6 +370,11 @@ void Demuxer::handleAnnouncement(EntityId id, In& in) {
     Ptr<Entity> entity;
     try {
         entity = type.module->genericTable[type.index].stream->newEntityForAttrLog(&in);
+    } catch (OwnerHasGone) {
+        // The peer has yet to hear of it, or was still sending what is below it. The child counts as
+        // announced, so that what follows of it is passed over.
+        ++peerNextId_;
+        return;
     } catch (RangeException const& ex) { // a key that cannot be
         throw AttrLogRecordException(std::string("attribute log: ") + ex.what());
     } catch (NoImplementationException const& ex) {

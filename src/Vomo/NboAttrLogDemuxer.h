@@ -28,6 +28,9 @@ constexpr U8 inCollection = 1, beginMark = 2, endMark = 4, resumed = 8, announce
 constexpr U32 messageHeaderSize = 13;
 constexpr U32 maxMessageSize = 1U << 24;
 
+// Raised by the reader of an entity whose owner was here and has left.
+struct OwnerHasGone {};
+
 // Connections that serve the same tree: what changes is encoded once for all of them. One thread.
 class ConnectionGroup {
 public:

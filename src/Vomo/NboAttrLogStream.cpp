@@ -408,7 +408,9 @@ void writeCtorParams(CtorParams params, Out& out, std::span<Row const> rows, Ent
 }
 
 Ptr<Entity> nextOwner(In* in, VomoTypeBase type, U32 attrId, VomoTypeBase owner) {
+    EntityId const id = in->peekEntityId();
     Entity* const entity = in->nextEntity();
+    if (entity == nullptr && id != EntityId{0}) throw OwnerHasGone();
     ownerChecked(entity, type, attrId, owner);
     return Ptr<Entity>(entity);
 }
