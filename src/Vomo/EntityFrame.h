@@ -330,6 +330,13 @@ consteval Row notifying(U32 number, char const* name) {
     if constexpr (sizeof...(set) != 0) row.set = Impl::setScalar<set...>;
     return row;
 }
+// A stored scalar that has no mutator; it is sent, so that a mirror shows the source's.
+template <auto field>
+consteval Row readOnly(U32 number, char const* name) {
+    Row row = notifying<field>(number, name);
+    row.kind = RowKind::readOnly;
+    return row;
+}
 // A collection of Vomo/Collections.h: its class says which kind it is, and its number. Of entities, in
 // an entity: `keyName` is the member's attribute that is the key. `set(key)` or `set(key, value)` and
 // `del(key)` are mutators of the owner that do more than the collection's.

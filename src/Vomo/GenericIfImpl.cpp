@@ -236,6 +236,7 @@ U32 rowsOp(TypeHead const& head, std::span<Row const> rows, void* out, void* obj
         }
         [[fallthrough]];
     case RowKind::ctor:
+    case RowKind::readOnly:
         if (op != AttributeOp::get) return 1;
         row.type->assign(out, row.field(object));
         return 0;

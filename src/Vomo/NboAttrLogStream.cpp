@@ -11,6 +11,7 @@ namespace {
 bool isSent(Row const& row) {
     switch (row.kind) {
     case RowKind::notifying:
+    case RowKind::readOnly:
     case RowKind::valueMap:
     case RowKind::valueSet:
     case RowKind::children:

@@ -56,6 +56,7 @@ enum class RowKind : U8 {
     indexed,         // view by a key
     memberMap,       // collection in a value
     notifying,       // stored in an entity; a change notifies
+    readOnly,        // likewise, changed by the entity and by the log alone
     valueMap,        // collection of values in an entity
     valueSet,        // likewise, of keys alone
     children,        // collection of entities that it makes
@@ -90,6 +91,7 @@ inline constexpr std::array allRowFacts{
     RowFacts{RowKind::indexed, {0x01, 0x18, 0x00}, "view,indexed"},
     RowFacts{RowKind::memberMap, {0x01, 0x9C, 0x01}, "collection"},
     RowFacts{RowKind::notifying, {0x00, 0xDC, 0x01}, "mutable,notifies"},
+    RowFacts{RowKind::readOnly, {0x00, 0x4C, 0x01}, "read-only,notifies"},
     RowFacts{RowKind::valueMap, {0x01, 0xDC, 0x01}, "collection,notifies"},
     RowFacts{RowKind::valueSet, {0x01, 0xDC, 0x09}, "set,notifies"},
     RowFacts{RowKind::children, {0x21, 0xDD, 0x01}, "collection,entities,instantiating,notifies"},
