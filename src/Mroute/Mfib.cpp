@@ -1,8 +1,8 @@
 #include "Mroute/Mfib.h"
 
-#include "L3/VrfName.h"
 #include "Mroute/CounterStatus.h"
-#include "Mroute/MfibConfig.h"
+#include "Mroute/MfibRows.h"
+#include "Mroute/MountPath.h"
 #include "Mroute/RouteKeyBits.h"
 #include "Vomo/Record.h"
 #include "VomoBrisk/TableRows.h"
@@ -12,30 +12,6 @@
 #include <ostream>
 #include <sstream>
 
-template <>
-struct Vomo::Describe<Routing::Multicast::Fib::Config> {
-    using T = Routing::Multicast::Fib::Config;
-    static constexpr auto type = entity("Routing::Multicast::Fib::Config", wide);
-    static constexpr auto attributes = rows({
-        notifying<&T::routing_>(T::routingAttr, "routing"),
-        notifying<&T::useUribAsFallback_>(T::useUribAsFallbackAttr, "useUribAsFallback"),
-        constant<&T::useUribAsFallbackDefault>(T::useUribAsFallbackDefaultAttr,
-                                               "useUribAsFallbackDefault"),
-        notifying<&T::multipathControl_>(T::multipathControlAttr, "multipathControl"),
-        notifying<&T::multipathColor_>(T::multipathColorAttr, "multipathColor"),
-        constant<&T::multipathColorDefault>(T::multipathColorDefaultAttr, "multipathColorDefault"),
-        notifying<&T::fastdrop_>(T::fastdropAttr, "fastdrop"),
-        constant<&T::fastdropDefault>(T::fastdropDefaultAttr, "fastdropDefault"),
-        notifying<&T::maxFastdrops_>(T::maxFastdropsAttr, "maxFastdrops"),
-        constant<&T::maxFastdropsDefault>(T::maxFastdropsDefaultAttr, "maxFastdropsDefault"),
-        collection<&T::counterRoute_>("counterRoute"),
-        collection<&T::clearCounterRoute_>("clearCounterRoute"),
-        notifying<&T::clearFastdrop_>(T::clearFastdropAttr, "clearFastdrop"),
-        notifying<&T::clearMfibCount_>(T::clearMfibCountAttr, "clearMfibCount"),
-        function<&T::isDefault>(T::isDefaultAttr, "isDefault"),
-        mutating<&T::reset>(T::resetAttr, "reset"),
-    });
-};
 template <>
 struct Vomo::Describe<Routing::Multicast::Fib::ConfigMultipathControl> {
     using T = Routing::Multicast::Fib::ConfigMultipathControl;
@@ -82,6 +58,15 @@ struct Vomo::Describe<Routing::Multicast::Fib::CounterStatus> {
     });
 };
 template <>
+struct Vomo::Describe<Routing::Multicast::Fib::Hardware::RouteStatusHwFlags> {
+    using T = Routing::Multicast::Fib::Hardware::RouteStatusHwFlags;
+    static constexpr auto type = flagSet("Routing::Multicast::Fib::Hardware::RouteStatus::HwFlags");
+    static constexpr auto attributes = flags({
+        {"noRoute", "noRoute_", T::noRoute_},
+        {"noIntfs", "noIntfs_", T::noIntfs_},
+    });
+};
+template <>
 struct Vomo::Describe<Routing::Multicast::Fib::Intf> {
     using T = Routing::Multicast::Fib::Intf;
     static constexpr auto type = value("Routing::Multicast::Fib::Intf");
@@ -110,11 +95,13 @@ namespace Routing::Multicast::Fib {
 
 using namespace RouteKeyBits;
 
+Vomo::String pathOf(Kelpie::AddressFamily af, char const* rest) {
+    PLAINASSERT(af == Kelpie::ipv4() || af == Kelpie::ipv6(),
+                "false && \"Unsupported address family\"");
+    return Vomo::String(af == Kelpie::ipv4() ? "routing/" : "routing6/") + rest;
+}
 Vomo::String mountPath(Kelpie::AddressFamily af) {
-    if (af == Kelpie::ipv4()) return "routing/multicast/fib";
-    if (af == Kelpie::ipv6()) return "routing6/multicast/fib";
-    PLAINASSERT(false, "false && \"Unsupported address family\"");
-    __builtin_unreachable();
+    return pathOf(af, "multicast/fib");
 }
 
 U32 RouteKey::hash() const {

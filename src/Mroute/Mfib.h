@@ -4,23 +4,56 @@
 #include "Kelpie/IntfId.h"
 #include "Mroute/MfibTypes.h"
 
+namespace Routing::Multicast {
+class MulticastLegacyConfig;
+} // namespace Routing::Multicast
+namespace Routing::Multicast::Pim {
+class Status;
+} // namespace Routing::Multicast::Pim
+namespace Routing::Multicast::Vxlan {
+class Status;
+} // namespace Routing::Multicast::Vxlan
 namespace Routing::Multicast::Fib {
+class BidirStatus;
 class Config;
 enum class ConfigMultipathControl : U8; // Config::MultipathControl
 class Counter;
 enum class CounterMode : U32;
 class CounterStatus;
+class CounterStatusCtl;
 class Intf;
+class IntfConfig;
+class MbrIntf;
+class ReadyStatus;
 class RouteKeyTypeConverter;
+class SparseModeStatus;
+class Status;
+class VrfConfig;
+class VrfEnabledStatus;
 } // namespace Routing::Multicast::Fib
+namespace Routing::Multicast::Fib::Hardware {
+class RouteStatus;
+class RouteStatusHwFlags; // RouteStatus::HwFlags
+class Status;
+class VrfStatus;
+} // namespace Routing::Multicast::Fib::Hardware
 
 namespace Vomo {
 extern "C" VomoModule const _Mfib_81f0b1a1b6aa3812_vomoModule;
 struct MfibModule
-    : TypeList<Routing::Multicast::Fib::Config, Routing::Multicast::Fib::ConfigMultipathControl,
-               Routing::Multicast::Fib::Counter, Routing::Multicast::Fib::CounterMode,
-               Routing::Multicast::Fib::CounterStatus, Routing::Multicast::Fib::Intf,
-               Routing::Multicast::Fib::RouteKeyTypeConverter> {
+    : TypeList<
+          Routing::Multicast::Fib::BidirStatus, Routing::Multicast::Fib::Config,
+          Routing::Multicast::Fib::ConfigMultipathControl, Routing::Multicast::Fib::Counter,
+          Routing::Multicast::Fib::CounterMode, Routing::Multicast::Fib::CounterStatus,
+          Routing::Multicast::Fib::CounterStatusCtl, Routing::Multicast::Fib::Hardware::RouteStatus,
+          Routing::Multicast::Fib::Hardware::RouteStatusHwFlags,
+          Routing::Multicast::Fib::Hardware::Status, Routing::Multicast::Fib::Hardware::VrfStatus,
+          Routing::Multicast::Fib::Intf, Routing::Multicast::Fib::IntfConfig,
+          Routing::Multicast::Fib::MbrIntf, Routing::Multicast::Fib::ReadyStatus,
+          Routing::Multicast::Fib::RouteKeyTypeConverter, Routing::Multicast::Fib::SparseModeStatus,
+          Routing::Multicast::Fib::Status, Routing::Multicast::Fib::VrfConfig,
+          Routing::Multicast::Fib::VrfEnabledStatus, Routing::Multicast::MulticastLegacyConfig,
+          Routing::Multicast::Pim::Status, Routing::Multicast::Vxlan::Status> {
     static constexpr VomoModule const* record = &_Mfib_81f0b1a1b6aa3812_vomoModule;
     static ValueFrames<size> const frames;
 };

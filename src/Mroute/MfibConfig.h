@@ -1,6 +1,7 @@
 // What is configured for the multicast FIB.
 #pragma once
 
+#include "Interface/LoadInterval.h"
 #include "Mroute/Mfib.h"
 #include "Vomo/Collections.h"
 
@@ -119,4 +120,156 @@ private:
 };
 Vomo::Ptr<Config> configFactory(Vomo::String const& name);
 
+// What is configured for one interface.
+class IntfConfig : public Vomo::NamedEntity<IntfConfig> {
+public:
+    enum Attr : U32 { noFastdropAttr = 258 };
+    using NamedEntity::NamedEntity;
+    static Vomo::Ptr<IntfConfig> IntfConfigIs(Vomo::String const& name) {
+        return Vomo::newEntity<IntfConfig>(name);
+    }
+
+    bool noFastdrop() const { return noFastdrop_; }
+    void noFastdropIs(bool v) { assign(noFastdrop_, v, noFastdropAttr); }
+
+private:
+    friend EntityOf;
+    friend Vomo::Describe<IntfConfig>;
+    bool noFastdrop_ = false;
+    mutable Vomo::NotifieeList notifiees_;
+};
+Vomo::Ptr<IntfConfig> intfConfigFactory(Vomo::String const& name);
+
+// What all VRFs share, with the configuration of each VRF and interface. A new one holds the
+// configuration of the VRF "default".
+class VrfConfig : public Vomo::NamedEntity<VrfConfig> {
+public:
+    enum Attr : U32 {
+        routingAttr = 258,
+        counterModeAttr,
+        counterModeDefaultAttr,
+        loadIntervalAttr,
+        allCounterAttr,
+        allCounterDefaultAttr,
+        activityPollingIntervalAttr,
+        activityPollingIntervalDefaultAttr,
+        intfConfigAttr,
+        configAttr,
+        mountPathAttr,
+        resetAttr,
+        isDefaultAttr,
+        doInitAttr
+    };
+    static constexpr CounterMode counterModeDefault = CounterMode::byteMode;
+    static constexpr bool allCounterDefault = false;
+    static constexpr U8 activityPollingIntervalDefault = 60;
+
+    explicit VrfConfig(Vomo::String const& name);
+    static Vomo::Ptr<VrfConfig> VrfConfigIs(Vomo::String const& name) {
+        return Vomo::newEntity<VrfConfig>(name);
+    }
+    // "routing/multicast/vrf/config", "routing6/...". Any other family ends the process.
+    static Vomo::String mountPath(Kelpie::AddressFamily af);
+
+    bool routing() const { return routing_; }
+    void routingIs(bool v) { assign(routing_, v, routingAttr); }
+    CounterMode counterMode() const { return counterMode_; }
+    void counterModeIs(CounterMode v) { assign(counterMode_, v, counterModeAttr); }
+    Interface::LoadInterval loadInterval() const { return loadInterval_; }
+    void loadIntervalIs(Interface::LoadInterval const& v) {
+        assign(loadInterval_, v, loadIntervalAttr);
+    }
+    // All routes are counted, not only those of `Config::counterRoute`.
+    bool allCounter() const { return allCounter_; }
+    void allCounterIs(bool v) { assign(allCounter_, v, allCounterAttr); }
+    // Seconds.
+    U8 activityPollingInterval() const { return activityPollingInterval_; }
+    void activityPollingIntervalIs(U8 v) {
+        assign(activityPollingInterval_, v, activityPollingIntervalAttr);
+    }
+    U8 activityPollingIntervalInc(U8 n) {
+        return increase(activityPollingInterval_, n, activityPollingIntervalAttr);
+    }
+    U8 activityPollingIntervalDec(U8 n) {
+        return decrease(activityPollingInterval_, n, activityPollingIntervalAttr);
+    }
+
+    using IntfConfigMap = Vomo::Children<VrfConfig, intfConfigAttr, IntfConfig,
+                                         &IntfConfig::nameKey, Vomo::SeededHash<0x5F556F3B>>;
+    using VomoIntfConfig = IntfConfigMap::Node;
+    Vomo::Ptr<IntfConfig> intfConfig(Vomo::String const& name) const {
+        return intfConfig_.at(name);
+    }
+    IntfConfigMap const& intfConfig() const { return intfConfig_; }
+    Vomo::Ptr<IntfConfig> intfConfigIs(Vomo::String const& name) {
+        return intfConfig_.is(this, name);
+    }
+    Vomo::Ptr<IntfConfig> intfConfigDel(Vomo::String const& name) {
+        return intfConfig_.del(this, name);
+    }
+    void intfConfigDelAll() { intfConfig_.delAll(this); }
+    // By VRF.
+    using ConfigMap = Vomo::Children<VrfConfig, configAttr, Config, &Config::nameKey,
+                                     Vomo::SeededHash<0xC6152FA1>>;
+    using VomoConfig = ConfigMap::Node;
+    Vomo::Ptr<Config> config(Vomo::String const& name) const { return config_.at(name); }
+    ConfigMap const& config() const { return config_; }
+    Vomo::Ptr<Config> configIs(Vomo::String const& name) { return config_.is(this, name); }
+    Vomo::Ptr<Config> configDel(Vomo::String const& name) { return config_.del(this, name); }
+    void configDelAll() { config_.delAll(this); }
+
+    // Every scalar has its default; of the load interval only the seconds count.
+    bool isDefault() const;
+    // Gives the scalars their defaults, but for `allCounter`: a reset VrfConfig need not be default.
+    void reset();
+    // Makes the configuration of the VRF "default", if it is not there.
+    void doInit();
+
+private:
+    friend EntityOf;
+    friend Vomo::Describe<VrfConfig>;
+    bool routing_ = false;
+    CounterMode counterMode_ = counterModeDefault;
+    Interface::LoadInterval loadInterval_;
+    bool allCounter_ = allCounterDefault;
+    U8 activityPollingInterval_ = activityPollingIntervalDefault;
+    IntfConfigMap intfConfig_;
+    ConfigMap config_;
+    mutable Vomo::NotifieeList notifiees_;
+};
+Vomo::Ptr<VrfConfig> vrfConfigFactory(Vomo::String const& name);
+
 } // namespace Routing::Multicast::Fib
+
+namespace Routing::Multicast {
+
+// Which form of the configuration commands is in use, and the modes in which they are entered.
+class MulticastLegacyConfig : public Vomo::NamedEntity<MulticastLegacyConfig> {
+public:
+    enum Attr : U32 { legacyAttr = 258, versionAttr, globalModeAttr, routerModeAttr, ipModeAttr };
+    static constexpr U8 globalMode = 1;
+    static constexpr U8 routerMode = 2;
+    static constexpr U8 ipMode = 3;
+
+    using NamedEntity::NamedEntity;
+    static Vomo::Ptr<MulticastLegacyConfig> MulticastLegacyConfigIs(Vomo::String const& name) {
+        return Vomo::newEntity<MulticastLegacyConfig>(name);
+    }
+
+    bool legacy() const { return legacy_; }
+    void legacyIs(bool v) { assign(legacy_, v, legacyAttr); }
+    U8 version() const { return version_; }
+    void versionIs(U8 v) { assign(version_, v, versionAttr); }
+    U8 versionInc(U8 n) { return increase(version_, n, versionAttr); }
+    U8 versionDec(U8 n) { return decrease(version_, n, versionAttr); }
+
+private:
+    friend EntityOf;
+    friend Vomo::Describe<MulticastLegacyConfig>;
+    bool legacy_ = true;
+    U8 version_ = 1;
+    mutable Vomo::NotifieeList notifiees_;
+};
+Vomo::Ptr<MulticastLegacyConfig> multicastLegacyConfigFactory(Vomo::String const& name);
+
+} // namespace Routing::Multicast

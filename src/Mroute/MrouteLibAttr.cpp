@@ -1,7 +1,17 @@
 #include "Mroute/MrouteLibAttr.h"
 
+#include "Mroute/PimEnabled.h"
 #include "Vomo/Record.h"
 
+template <>
+struct Vomo::Describe<MrouteLib::PimEnabled> {
+    using T = MrouteLib::PimEnabled;
+    static constexpr auto type = entity("MrouteLib::PimEnabled", wide);
+    static constexpr auto attributes = rows({
+        collection<&T::pimVlanEnabled_>("pimVlanEnabled"),
+        collection<&T::igmpVlanEnabled_>("igmpVlanEnabled"),
+    });
+};
 template <>
 struct Vomo::Describe<MrouteLib::RouteKeyInfo> {
     using T = MrouteLib::RouteKeyInfo;
@@ -26,6 +36,9 @@ bool operator<(RouteKeyInfo const& a, RouteKeyInfo const& b) {
 }
 U32 attrLogSize(RouteKeyInfo const* v) {
     return 50 + attrLogSize(&v->vrfName());
+}
+Vomo::Ptr<PimEnabled> pimEnabledFactory(Vomo::String const& name) {
+    return Vomo::newEntity<PimEnabled>(name);
 }
 
 } // namespace MrouteLib

@@ -5,12 +5,13 @@
 #include "Mroute/MfibTypes.h"
 
 namespace MrouteLib {
+class PimEnabled;
 class RouteKeyInfo;
 } // namespace MrouteLib
 
 namespace Vomo {
 extern "C" VomoModule const _MrouteLibAttr_9a81120073b9f37c_vomoModule;
-struct MrouteLibAttrModule : TypeList<MrouteLib::RouteKeyInfo> {
+struct MrouteLibAttrModule : TypeList<MrouteLib::PimEnabled, MrouteLib::RouteKeyInfo> {
     static constexpr VomoModule const* record = &_MrouteLibAttr_9a81120073b9f37c_vomoModule;
     static ValueFrames<size> const frames;
 };

@@ -53,6 +53,16 @@ struct Vomo::Describe<MrouteLib::ToCpuPurpose> {
         {"toCpuVxlan", "toCpuVxlan_", T::toCpuVxlan_},
     });
 };
+template <>
+struct Vomo::Describe<MrouteLib::TunnelPortVlanSet> {
+    using T = MrouteLib::TunnelPortVlanSet;
+    static constexpr auto type = value("MrouteLib::TunnelPortVlanSet", wide);
+    static constexpr auto attributes = rows({
+        mutates<&T::version_>(2, "version"),
+        mutates<&T::versionValid_>(3, "versionValid"),
+        mutates<&T::pvSet_>(4, "pvSet"),
+    });
+};
 
 namespace MrouteLib {
 
@@ -169,6 +179,15 @@ bool operator<(PortVlanSet const& a, PortVlanSet const& b) {
 U32 attrLogSize(PortVlanSet const* v) {
     U32 const copies = v->portVlan().members() + v->portVlanFrr().members();
     return 30 + 18 * (copies + 2) + copies + 3 * v->natVlan().members() + 2;
+}
+
+bool operator<(TunnelPortVlanSet const& a, TunnelPortVlanSet const& b) {
+    if (a.version_ != b.version_) return a.version_ < b.version_;
+    if (a.versionValid_ != b.versionValid_) return b.versionValid_;
+    return a.pvSet_ < b.pvSet_;
+}
+U32 attrLogSize(TunnelPortVlanSet const* v) {
+    return 9 + attrLogSize(&v->pvSet());
 }
 
 } // namespace MrouteLib

@@ -10,12 +10,13 @@ namespace MrouteLib {
 class PortVlanSet;
 enum class PvSetChange : U8;
 class ToCpuPurpose;
+class TunnelPortVlanSet;
 } // namespace MrouteLib
 
 namespace Vomo {
 extern "C" VomoModule const _PortVlanSet_a48c9f8d500e2295_vomoModule;
-struct PortVlanSetModule
-    : TypeList<MrouteLib::PortVlanSet, MrouteLib::PvSetChange, MrouteLib::ToCpuPurpose> {
+struct PortVlanSetModule : TypeList<MrouteLib::PortVlanSet, MrouteLib::PvSetChange,
+                                    MrouteLib::ToCpuPurpose, MrouteLib::TunnelPortVlanSet> {
     static constexpr VomoModule const* record = &_PortVlanSet_a48c9f8d500e2295_vomoModule;
     static ValueFrames<size> const frames;
 };
@@ -171,5 +172,35 @@ private:
 };
 static_assert(sizeof(PortVlanSet) == 96 && alignof(PortVlanSet) == 8);
 U32 attrLogSize(PortVlanSet const* v);
+
+// A set with a version, which a tunnel carries. Has no hash. Text: not read back.
+class TunnelPortVlanSet {
+public:
+    TunnelPortVlanSet() = default;
+    // Ends the process at the set.
+    explicit TunnelPortVlanSet(Vomo::CharRange& range) { Vomo::parse(*this, range); }
+    TunnelPortVlanSet(Vomo::NboAttrLog::In* in, Vomo::StreamBogon) { Vomo::read(*this, in); }
+
+    U64 version() const { return version_; }
+    void versionIs(U64 v) { version_ = v; }
+    U64 versionInc(U64 n) & { return version_ += n; }
+    U64 versionDec(U64 n) & { return version_ -= n; }
+    bool versionValid() const { return versionValid_; }
+    void versionValidIs(bool v) { versionValid_ = v; }
+    PortVlanSet const& pvSet() const { return pvSet_; }
+    void pvSetIs(PortVlanSet const& v) { pvSet_ = v; }
+    explicit operator bool() const { return !(*this == TunnelPortVlanSet()); }
+
+    friend bool operator==(TunnelPortVlanSet const&, TunnelPortVlanSet const&) = default;
+    friend bool operator<(TunnelPortVlanSet const& a, TunnelPortVlanSet const& b);
+
+private:
+    friend Vomo::Describe<TunnelPortVlanSet>;
+    U64 version_ = 0;
+    bool versionValid_ = false;
+    PortVlanSet pvSet_;
+};
+static_assert(sizeof(TunnelPortVlanSet) == 112 && alignof(TunnelPortVlanSet) == 8);
+U32 attrLogSize(TunnelPortVlanSet const* v);
 
 } // namespace MrouteLib

@@ -5,14 +5,22 @@
 #include "Mroute/MfibTypes.h"
 
 namespace Routing::Multicast::Fib::PimIntf {
+class IntfStatus;
 class PrefixKey;
 class PrefixMroute;
+class PrefixMrouteStatus;
+class PrefixRouteInfo;
+class Status;
 } // namespace Routing::Multicast::Fib::PimIntf
 
 namespace Vomo {
 extern "C" VomoModule const _PrefixMroute_11d6cdb3e6c20fbe_vomoModule;
-struct PrefixMrouteModule : TypeList<Routing::Multicast::Fib::PimIntf::PrefixKey,
-                                     Routing::Multicast::Fib::PimIntf::PrefixMroute> {
+struct PrefixMrouteModule : TypeList<Routing::Multicast::Fib::PimIntf::IntfStatus,
+                                     Routing::Multicast::Fib::PimIntf::PrefixKey,
+                                     Routing::Multicast::Fib::PimIntf::PrefixMroute,
+                                     Routing::Multicast::Fib::PimIntf::PrefixMrouteStatus,
+                                     Routing::Multicast::Fib::PimIntf::PrefixRouteInfo,
+                                     Routing::Multicast::Fib::PimIntf::Status> {
     static constexpr VomoModule const* record = &_PrefixMroute_11d6cdb3e6c20fbe_vomoModule;
     static ValueFrames<size> const frames;
 };

@@ -4,6 +4,7 @@
 #include "Mroute/MfibDir.h"
 #include "Vomo/EntityFrame.h"
 #include "VomoBrisk/CollectionControl.h"
+#include "support/Watcher.h"
 
 namespace {
 
@@ -16,19 +17,7 @@ PortVlan portVlan(U32 n) {
     return pv;
 }
 
-// Counts what it hears; may act on it.
-struct Watcher : Vomo::PtrInterface::NotifieeConst {
-    std::vector<U32> heard;
-    std::function<void(U32, void const*)> act;
-    int zero = 0;
-    void onAttribute(U32 attrId, void const* key) override {
-        heard.push_back(attrId);
-        if (act) act(attrId, key);
-    }
-    void onZeroReferences() override { ++zero; }
-    std::vector<U32> take() { return std::exchange(heard, {}); }
-};
-using Heard = std::vector<U32>;
+using Support::Heard, Support::Watcher;
 
 TEST(Request, EveryMutatorTellsOnceOrNotAtAll) {
     auto const request = requestFactory({19, 7});

@@ -148,7 +148,7 @@ TEST(Record, LayoutOfEveryModule) {
                 used.insert(attributeName);
                 std::string const type = raw.meaning(number(attribute + 10, 2));
                 hasCollection |= flags == 0x019c01;
-                if (flags == 0x012c00)
+                if (flags == 0x012c00 || flags == 0x052c20) // or an owner
                     ctor += fmt::format("{}{}:{}", ctor.empty() ? "" : " ", attributeName, type);
                 if (flags == 0x002888) { // a literal's type is its enum
                     EXPECT_EQ(type, name);

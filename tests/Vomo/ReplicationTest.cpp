@@ -165,7 +165,7 @@ std::string content(Entity* entity, bool isSource) {
         fmt::format("{} {}{{", entity->fwkType().name(), std::string_view(entity->name()));
     GenericRow const& generic = genericOf(entity->fwkType());
     eachAttribute(entity->fwkType(), [&](VomoAttr attr) {
-        if (is(attr.row(), RowKind::notifying)) {
+        if (is(attr.row(), RowKind::notifying) || is(attr.row(), RowKind::readOnly)) {
             Any value(attr.module, attr.row().type);
             generic.attributeOp(value.get(), entity, attr, Op::get, nullptr, nullptr);
             all += fmt::format("{}={}\n", attr.name(), value.text());
