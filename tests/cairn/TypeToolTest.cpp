@@ -90,6 +90,8 @@ TEST(TypeTool, ReadsValuesOrSaysWhereTheyAreWrong) {
         {{"value", "--type", "Routing::Multicast::Fib::IpGenRouteKey", "10.0.0.0/8,1.1.1.1/33"},
          "at character 11: g: prefix length 33 exceeds 32"},
         {{"value", "--type", "Multicast::Group::Config", "x"}, "entity"},
+        {{"value", "Value('MrouteLib::TunnelPortVlanSet', ** {'version': 0})"},
+         "holds a collection"},
     };
     for (auto const& row : rows) {
         auto const result = tool.run(row.arguments);

@@ -331,6 +331,17 @@ void checkRouteKeyText(std::string const& text) {
     range.checkAllDataConsumed();
 }
 
+// It or a value in it: such a type's text says nothing of the members, and its parser ends the process.
+bool holdsCollection(VomoType type) {
+    for (U16 i = 0; i < type.row().numAttributes; ++i) {
+        VomoAttr const attr{type.module, static_cast<U16>(type.row().firstAttribute + i)};
+        VomoType const of = typeOfReference(attr.module, attr.row().type);
+        if (is(attr.row(), RowKind::memberMap)) return true;
+        if (is(attr.row(), RowKind::mutates) && !of.isNull() && holdsCollection(of)) return true;
+    }
+    return false;
+}
+
 constexpr char const* compactKeyHead = "Value('Routing::Multicast::Fib::IpGenRouteKey'";
 
 // The type that a text names: "Value('Name', ** {...})".
@@ -360,6 +371,9 @@ int valueCommand(Common const& common, std::string const& text, std::string cons
     if (type.isPolymorphic())
         throw CommandError(badUse,
                            fmt::format("{} is an entity, which has no text form", type.name()));
+    if (holdsCollection(type))
+        throw CommandError(
+            badUse, fmt::format("{} holds a collection, which has no text form", type.name()));
     Object object(type);
     try {
         if (type == typeByName("Routing::Multicast::Fib::RouteKey")) checkRouteKeyText(text);
