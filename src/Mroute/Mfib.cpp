@@ -1,5 +1,6 @@
 #include "Mroute/Mfib.h"
 
+#include "Cell/Path.h"
 #include "Mroute/CounterStatus.h"
 #include "Mroute/MfibRows.h"
 #include "Mroute/MountPath.h"
@@ -307,6 +308,104 @@ Vomo::Ptr<CounterStatus> counterStatusFactory(Vomo::String const& name) {
 } // namespace Routing::Multicast::Fib
 
 VOMO_BRISK_INSTANCE(Routing::Multicast::Fib::CounterStatus, Mroute::CounterTable);
+
+namespace Routing::Multicast::Fib::Hardware {
+
+RouteStatus::RouteStatus(IpGenRouteKey const& key)
+    : KeyedEntity(key), creationTime_(Vomo::System::currentTime()) {}
+void RouteStatus::noRouteIs(bool v) {
+    HwFlags flags = hwFlags_;
+    flags.noRouteIs(v);
+    hwFlagsIs(flags);
+}
+void RouteStatus::noIntfsIs(bool v) {
+    HwFlags flags = hwFlags_;
+    flags.noIntfsIs(v);
+    hwFlagsIs(flags);
+}
+Vomo::Ptr<RouteStatus> routeStatusFactory(IpGenRouteKey const& key) {
+    return Vomo::newEntity<RouteStatus>(key);
+}
+
+Vomo::Ptr<VrfStatus> vrfStatusFactory(L3::VrfName const& vrf) {
+    return Vomo::newEntity<VrfStatus>(vrf);
+}
+
+// Unlike in all other paths, the kind of agent is in front of "multicast".
+Vomo::String Status::mountPath(Kelpie::AddressFamily af) {
+    return pathOf(af, "hardware/multicast/status");
+}
+U32 Status::routes() const {
+    U32 count = 0;
+    for (VomoVrfStatus const& node : vrfStatus_) count += node.value()->route().members();
+    return count;
+}
+Vomo::Ptr<Status> statusFactory(Vomo::String const& name) {
+    return Vomo::newEntity<Status>(name);
+}
+
+} // namespace Routing::Multicast::Fib::Hardware
+
+namespace Routing::Multicast::Fib {
+
+Vomo::String Status::mountPath(Kelpie::AddressFamily af) {
+    return pathOf(af, "multicast/status");
+}
+Vomo::String ReadyStatus::mountPath(Kelpie::AddressFamily af, Vomo::String const& name) {
+    // The path of the sparse-mode agent has no name segment.
+    Vomo::String const below = name == "sparsemode" ? "" : name + "/";
+    return Cell::path(pathOf(af, "multicast/fibready/") + below + "status", 0);
+}
+Vomo::String VrfEnabledStatus::mountPath(Kelpie::AddressFamily af) {
+    return pathOf(af, "multicast/fibenabled/status");
+}
+Vomo::String SparseModeStatus::mountPath(Kelpie::AddressFamily af) {
+    return pathOf(af, "multicast/sparsemode/status");
+}
+Vomo::String MbrIntf::mountPath(Kelpie::AddressFamily af) {
+    return pathOf(af, "multicast/mbrinterface");
+}
+
+Vomo::Ptr<Status> statusFactory(Vomo::String const& name) {
+    return Vomo::newEntity<Status>(name);
+}
+Vomo::Ptr<ReadyStatus> readyStatusFactory(Vomo::String const& name) {
+    return Vomo::newEntity<ReadyStatus>(name);
+}
+Vomo::Ptr<VrfEnabledStatus> vrfEnabledStatusFactory(Vomo::String const& name) {
+    return Vomo::newEntity<VrfEnabledStatus>(name);
+}
+Vomo::Ptr<BidirStatus> bidirStatusFactory(Vomo::String const& name) {
+    return Vomo::newEntity<BidirStatus>(name);
+}
+Vomo::Ptr<SparseModeStatus> sparseModeStatusFactory(Vomo::String const& name) {
+    return Vomo::newEntity<SparseModeStatus>(name);
+}
+Vomo::Ptr<MbrIntf> mbrIntfFactory(Vomo::String const& name) {
+    return Vomo::newEntity<MbrIntf>(name);
+}
+Vomo::Ptr<CounterStatusCtl> counterStatusCtlFactory(Vomo::String const& name) {
+    return Vomo::newEntity<CounterStatusCtl>(name);
+}
+
+} // namespace Routing::Multicast::Fib
+
+namespace Routing::Multicast {
+
+Vomo::String Pim::Status::mountPath(Kelpie::AddressFamily af) {
+    return Fib::pathOf(af, "multicast/pim/global/status");
+}
+Vomo::Ptr<Pim::Status> Pim::statusFactory(Vomo::String const& name) {
+    return Vomo::newEntity<Status>(name);
+}
+Vomo::String Vxlan::Status::mountPath(Kelpie::AddressFamily af) {
+    return Fib::pathOf(af, "multicast/vxlan/status");
+}
+Vomo::Ptr<Vxlan::Status> Vxlan::statusFactory(Vomo::String const& name) {
+    return Vomo::newEntity<Status>(name);
+}
+
+} // namespace Routing::Multicast
 
 namespace Vomo {
 constinit decltype(MfibModule::frames) MfibModule::frames = ModuleRecord<MfibModule>::frames;
