@@ -123,8 +123,8 @@ public:
 
     bool initialize() override;
     bool doSlot(Yarrow::BasicSlot slot, Wren::Sequence sequence, bool compare) override {
-        bool const taken = apply(slot.index, sequence, compare, 0);
-        raised_.rethrow();
+        bool taken = true;
+        passOn([&] { taken = apply(slot.index, sequence, compare, 0); });
         return taken;
     }
     void doFlushSlot(U32 slot) override;
@@ -154,6 +154,8 @@ private:
     // it displaced; so far is the trail followed.
     static constexpr unsigned maxTrail = 64;
 
+    template <class Step>
+    void passOn(Step&& step);
     bool apply(U32 index, Wren::Sequence sequence, bool compare, unsigned depth);
     bool growFor(U32 index);
     bool unchanged(U32 index) const;

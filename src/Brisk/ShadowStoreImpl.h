@@ -45,6 +45,29 @@ U32 ShadowStore<Slot>::liveNumSlots() const {
 
 // ---- bringing a slot up to date ----
 
+// Passes on what the client raised in a step, when the step is complete. What the table raises goes
+// first, since it ends the mount: the client's exception is traced then, and never shows up with a
+// later slot that it does not belong to.
+template <class Slot>
+template <class Step>
+void ShadowStore<Slot>::passOn(Step&& step) {
+    try {
+        step();
+    } catch (...) {
+        try {
+            raised_.rethrow();
+        } catch (std::exception const& error) {
+            FMTRACE(debugHandler(), 0, "raised by a callback before the table failed: {}",
+                    error.what());
+        } catch (...) {
+            FMTRACE(debugHandler(), 0,
+                    "raised by a callback before the table failed: not an exception");
+        }
+        throw;
+    }
+    raised_.rethrow();
+}
+
 // Makes the array hold `index`; false if there is no such slot any more.
 template <class Slot>
 bool ShadowStore<Slot>::growFor(U32 index) {
@@ -154,13 +177,16 @@ bool ShadowStore<Slot>::elsewhere(Key const& key, U32& index) {
     return true;
 }
 
-// Takes what is known of the slot out of the index, then tells the client that the key has gone.
+// Takes what is known of the slot out of the index, then tells the client that the key is deleted,
+// also if the index could not give memory back: no later flush would find the key.
 template <class Slot>
 void ShadowStore<Slot>::forgetAndTell(U32 index, Key const& key) {
-    hashMap_.remove(index, slots_[index]);
+    Dunlin::FirstRaised ofTheIndex;
+    ofTheIndex.run([&] { hashMap_.remove(index, slots_[index]); });
     slots_[index].reset();
     versions_[index] = 0;
     tellDeleted(key);
+    ofTheIndex.rethrow();
 }
 
 template <class Slot>
@@ -203,17 +229,20 @@ std::unique_ptr<Slot> ShadowStore<Slot>::unpark(Key const& key) {
 
 // Brings slot `at` up to date, to which the key of slot `index` has moved. It may have moved on before
 // that slot is read, so it is looked up until it is taken over or is in no slot at all; only then the
-// client is told that it has gone (H-sched-3).
+// client is told that it is deleted (H-sched-3), or when the table fails: no flush would find it.
 template <class Slot>
 void ShadowStore<Slot>::takeOver(U32 index, Key const& key, U32 at, unsigned depth) {
-    park(index);
-    // Each turn follows a move by the writer; the bound is for files that no writer made.
-    for (unsigned turn = 0; turn == 0 || (turn < maxTrail && elsewhere(key, at)); ++turn) {
-        apply(at, Wren::syncPass, true, depth + 1);
-        if (!initialized_ || !isParked(key)) return;
-    }
-    unpark(key);
-    tellDeleted(key);
+    Dunlin::FirstRaised ofTheTable;
+    ofTheTable.run([&] {
+        park(index);
+        // Each turn follows a move by the writer; the bound is for files that no writer made.
+        for (unsigned turn = 0; turn == 0 || (turn < maxTrail && elsewhere(key, at)); ++turn) {
+            apply(at, Wren::syncPass, true, depth + 1);
+            if (!initialized_ || !isParked(key)) return;
+        }
+    });
+    if (initialized_ && unpark(key)) tellDeleted(key);
+    ofTheTable.rethrow();
 }
 
 // The array may move, and the client may end everything, wherever a callback or a nested call
@@ -348,13 +377,11 @@ void ShadowStore<Slot>::doFlushSlot(U32 index) {
     if (!initialized_ || index >= numSlots_ || slots_[index].empty()) return;
     Key const key = slots_[index].key();
     FMTRACE(debugHandler(), 9, "slotIndex {} key:{}", index, Dunlin::dumpHex(&key, sizeof key));
-    if (notifyOnFlush_) {
-        forgetAndTell(index, key);
-    } else {
+    passOn([&] {
+        if (notifyOnFlush_) return forgetAndTell(index, key);
         hashMap_.remove(index, slots_[index]);
         slots_[index].reset();
-    }
-    raised_.rethrow();
+    });
 }
 
 // ---- giving memory back ----

@@ -1,7 +1,9 @@
 // Shadows over a writer in the same process: what a client is told, and what it may do meanwhile.
 #include "FrontFixture.h"
 
+#include "Brisk/ShadowStoreImpl.h"
 #include "Dunlin/Exception.h"
+#include "SharedMem/LocalMem.h"
 
 namespace {
 
@@ -359,6 +361,79 @@ TEST_P(Shadow, EndsAndStartsOverFromInsideAnyCallback) {
             EXPECT_EQ(c->known, contents(*w));
             EXPECT_EQ(c->strayDeletes, 0U);
         }
+    }
+}
+
+struct Thrown {};
+
+// A client that raises whenever it hears of a deletion.
+struct RaisingListener : Brisk::ShadowListener<TestKey, TestValue> {
+    void shadowValue(TestValue const& value) override { known.insert(value.key().id); }
+    void shadowKey(TestKey const& key) override { known.insert(key.id); }
+    void shadowDelete(TestKey const& key) override {
+        ++deletes;
+        EXPECT_EQ(known.erase(key.id), 1U) << key.id;
+        if (failing) Mem::failMappingAfter(1);
+        throw Thrown();
+    }
+    std::set<U32> known;
+    U32 deletes = 0;
+    bool failing = false; // the next mapping behind a deletion
+};
+
+// Memory that cannot be given back or had, before or behind a callback that raises: both are heard of
+// with the slot they belong to, and each deletion is told once.
+TEST_P(Shadow, ACallbackRaisesAndTheTableFailsInOneSlot) {
+    for (bool const behind : {false, true}) {
+        SCOPED_TRACE(behind);
+        std::filesystem::remove_all(base_.path() + "/vrf");
+        auto w = writer(writerSettings(true));
+        for (U32 id = 0; id < 1024; ++id) put(*w, id, 1);
+        auto r = reader();
+        Yarrow::YarrowReader<Yarrow::BasicSlot> queue(*handler_, Mem::RootPath(name_));
+        ASSERT_TRUE(queue.attach(r->orielId()));
+        Brisk::Reader::Counters counters;
+        RaisingListener client;
+        TestOps const ops;
+        std::unique_ptr<Brisk::ShadowStoreBase<TestKey, TestValue>> store;
+        if (values())
+            store = std::make_unique<Brisk::ShadowStore<Brisk::ValueShadowSlot<TestOps>>>(
+                *handler_, *r, queue, counters, ops, client, true);
+        else
+            store = std::make_unique<Brisk::KeyShadowStore<TestOps>>(*handler_, *r, queue, counters,
+                                                                     ops, client, true);
+        ASSERT_TRUE(store->initialize());
+        U32 raised = 0, failed = 0;
+        auto const walk = [&](bool failsAtOnce) {
+            for (U32 slot = 0; slot < 1024; ++slot) {
+                U32 const deletes = client.deletes;
+                if (failsAtOnce) Mem::failMappingAfter(1);
+                try {
+                    store->doSlot({slot}, Wren::syncPass, true);
+                } catch (Thrown const&) {
+                    ++raised;
+                    EXPECT_GT(client.deletes, deletes) << "raised for slot " << slot;
+                } catch (Dunlin::MemoryResourceException const&) {
+                    ++failed;
+                }
+                Mem::failMappingAfter(0);
+            }
+        };
+        walk(false);
+        EXPECT_EQ(client.known.size(), 1024U);
+        for (U32 id = 0; id < 1000; ++id) drop(*w, id);
+        client.failing = behind;
+        walk(!behind);
+        client.failing = false;
+        walk(false);
+        EXPECT_GT(raised, 900U);
+        EXPECT_GT(failed, 0U);
+        EXPECT_EQ(client.deletes, 1000U);
+        std::set<U32> left;
+        for (auto const& [id, stamp] : contents(*w)) left.insert(id);
+        EXPECT_EQ(client.known, left);
+        EXPECT_TRUE(store->sound());
+        store->disable();
     }
 }
 
