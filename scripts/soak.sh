@@ -55,6 +55,7 @@ soak torture/test_Torture KilledAtRandom "$(share 20)"
 soak torture/test_Torture OfTwoWriters 0
 soak torture/test_Shadows ShadowsAreExact "$(share 20)"
 soak torture/test_Stepped QueueInterleave 0
+soak torture/test_Stepped Cut 0
 CAIRN_KERNEL_ROUNDS=500 soak cairn/test_CairnKernel EveryBurstEndsInStep 0
 soak_schedules
 
