@@ -48,8 +48,8 @@ public:
     using Queue = typename Ops::Notifier;
 
     // `name` is the table's path below the base directory; `typeName` goes into the files. Touches
-    // no file. Asserts that a shared table has a size other than 0. `onQuiesced` is called from the event loop when all readers have taken up all
-    // changes, and when that ends.
+    // no file. Asserts that a shared table has a size other than 0. `onQuiesced` is called from the
+    // event loop when all readers have taken up all changes, and when that ends.
     BriskWriter(Dunlin::Platform::DebugHandler& handler, std::string const& name,
                 MapDescriptor const& descriptor, Ops const& ops, std::string const& typeName,
                 std::function<void(bool)> onQuiesced);
@@ -58,8 +58,9 @@ public:
     // Takes the table over. Raises InvalidInitializeException if another process writes it, or if
     // its files cannot be made, and MemoryResourceException.
     bool initialize(std::string const& event) override;
-    // Lets the table go; the files stay. Nothing can be written until the next `initialize`. Asserts that no direct operation on a new entry is open, and
-    // that it is not called by a task in the middle of a resize.
+    // Lets the table go; the files stay. Nothing can be written until the next `initialize`. Asserts
+    // that no direct operation on a new entry is open, and that it is not called by a task in the
+    // middle of a resize.
     void detach(bool force) override;
     // An operation whose resize is under way keeps the table to its end.
     void abandon() override {
