@@ -95,9 +95,10 @@ ToolResult ToolRunner::finish(std::vector<std::string> const& command,
     return result;
 }
 
-int ToolRunner::start(std::vector<std::string> arguments, std::string const& outputFile) {
+int ToolRunner::start(std::vector<std::string> arguments, std::string const& outputFile,
+                      std::string const& inputFile) {
     running_.push_back(
-        startProgram(command(std::move(arguments)), path(outputFile), {}, path("err")));
+        startProgram(command(std::move(arguments)), path(outputFile), inputFile, path("err")));
     return running_.back();
 }
 

@@ -36,8 +36,9 @@ public:
     static bool canRunAsOther();
     std::vector<std::string> command(std::vector<std::string> arguments) const;
     // Starts it in the background; what is still running at the end is killed.
-    // Its standard output goes to the named file in the work directory.
-    int start(std::vector<std::string> arguments, std::string const& outputFile = "out");
+    // Its standard output goes to the named file in the work directory, its errors to "err".
+    int start(std::vector<std::string> arguments, std::string const& outputFile = "out",
+              std::string const& inputFile = {});
     void signal(int pid, int number) const;
     // Its exit code (128 + signal).
     int wait(int pid);

@@ -14,10 +14,14 @@
 
 #include <algorithm>
 #include <csignal>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 
 using namespace Cairn;
 using namespace CairnTest;
@@ -40,6 +44,15 @@ Table byName(std::vector<NamedRoute> const& routes) {
     Table table;
     for (auto const& route : routes) table[route.name] = route;
     return table;
+}
+
+// Whether a process has a handler for a signal.
+bool catches(int pid, int number) {
+    std::ifstream status(fmt::format("/proc/{}/status", pid));
+    for (std::string line; std::getline(status, line);)
+        if (line.starts_with("SigCgt:"))
+            return std::stoull(line.substr(8), nullptr, 16) >> (number - 1) & 1;
+    return false;
 }
 
 class ToolTest : public ::testing::Test {
@@ -113,9 +126,13 @@ TEST_F(ToolTest, BadUseSaysWhatAndWhereAndTouchesNothing) {
         std::vector<std::string> arguments;
         int exitCode;
         std::string text;
+        std::string input = {};
     } const rows[] = {
         {{"mirror", "--once", "--from", bad}, 2, "bad.csv:8: group \"oops\""},
         {{"mirror", "--once", "--from", "/nowhere"}, 2, "/nowhere: No such file"},
+        {{"mirror", "--once", "--from", "/"}, 2, "/: Is a directory"},
+        {{"mirror", "--once", "--from", "-"}, 2, "standard input: Is a directory", "/"},
+        {{"mirror", "--once", "--from", "-"}, 2, "input: Input/output error", "/proc/self/mem"},
         {{"mirror", "--once", "--netns", "no-such-namespace"}, 2, "no-such-namespace"},
         {{"mirror", "--name", "../x", "--once"}, 2, "--name"},
         {{"mirror", "--churn", "5"}, 2, "--churn requires --from"},
@@ -153,7 +170,7 @@ TEST_F(ToolTest, BadUseSaysWhatAndWhereAndTouchesNothing) {
     };
     for (auto const& row : rows) {
         SCOPED_TRACE(::testing::PrintToString(row.arguments));
-        auto const result = tool.run(row.arguments);
+        auto const result = tool.run(row.arguments, row.input);
         EXPECT_EQ(result.exitCode, row.exitCode);
         EXPECT_THAT(result.err, HasSubstr(row.text));
         EXPECT_THAT(result.err, ::testing::StartsWith("cairn: "));
@@ -220,6 +237,48 @@ TEST_F(ToolTest, WhatAFileNoLongerNamesGoesAndWhatItRepeatsStays) {
     ASSERT_EQ(routes.size(), 1u);
     EXPECT_EQ(routes[0]["oifs"], nlohmann::json({"eth9"}));
     EXPECT_EQ(routes[0]["version"], 2);
+}
+
+// A file whose end has not come is none.
+TEST_F(ToolTest, SignalWhileTheFileIsReadTouchesNoTable) {
+    ASSERT_EQ(load("small.csv", smallFile).exitCode, 0);
+    auto const before = tool.shown();
+    std::string const pipe = tool.path("pipe");
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    struct {
+        std::string from, input, named;
+        std::size_t bytes; // of the file that come
+    } const rows[] = {
+        {"-", pipe, "standard input", 90}, {pipe, "", "pipe", 90}, {pipe, "", "pipe", 0}};
+    for (auto const& row : rows) {
+        for (int const number : {SIGINT, SIGTERM}) {
+            SCOPED_TRACE(fmt::format("{} by {}", row.named, number));
+            int const end = ::open(pipe.c_str(), O_RDWR | O_CLOEXEC);
+            ASSERT_GE(end, 0);
+            std::string const text(smallFile, row.bytes);
+            ASSERT_EQ(::write(end, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+            int const mirror = tool.start({"mirror", "--from", row.from}, "out", row.input);
+            auto const within10s = [](auto condition) {
+                for (int i = 0; i < 1000 && !condition(); ++i) std::this_thread::sleep_for(10ms);
+            };
+            within10s([&] {
+                int left = 1;
+                return catches(mirror, number) && ::ioctl(end, FIONREAD, &left) == 0 && left == 0;
+            });
+            tool.signal(mirror, number);
+            within10s([&] {
+                siginfo_t info{};
+                ::waitid(P_PID, static_cast<id_t>(mirror), &info, WEXITED | WNOHANG | WNOWAIT);
+                return info.si_pid != 0;
+            });
+            ::close(end);
+            EXPECT_EQ(tool.wait(mirror), 2);
+            std::ifstream err(tool.path("err"));
+            EXPECT_THAT(std::string(std::istreambuf_iterator<char>(err), {}),
+                        HasSubstr(row.named + ": a signal came before its end\n"));
+            EXPECT_EQ(tool.shown(), before);
+        }
+    }
 }
 
 TEST_F(ToolTest, WriterIsOneAndItsDeathLosesNothing) {

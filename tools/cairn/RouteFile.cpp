@@ -1,6 +1,7 @@
 #include "RouteFile.h"
 
 #include "Output.h"
+#include "Signals.h"
 #include "TableNames.h"
 
 #include <fmt/format.h>
@@ -9,10 +10,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
-#include <iostream>
+#include <fcntl.h>
 #include <map>
+#include <poll.h>
 #include <sstream>
+#include <unistd.h>
 
 namespace Cairn {
 namespace {
@@ -271,21 +273,38 @@ RouteFile parseRouteFile(std::string_view text, std::string const& path) {
                                                     : parseCsv(text, std::move(reader));
 }
 
+namespace {
+
+// Reads to the end, and nothing less: a part of a file would be taken for all of it.
+std::string readWhole(int fd, std::string const& name) {
+    auto const fail = [&](char const* reason) {
+        throw RouteFileError(fmt::format("{}: {}", shortened(name), reason));
+    };
+    std::string text;
+    std::array<char, 65536> buffer;
+    for (;;) {
+        if (!awaitReady(fd, POLLIN))
+            fail(errno == EINTR ? "a signal came before its end" : std::strerror(errno));
+        auto const n = ::read(fd, buffer.data(), buffer.size());
+        if (n == 0) return text;
+        if (n > 0)
+            text.append(buffer.data(), static_cast<std::size_t>(n));
+        else if (errno != EINTR && errno != EAGAIN)
+            fail(std::strerror(errno));
+    }
+}
+
+} // namespace
+
 RouteFile readRouteFile(std::string const& path) {
     if (path == "-") {
-        std::ostringstream text;
-        text << std::cin.rdbuf();
-        return parseRouteFile(text.str(), "standard input");
+        char const* const name = "standard input";
+        return parseRouteFile(readWhole(STDIN_FILENO, name), name);
     }
-    errno = 0;
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    if (!in || !(text << in.rdbuf()) || in.bad()) {
-        // An empty file sets the fail bit of the copy; it is told apart by its state.
-        if (in.is_open() && errno == 0) return parseRouteFile({}, path);
-        throw RouteFileError(fmt::format("{}: {}", shortened(path), std::strerror(errno)));
-    }
-    return parseRouteFile(text.str(), path);
+    // A FIFO without a writer is waited for with the signals in view, not here.
+    Mem::Fd const file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (!file) throw RouteFileError(fmt::format("{}: {}", shortened(path), std::strerror(errno)));
+    return parseRouteFile(readWhole(file.get(), path), path);
 }
 
 } // namespace Cairn

@@ -21,7 +21,8 @@ struct RouteFile {
     std::size_t passedOver = 0;
 };
 
-// Raises RouteFileError if the file cannot be read or any part of it is not as it must be.
+// Raises RouteFileError if the file cannot be read to its end, be it for a signal that ends the command,
+// or if any part of it is not as it must be.
 RouteFile readRouteFile(std::string const& path);
 // The same of a text in hand; `path` is what errors name.
 RouteFile parseRouteFile(std::string_view text, std::string const& path);

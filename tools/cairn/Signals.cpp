@@ -66,6 +66,18 @@ bool EndBySignal::ended() const {
     return signalled != 0;
 }
 
+bool awaitReady(int fd, short events) {
+    // A signal between the look at `signalled` and the wait is seen on the event.
+    pollfd fds[2] = {{fd, events, 0}, {wakeFd, POLLIN, 0}};
+    while (signalled == 0) {
+        int const n = ::poll(fds, 2, -1);
+        if (n < 0 && errno != EINTR) return false;
+        if (n > 0 && fds[0].revents != 0) return true;
+    }
+    errno = EINTR;
+    return false;
+}
+
 namespace {
 
 // How long the last words wait for a reader where the way to it cannot be widened.
@@ -81,14 +93,10 @@ bool widenPipe() {
 
 // Waits until a write of PIPE_BUF bytes goes through; false: nobody reads, and the command is ending.
 bool awaitRoom() {
-    // A signal between the look at `signalled` and the wait is seen on the event.
-    pollfd fds[2] = {{STDOUT_FILENO, POLLOUT, 0}, {wakeFd, POLLIN, 0}};
-    while (signalled == 0) {
-        int const n = ::poll(fds, 2, -1);
-        if (n < 0 && errno != EINTR) return false;
-        if (n > 0 && fds[0].revents != 0) return true;
-    }
-    auto const roomWithin = [&](int milliseconds) { return ::poll(fds, 1, milliseconds) > 0; };
+    if (awaitReady(STDOUT_FILENO, POLLOUT)) return true;
+    if (errno != EINTR) return false;
+    pollfd room{STDOUT_FILENO, POLLOUT, 0};
+    auto const roomWithin = [&](int milliseconds) { return ::poll(&room, 1, milliseconds) > 0; };
     if (roomWithin(0)) return true;
     blocked = true;
     if (widenPipe() && roomWithin(0)) return true;

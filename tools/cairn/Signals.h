@@ -22,6 +22,10 @@ private:
     Mem::Fd event_;
 };
 
+// Waits until a descriptor is ready for poll events such as POLLIN, or has an error to report. False: a
+// signal ends the command (errno is EINTR), or poll failed (errno says why).
+bool awaitReady(int fd, short events);
+
 // A file that somebody cuts off beneath a reader costs it the page that it reads: that ends the process
 // with the exit code of a damaged table, a sentence and, in JSON, a closed array.
 void catchCutFiles();
