@@ -64,9 +64,10 @@ struct ProbeArguments {
 int probeCommand(Common const& common, ProbeArguments const& arguments);
 
 // All types, or those of one module; one type in full; a text read by the type that it names, or by
-// `type`.
+// `type`; the bytes of a value in the attribute log, in hexadecimal digits.
 int typesCommand(Common const& common, std::string const& module);
 int typeCommand(Common const& common, std::string const& name);
 int valueCommand(Common const& common, std::string const& text, std::string const& type);
+int logValueCommand(Common const& common, std::string const& hex, std::string const& type);
 
 } // namespace Cairn

@@ -281,6 +281,7 @@ int main(int argc, char** argv) {
         ->check(isWhole);
 
     std::string module, typeName, valueText, valueType;
+    std::optional<std::string> valueLog;
     command(
         "types", "List the types: module, kind, size, attributes, default",
         [&] { return typesCommand(common, module); }, Base::never)
@@ -294,12 +295,25 @@ int main(int argc, char** argv) {
         ->required();
     auto* const valueApp = command(
         "value", "Read a value's text form and print it back, or say where it is wrong",
-        [&] { return valueCommand(common, valueText, valueType); }, Base::never);
-    valueApp->add_option("text", valueText, "\"Value('Type', ** {...})\"")
+        [&] {
+            return valueLog ? logValueCommand(common, *valueLog, valueText)
+                            : valueCommand(common, valueText, valueType);
+        },
+        Base::never);
+    valueApp
+        ->add_option("text", valueText,
+                     "\"Value('Type', ** {...})\"; with --log the name of the type")
         ->type_name("TEXT")
         ->required();
-    valueApp->add_option("--type", valueType, "The type of a bare text such as 10.0.0.1/32")
-        ->type_name("NAME");
+    auto* const textType =
+        valueApp->add_option("--type", valueType, "The type of a bare text such as 10.0.0.1/32");
+    textType->type_name("NAME");
+    valueApp
+        ->add_option("--log", valueLog,
+                     "Read a value's bytes of the attribute log instead, and print it with the "
+                     "members of its collections; \"0013 0007\"")
+        ->type_name("HEX")
+        ->excludes(textType);
 
     auto const say = [](ExitCode code, char const* text) {
         complain(fmt::format("cairn: {}", text));

@@ -85,6 +85,9 @@ std::string Row::text(bool colour) const {
                         put(field, value.empty() ? "-" : fmt::format("{}", fmt::join(value, ",")));
                     else
                         for (auto const& member : value) put(field, member);
+                } else if constexpr (std::is_same_v<T, Rows>) {
+                    if (value.empty()) put(field, "-");
+                    for (Row const& member : value) put(field, member.text(false));
                 } else if constexpr (std::is_same_v<T, std::string>)
                     put(field, value.empty() ? "-" : value);
                 else if constexpr (std::is_same_v<T, bool>)
@@ -97,12 +100,28 @@ std::string Row::text(bool colour) const {
     return line;
 }
 
-std::string Row::json() const {
-    nlohmann::ordered_json object = nlohmann::ordered_json::object();
+template <class Json>
+Json Row::as() const {
+    Json object = Json::object();
     for (auto const& field : fields_)
-        std::visit([&](auto const& value) { object[field.jsonName] = value; }, field.value);
+        std::visit(
+            [&]<class T>(T const& value) {
+                Json& to = object[field.jsonName];
+                if constexpr (std::is_same_v<T, Rows>) {
+                    to = Json::array();
+                    for (Row const& member : value) to.push_back(member.as<Json>());
+                } else {
+                    to = value;
+                }
+            },
+            field.value);
+    return object;
+}
+
+std::string Row::json() const {
     // Names are bytes: what is not UTF-8 is replaced, so that the array stays valid.
-    return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+    return as<nlohmann::ordered_json>().dump(-1, ' ', false,
+                                             nlohmann::ordered_json::error_handler_t::replace);
 }
 
 void Listing::print(Row const& row) {

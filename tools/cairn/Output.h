@@ -29,7 +29,9 @@ void complain(std::string const& line);
 class Row {
 public:
     using List = std::vector<std::string>;
-    using Value = std::variant<std::string, U64, double, bool, List>;
+    // Members of a collection, each with fields of its own.
+    using Rows = std::vector<Row>;
+    using Value = std::variant<std::string, U64, double, bool, List, Rows>;
     // What a value is, for its colour.
     enum class Hue : U8 { plain, address, interface, good, bad };
 
@@ -51,6 +53,9 @@ public:
     std::string json() const;
 
 private:
+    template <class Json>
+    Json as() const;
+
     struct Field {
         std::string name; // snake_case
         std::string jsonName;
