@@ -75,6 +75,11 @@ TEST(TypeTool, ReadsLogBytesWithTheMembersOfCollections) {
     ASSERT_EQ(encap.size(), 1U);
     EXPECT_EQ(encap[0]["key"], 5);
     EXPECT_THAT(encap[0]["value"].get<std::string>(), HasSubstr("'outlifId': 6"));
+    // A collection in a value in the value.
+    auto const nested = tool.run({"-j", "value", "--log", "0000000000000009 01 " + bytes,
+                                  "MrouteLib::TunnelPortVlanSet"})
+                            .json()[0];
+    EXPECT_EQ(nested["pv_set"][0]["nat_vlan"], set["nat_vlan"]);
     // What a tunnel of one kind lacks is left out.
     EXPECT_EQ(
         tool.run({"-j", "value", "--log", std::string(48, '0'), "Multicast::Tunnel::TunnelId"})

@@ -98,7 +98,12 @@ public:
         }
         if (VomoAttr const only = onlyStored(object_->type()); !only.isNull())
             if (auto value = object_->attribute(only)) return *std::move(value);
-        return object_->text();
+        if (!holdsCollection(object_->type())) return object_->text();
+        // The text would leave the members out.
+        Row row;
+        for (auto& [attr, shown] : object_->attributes())
+            row.add(snakeCase(attr.name()), std::move(shown));
+        return Row::Rows{std::move(row)};
     }
 
 private:
