@@ -551,6 +551,17 @@ TEST_F(ToolTest, CheckLeavesNoCopyHoweverItEnds) {
         }
         EXPECT_EQ(code, 128 + signal);
     }
+    // What was ignored at the start stays ignored.
+    for (int tries = 0; tries < 5; ++tries) {
+        auto command = tool.command({"-4", "check", "kernel/route"});
+        command.insert(command.begin(), {"sh", "-c", "trap '' HUP; exec \"$@\"", "sh"});
+        int const check = startProgram(command, "/dev/null");
+        for (int i = 0; i < 10000 && std::filesystem::is_empty(temporary); ++i)
+            std::this_thread::sleep_for(1ms);
+        tool.signal(check, SIGHUP);
+        EXPECT_EQ(waitProgram(check), 0);
+        EXPECT_TRUE(std::filesystem::is_empty(temporary));
+    }
     ::unsetenv("TMPDIR");
 }
 

@@ -91,12 +91,19 @@ public:
         ::close(ends[0]);
         janitorPipe = ends[1];
         janitorPid = pid;
-        for (int const number : endingSignals) ::signal(number, endBy);
+        struct sigaction action {};
+        action.sa_handler = endBy;
+        for (std::size_t i = 0; i < std::size(endingSignals); ++i) {
+            ::sigaction(endingSignals[i], nullptr, &former_[i]);
+            // What is ignored stays so: under nohup a hangup ends nothing.
+            if (former_[i].sa_handler != SIG_IGN) ::sigaction(endingSignals[i], &action, nullptr);
+        }
     }
     ~TemporaryDirectory() {
         SignalsHeld const held;
         awaitJanitor();
-        for (int const number : endingSignals) ::signal(number, SIG_DFL);
+        for (std::size_t i = 0; i < std::size(endingSignals); ++i)
+            ::sigaction(endingSignals[i], &former_[i], nullptr);
     }
     TemporaryDirectory(TemporaryDirectory const&) = delete;
     TemporaryDirectory& operator=(TemporaryDirectory const&) = delete;
@@ -118,6 +125,7 @@ private:
         ::_exit(0);
     }
     fs::path path_;
+    struct sigaction former_[std::size(endingSignals)]{};
 };
 
 // A base directory of its own, with the copy of one table's files.

@@ -28,6 +28,8 @@ namespace {
 
 volatile std::sig_atomic_t signalled = 0;
 int wakeFd = -1;
+constexpr int endingSignals[] = {SIGINT, SIGTERM};
+struct sigaction former[std::size(endingSignals)]; // by which they are handled outside EndBySignal
 
 void handle(int) {
     int const kept = errno;
@@ -50,14 +52,17 @@ EndBySignal::EndBySignal() : event_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     });
     struct sigaction action {};
     action.sa_handler = handle; // without SA_RESTART: a write that waits returns
-    for (int const number : {SIGINT, SIGTERM}) ::sigaction(number, &action, nullptr);
+    for (std::size_t i = 0; i < std::size(endingSignals); ++i) {
+        ::sigaction(endingSignals[i], nullptr, &former[i]);
+        // A shell's background job keeps ignoring the interrupt that is meant for its foreground.
+        if (former[i].sa_handler != SIG_IGN) ::sigaction(endingSignals[i], &action, nullptr);
+    }
 }
 
 EndBySignal::~EndBySignal() {
     std::fflush(stdout); // an error is found by who flushes last
-    struct sigaction action {};
-    action.sa_handler = SIG_DFL;
-    for (int const number : {SIGINT, SIGTERM}) ::sigaction(number, &action, nullptr);
+    for (std::size_t i = 0; i < std::size(endingSignals); ++i)
+        ::sigaction(endingSignals[i], &former[i], nullptr);
     Dunlin::schedulerRootDunlin->fdDel(event_.get());
     wakeFd = -1;
 }
