@@ -49,8 +49,18 @@ int startProgram(std::vector<std::string> const& arguments, std::string const& o
     std::vector<char*> argv;
     for (auto const& a : arguments) argv.push_back(const_cast<char*>(a.c_str()));
     argv.push_back(nullptr);
+    // A program leaves ignored what is ignored at its start, and the tests may run in the background
+    // of a shell that ignores SIGINT there.
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    sigset_t usual;
+    sigemptyset(&usual);
+    for (int const number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&usual, number);
+    posix_spawnattr_setsigdefault(&attributes, &usual);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
     pid_t pid = 0;
-    int const error = ::posix_spawnp(&pid, argv[0], &files, nullptr, argv.data(), environ);
+    int const error = ::posix_spawnp(&pid, argv[0], &files, &attributes, argv.data(), environ);
+    posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&files);
     if (error) throw std::runtime_error(fmt::format("{}: {}", arguments[0], std::strerror(error)));
     return pid;
