@@ -67,7 +67,7 @@ ReaderSentry::~ReaderSentry() {
     loop().timerDel(retry_);
 }
 
-// What this user lacks the permission for stays so: it is reported once.
+// The same complaint is made once, until a look has nothing to complain of.
 void ReaderSentry::complain(std::string const& what) const {
     if (what != complaint_) FMTRACE(debugHandler(), 0, "{}", what);
     complaint_ = what;
@@ -93,7 +93,10 @@ ReaderSentry::Seen ReaderSentry::look() const {
     if (seen.owner.empty() ||
         !WriterLock::ownerIsAlive(debugHandler(), seen.owner.socketName, error, &rootPath_))
         return {};
-    if (!error.empty()) complain(error);
+    if (error.empty())
+        complaint_.clear();
+    else
+        complain(error);
     seen.orielId = SharedMem::OrielFile(debugHandler(), rootPath_, false).read();
     return seen;
 }
@@ -165,6 +168,7 @@ void ReaderSentry::attach(std::string const& event, Seen const& seen) {
     else
         holdOff(seen);
 }
+
 // The end of the writer's process shows on its descriptor, with no change of any file.
 void ReaderSentry::watchOwner(SharedMem::BolsterInfo const& owner) {
     if (owner == watchedOwner_ && pidfd_) return;

@@ -7,7 +7,9 @@
 #include "support/TempBase.h"
 
 #include "Dunlin/Exception.h"
+#include "Dunlin/Trace.h"
 
+#include <filesystem>
 #include <fstream>
 
 namespace {
@@ -112,6 +114,31 @@ TEST_F(SentryTest, AnotherWriterOfTheSameGenerationIsAnother) {
     Child second([&](Child& self) { return write(self, 5); });
     second.hear();
     ASSERT_TRUE(pump([&] { return front_.log == "ada"; }));
+}
+
+// A file that cannot be read is reported once for each time that it cannot, not for each look.
+TEST_F(SentryTest, WhatCannotBeReadIsReportedOnceUntilItCan) {
+    Child writer([&](Child& self) { return write(self, 5); });
+    writer.hear();
+    int told = 0;
+    Dunlin::traceSinkIs([&](auto&&, unsigned, std::string_view, std::string const& text) {
+        told += text.find("cannot read " + path_.file("slots")) == 0;
+    });
+    auto const trace = Dunlin::Platform::getDebugHandler("SentryTest", true);
+    ReaderSentry sentry(*trace, path_, front_);
+    std::string const slots = path_.file("slots"), aside = path_.file("aside");
+    for (int times = 1; times <= 2; ++times) {
+        std::filesystem::rename(slots, aside);
+        std::filesystem::create_symlink(slots,
+                                        slots); // leads to itself: unreadable to root as well
+        for (int looks = 0; looks < 3; ++looks) sentry(Sentry::eventTryAttach_, false);
+        EXPECT_EQ(told, times);
+        EXPECT_FALSE(front_.attached);
+        std::filesystem::rename(aside, slots);
+        sentry(Sentry::eventTryAttach_, false);
+        EXPECT_TRUE(front_.attached);
+    }
+    Dunlin::traceSinkIs({});
 }
 
 TEST_F(SentryTest, KeptWaitingSuspendedRetriedReconnected) {
