@@ -148,7 +148,10 @@ TEST_F(KernelMirrorTest, EveryBurstEndsInStep) {
                     rounds, size, wrong, static_cast<unsigned long long>(c.overruns),
                     static_cast<unsigned long long>(c.resyncs));
         EXPECT_EQ(wrong, 0u) << "receive buffer " << size;
-        EXPECT_GT(c.overruns, 0u);
+        // The large buffer overruns only where this process is kept from its loop for a while.
+        if (size == 4096) {
+            EXPECT_GT(c.overruns, 0u);
+        }
     }
 }
 
